@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace quorl {
+
+struct Client;
+struct Engine;
+struct RunConfig;
+
+/// What the control commands work on; all of it is owned by the driver.
+struct ControlTargets {
+  Engine& engine;
+  RunConfig& config;
+  bool& silence_announced;
+  const std::vector<Client>& clients;
+};
+
+/// A non-blocking UDP socket on 127.0.0.1 and the line that says so. -1 for port 0, and after a
+/// failed bind, which is said on standard error and leaves the run without a control port.
+int open_control_port(uint16_t port);
+
+/// Answers every datagram that waits on `fd`, in order of arrival; an empty one ends the service
+/// for this turn. `scratch` holds at least 512 bytes. The command "stop" ends the process.
+void serve_control_port(int fd, const ControlTargets& targets, std::span<char> scratch);
+
+/// Carries out one command line and returns the whole reply, its line end included. `stop` is the
+/// exception: its effect is left to serve_control_port, which must send the reply first.
+std::string run_control_command(std::string_view received, const ControlTargets& targets);
+
+}  // namespace quorl

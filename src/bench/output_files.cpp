@@ -1,0 +1,68 @@
+#include "bench/output_files.h"
+
+#include <cstdio>
+#include <fstream>
+
+#include "driver/clocks.h"
+#include "market/engine.h"
+#include "market/prices.h"
+
+namespace quorl {
+namespace {
+
+constexpr int LEVELS_PER_SIDE = 5;
+
+template <typename ShownLevels>
+void write_levels(std::ostream& out, const ShownLevels& levels) {
+  int written = 0;
+  for (const auto& [price, size] : levels) {
+    if (written == LEVELS_PER_SIDE) return;
+    out << (written == 0 ? "[" : ",[") << dollars_of(price) << ',' << size << ']';
+    ++written;
+  }
+}
+
+template <typename Levels>
+double best_price(const Levels& levels) {
+  return levels.empty() ? 0.0 : dollars_of(levels.begin()->first);
+}
+
+/// The rename is tried even if the file could not be written: nothing here looks at a result.
+template <typename WriteContent>
+void replace_file(const std::string& path, const WriteContent& write_content) {
+  const std::string temporary = path + ".tmp";
+  std::ofstream out(temporary, std::ios::trunc);
+  write_content(out);
+  out.close();
+  [[maybe_unused]] const int result = std::rename(temporary.c_str(), path.c_str());
+}
+
+}  // namespace
+
+void write_book(const Engine& engine, const std::string& path) {
+  if (path.empty()) return;
+  replace_file(path, [&engine](std::ostream& out) {
+    out << "{\"ts_ns\":" << system_ns() << ",\"symbols\":{";
+    const char* separator = "";
+    for (const Stock& stock : engine.stocks) {
+      out << separator << '"' << stock.symbol << "\":{\"bid\":[";
+      write_levels(out, stock.shown_bids);
+      out << "],\"ask\":[";
+      write_levels(out, stock.shown_asks);
+      out << "],\"last\":" << dollars_of(stock.last_price) << ",\"volume\":" << stock.volume << '}';
+      separator = ",";
+    }
+    out << "}}\n";
+  });
+}
+
+void write_bbo(const Engine& engine, const std::string& path) {
+  if (path.empty()) return;
+  replace_file(path, [&engine](std::ostream& out) {
+    for (const Stock& stock : engine.stocks) {
+      out << stock.symbol << ' ' << best_price(stock.bids) << ' ' << best_price(stock.asks) << '\n';
+    }
+  });
+}
+
+}  // namespace quorl

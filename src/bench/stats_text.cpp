@@ -1,0 +1,51 @@
+#include "bench/stats_text.h"
+
+#include <algorithm>
+
+#include "bench/scenario.h"
+#include "feed/tp_publisher.h"
+#include "fix/stream_records.h"
+
+namespace quorl {
+
+std::string bench_stats_text(const Scenario& scenario) {
+  const BenchCounters& c = scenario.counters;
+  std::string text;
+  const auto pair = [&text](const char* key, uint64_t count) {
+    text.append(key).append(std::to_string(count));
+  };
+  pair("orders=", c.orders);
+  pair(" accepts=", c.accepts);
+  pair(" fills=", c.fills);
+  pair(" partials=", c.partials);
+  pair(" cancels=", c.cancels);
+  pair(" replaces=", c.replaces);
+  pair(" rejects=", c.rejects);
+  pair(" replace_rejects=", c.replace_rejects);
+  pair(" cancel_rejects=", c.cancel_rejects);
+  pair(" unsolicited_cancels=", c.unsolicited_cancels);
+  pair(" race_fills=", c.race_fills);
+  pair(" late_cancels=", c.late_cancels);
+  pair(" stale_cancels=", c.stale_cancels);
+  pair(" logins=", c.logons);  // the twin of the next key: both are parsed
+  pair(" logons=", c.logons);
+  pair(" resend_requests=", c.resend_requests);
+  pair(" replays=", c.replays);
+  pair(" replayed=", c.replayed);
+  return text;
+}
+
+std::string fault_stats_text(const TpPublisher& publisher) {
+  return "quorl faults: sent " + std::to_string(publisher.packets - publisher.dropped) +
+         " dropped " + std::to_string(publisher.dropped) + " duplicated " +
+         std::to_string(publisher.duplicated) + " reordered " + std::to_string(publisher.reordered);
+}
+
+std::string session_text(const std::vector<Client>& clients) {
+  const bool up = std::any_of(clients.begin(), clients.end(), [](const Client& client) {
+    return client.fd >= 0 && client.logged_on;
+  });
+  return up ? " session=up" : " session=down";
+}
+
+}  // namespace quorl

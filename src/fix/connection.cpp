@@ -1,0 +1,21 @@
+#include "fix/connection.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "fix/stream_records.h"
+
+namespace quorl {
+
+void close_connection(Client& client) {
+  ::close(client.fd);
+  client.fd = -1;
+  client.logged_on = false;
+  client.inbound.clear();
+}
+
+void send_ignoring_result(int fd, std::string_view message) {
+  [[maybe_unused]] const auto sent = ::send(fd, message.data(), message.size(), MSG_NOSIGNAL);
+}
+
+}  // namespace quorl

@@ -1,0 +1,114 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace quorl {
+
+constexpr char SOH = '\x01';
+constexpr std::string_view EXCHANGE_COMP_ID = "IEXG";
+
+enum FixTag : int32_t {
+  TAG_AVG_PX = 6,
+  TAG_BEGIN_SEQ_NO = 7,
+  TAG_CL_ORD_ID = 11,
+  TAG_CUM_QTY = 14,
+  TAG_END_SEQ_NO = 16,
+  TAG_EXEC_ID = 17,
+  TAG_EXEC_INST = 18,
+  TAG_EXEC_TRANS_TYPE = 20,
+  TAG_LAST_MKT = 30,
+  TAG_LAST_PX = 31,
+  TAG_LAST_SHARES = 32,
+  TAG_MSG_SEQ_NUM = 34,
+  TAG_MSG_TYPE = 35,
+  TAG_NEW_SEQ_NO = 36,
+  TAG_ORDER_ID = 37,
+  TAG_ORDER_QTY = 38,
+  TAG_ORD_STATUS = 39,
+  TAG_ORD_TYPE = 40,
+  TAG_ORIG_CL_ORD_ID = 41,
+  TAG_POSS_DUP_FLAG = 43,
+  TAG_PRICE = 44,
+  TAG_REF_SEQ_NUM = 45,
+  TAG_RULE_80A = 47,
+  TAG_SENDER_COMP_ID = 49,
+  TAG_SENDING_TIME = 52,
+  TAG_SIDE = 54,
+  TAG_SYMBOL = 55,
+  TAG_TARGET_COMP_ID = 56,
+  TAG_TEXT = 58,
+  TAG_TIME_IN_FORCE = 59,
+  TAG_TRANSACT_TIME = 60,
+  TAG_ENCRYPT_METHOD = 98,
+  TAG_CXL_REJ_REASON = 102,
+  TAG_ORD_REJ_REASON = 103,
+  TAG_HEART_BT_INT = 108,
+  TAG_TEST_REQ_ID = 112,
+  TAG_LOCATE_REQD = 114,
+  TAG_ORIG_SENDING_TIME = 122,
+  TAG_GAP_FILL_FLAG = 123,
+  TAG_RESET_SEQ_NUM_FLAG = 141,
+  TAG_EXEC_TYPE = 150,
+  TAG_LEAVES_QTY = 151,
+  TAG_SESSION_REJECT_REASON = 373,
+  TAG_CONTRA_BROKER = 375,
+  TAG_NO_CONTRA_BROKERS = 382,
+  TAG_CXL_REJ_RESPONSE_TO = 434,
+  TAG_LAST_LIQUIDITY_IND = 851,
+  TAG_TRD_MATCH_ID = 880,
+  TAG_LIQUIDITY_MARK = 9730,
+};
+
+/// One outgoing field. The value is borrowed for the call it is passed to.
+struct FixField {
+  int32_t tag;
+  std::string_view value;
+};
+
+/// An ordered sequence of outgoing fields, kept as it goes on the wire ("tag=value" SOH ...), so
+/// that composing and replaying a message copy one run of bytes. A tag may appear twice, and a
+/// value is written as it stands: nothing checks.
+class FixFieldList {
+ public:
+  FixFieldList() = default;
+  FixFieldList(std::initializer_list<FixField> fields);
+
+  void put(int32_t tag, std::string_view value);
+  void put(int32_t tag, char value) { put(tag, std::string_view(&value, 1)); }
+  void put_number(int32_t tag, uint64_t value);
+
+  void reserve(size_t bytes) { wire_.reserve(bytes); }
+  std::string_view wire() const { return wire_; }
+
+ private:
+  std::string wire_;
+};
+
+/// The fields of one received frame. A tag that occurs twice keeps its last value. The values are
+/// views into the frame, which must outlive the map.
+class FixFieldMap {
+ public:
+  void set(int32_t tag, std::string_view value) { fields_.push_back({tag, value}); }
+
+  bool has(int32_t tag) const { return find(tag) != nullptr; }
+  /// Empty if the tag is absent or its value is empty.
+  std::string_view text(int32_t tag) const;
+  /// The first character of the value; `fallback` if the tag is absent or its value is empty.
+  char first_char(int32_t tag, char fallback) const;
+  /// The low 32 bits of a number read by the rules of std::stoull; 0 if there is none.
+  uint32_t number(int32_t tag) const;
+
+  void reserve(size_t fields) { fields_.reserve(fields); }
+
+ private:
+  const FixField* find(int32_t tag) const;
+
+  std::vector<FixField> fields_;  // in the order of the frame; the last of a tag counts
+};
+
+}  // namespace quorl

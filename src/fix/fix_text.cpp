@@ -1,0 +1,81 @@
+#include "fix/fix_text.h"
+
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <limits>
+
+#include "driver/clocks.h"
+
+namespace quorl {
+namespace {
+
+void put_digits(char* at, uint32_t value, size_t width) {
+  for (size_t i = width; i > 0; --i, value /= 10) at[i - 1] = static_cast<char>('0' + value % 10);
+}
+
+void strip_trailing_zeros(std::string& text) {
+  if (text.find('.') == std::string::npos) return;
+  while (text.back() == '0') text.pop_back();
+  if (text.back() == '.') text.pop_back();
+}
+
+}  // namespace
+
+FixTimestamp::FixTimestamp(uint64_t ns_since_epoch) {
+  constexpr uint64_t NS_PER_S = 1'000'000'000;
+  constexpr uint64_t NS_PER_MS = 1'000'000;
+  constexpr size_t WHOLE_SECONDS = 18;  // "YYYYMMDD-HH:MM:SS."
+  // Many messages fall into one second, and the calendar is what costs.
+  static uint64_t cached_second = std::numeric_limits<uint64_t>::max();
+  static std::array<char, WHOLE_SECONDS> cached_text;
+
+  const uint64_t second = ns_since_epoch / NS_PER_S;
+  if (second != cached_second) {
+    const auto time = static_cast<time_t>(second);
+    tm utc{};
+    gmtime_r(&time, &utc);
+    char* at = cached_text.data();
+    put_digits(at, static_cast<uint32_t>(utc.tm_year + 1900), 4);
+    put_digits(at + 4, static_cast<uint32_t>(utc.tm_mon + 1), 2);
+    put_digits(at + 6, static_cast<uint32_t>(utc.tm_mday), 2);
+    at[8] = '-';
+    put_digits(at + 9, static_cast<uint32_t>(utc.tm_hour), 2);
+    at[11] = ':';
+    put_digits(at + 12, static_cast<uint32_t>(utc.tm_min), 2);
+    at[14] = ':';
+    put_digits(at + 15, static_cast<uint32_t>(utc.tm_sec), 2);
+    at[17] = '.';
+    cached_second = second;
+  }
+  std::memcpy(text_.data(), cached_text.data(), WHOLE_SECONDS);
+  const auto ms = static_cast<uint32_t>(ns_since_epoch % NS_PER_S / NS_PER_MS);
+  put_digits(text_.data() + WHOLE_SECONDS, ms, 3);
+}
+
+FixTimestamp fix_timestamp() { return FixTimestamp(system_ns()); }
+
+std::string format_price(int32_t decimals, double value) {
+  std::array<char, 48> buffer{};
+  std::snprintf(buffer.data(), buffer.size(), "%.*f", decimals, value);
+  std::string text = buffer.data();  // cut, not overrun, by a value that is no price
+  strip_trailing_zeros(text);
+  return text;
+}
+
+std::string format_price4(int64_t price) {
+  // Within this bound the double nearest to price / 10000 prints, at four decimals, as the
+  // integer's own digits.
+  constexpr int64_t EXACT_BOUND = 1'000'000'000'000'000;
+  if (price < 0 || price > EXACT_BOUND) {
+    return format_price(4, static_cast<double>(price) / 10000.0);
+  }
+  std::string text = std::to_string(price / 10000);
+  std::array<char, 4> decimals;
+  put_digits(decimals.data(), static_cast<uint32_t>(price % 10000), decimals.size());
+  text.append(1, '.').append(decimals.data(), decimals.size());
+  strip_trailing_zeros(text);
+  return text;
+}
+
+}  // namespace quorl

@@ -1,0 +1,96 @@
+#include <algorithm>
+#include <cstdio>
+
+#include "bench/scenario.h"
+#include "fix/session.h"
+#include "fix/stream_records.h"
+#include "market/engine.h"
+
+// Recovery in both directions. There is no state of being in recovery: each message is judged by
+// itself against next_in and next_out.
+
+namespace quorl {
+namespace {
+
+std::string compose_replay(const StoredMessage& stored, const std::string& target) {
+  return compose_message(
+      stored.msg_type, stored.seq, EXCHANGE_COMP_ID, target, stored.fields,
+      {{TAG_POSS_DUP_FLAG, "Y"}, {TAG_ORIG_SENDING_TIME, stored.sending_time.view()}});
+}
+
+std::string compose_gap_fill(uint64_t first_missing, uint64_t next, const std::string& target) {
+  FixFieldList body{{TAG_GAP_FILL_FLAG, "Y"}};
+  body.put_number(TAG_NEW_SEQ_NO, next);
+  return compose_message("4", static_cast<uint32_t>(first_missing), EXCHANGE_COMP_ID, target, body,
+                         {{TAG_POSS_DUP_FLAG, "Y"}});
+}
+
+}  // namespace
+
+/// A ResendRequest never draws one of ours, even if its own number leaves a gap.
+void FixGateway::on_resend_request(Client& client, FixStream& stream, const FixFieldMap& fields) {
+  ++scenario_.counters.resend_requests;
+  serve_resend(client, stream, fields);
+  if (client.last_seq >= stream.next_in) stream.next_in = client.last_seq + 1;
+}
+
+void FixGateway::serve_resend(Client& client, const FixStream& stream, const FixFieldMap& fields) {
+  const uint32_t begin = fields.number(TAG_BEGIN_SEQ_NO);
+  const uint32_t asked_end = fields.number(TAG_END_SEQ_NO);
+  const uint32_t top = stream.next_out - 1;
+  // In 32 bits 0 - 1 is above every top: an end of 0, "all there is", takes the same way as an end
+  // beyond the stream.
+  const uint32_t end = asked_end - 1 < top ? asked_end : top;
+  std::fprintf(stderr, "bench: ResendRequest from %s 7=%u 16=%u -> serving %u..%u\n",
+               client.comp_id.c_str(), begin, asked_end, begin, end);
+
+  uint32_t replayed = 0;
+  uint32_t gap_fills = 0;
+  // The store is in ascending order, so one look-up finds where to begin and both walk on in step.
+  auto stored = std::lower_bound(
+      stream.store.begin(), stream.store.end(), begin,
+      [](const StoredMessage& message, uint32_t seq) { return message.seq < seq; });
+  for (uint64_t seq = begin; seq <= end;) {
+    if (stored != stream.store.end() && stored->seq == seq) {
+      send_gated(client, compose_replay(*stored, client.comp_id));
+      ++replayed;
+      ++stored;
+      ++seq;
+    } else {
+      const uint64_t behind_range = uint64_t{end} + 1;
+      const uint64_t next = stored == stream.store.end()
+                                ? behind_range
+                                : std::min<uint64_t>(stored->seq, behind_range);
+      send_gated(client, compose_gap_fill(seq, next, client.comp_id));
+      ++gap_fills;
+      seq = next;
+    }
+  }
+  scenario_.counters.replayed += replayed;
+  if (replayed > 0) ++scenario_.counters.replays;
+  std::fprintf(stderr, "bench: resend done: replayed %u application message(s), %u GapFill(s)\n",
+               replayed, gap_fills);
+}
+
+/// Only the new number counts, and it may be lower than next_in.
+void FixGateway::on_sequence_reset(Client& client, FixStream& stream, const FixFieldMap& fields) {
+  stream.next_in = fields.number(TAG_NEW_SEQ_NO);
+  std::fprintf(stderr, "bench: client %s SequenceReset/GapFill 36=%u\n", client.comp_id.c_str(),
+               stream.next_in);
+}
+
+/// The message that showed the gap is handled at once: nothing is queued behind a gap.
+void FixGateway::on_inbound_gap(Client& client, const FixStream& stream, std::string_view type) {
+  std::fprintf(stderr, "bench: client %s seq gap expected %u got %u (%s) — ResendRequest sent\n",
+               client.comp_id.c_str(), stream.next_in, client.last_seq, std::string(type).c_str());
+  ask_for_resend(client, stream.next_in, client.last_seq - 1);
+}
+
+void FixGateway::ask_for_resend(Client& client, uint32_t first, uint32_t last) {
+  FixFieldList request;
+  request.put_number(TAG_BEGIN_SEQ_NO, first);
+  request.put_number(TAG_END_SEQ_NO, last);
+  send_admin(client, "2", request);
+}
+
+}  // namespace quorl

@@ -1,0 +1,84 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "fix/fix_codec.h"
+
+namespace quorl {
+
+struct Client;
+struct Engine;
+struct FixStream;
+struct Scenario;
+
+/// The acceptor side of the FIX sessions: connections, sequence numbers, the session-level
+/// messages, timers, and the hand-over of orders to the engine. The rules are a test bench's own,
+/// not the full session rulebook: a low MsgSeqNum on a running session is not fatal, and a stream
+/// outlives its connections.
+///
+/// Borrows the engine, the vector of clients and the driver's flag for the run.
+class FixGateway {
+ public:
+  FixGateway(Engine& engine, std::vector<Client>& clients, bool& silence_announced, bool quiet);
+
+  /// Accepts until accept fails. Any failure ends the accepting of this turn.
+  void accept_clients(int listen_fd);
+
+  /// Reads every open connection to the end of what has come, in order of acceptance, and handles
+  /// every complete message of each.
+  void serve_clients(std::span<char> scratch);
+
+  /// Heartbeats and time-outs, with the turn's `now_ms`.
+  void run_timers(uint64_t now_ms);
+
+  /// One composed message to one client: nothing in a lapse or on a closed connection, else one
+  /// send whose result nobody looks at. The message stays on its stream either way.
+  void send_gated(Client& client, std::string_view message);
+
+  /// Indices of the clients whose connection may be open, ascending.
+  const std::vector<size_t>& open_clients() const { return open_clients_; }
+  /// Drops the indices of closed connections from `open_clients`.
+  void forget_closed_clients();
+
+ private:
+  void serve_client(Client& client, std::span<char> scratch);
+  void on_message(Client& client, const FixFieldMap& fields);
+  void dispatch(Client& client, std::string_view type, const FixFieldMap& fields);
+
+  void on_logon(Client& client, const FixFieldMap& fields);
+  void accept_logon(Client& client, FixStream& stream, const std::string& sender,
+                    const FixFieldMap& fields);
+  void reject_logon(const std::string& sender, Client& client, FixStream& stream,
+                    const std::string& reason);
+  void close_before_logon(Client& client, std::string_view type);
+  void on_test_request(Client& client, const FixFieldMap& fields);
+  void on_logout(Client& client);
+  void on_unknown_type(Client& client);
+  void on_end_of_stream(Client& client);
+
+  void on_resend_request(Client& client, FixStream& stream, const FixFieldMap& fields);
+  void serve_resend(Client& client, const FixStream& stream, const FixFieldMap& fields);
+  void on_sequence_reset(Client& client, FixStream& stream, const FixFieldMap& fields);
+  void on_inbound_gap(Client& client, const FixStream& stream, std::string_view type);
+  void ask_for_resend(Client& client, uint32_t first, uint32_t last);
+
+  void on_new_order_single(Client& client, const FixFieldMap& fields);
+  bool connection_drop(Client& client);
+  void send_queued_reports(Client& client, const std::vector<std::string>& messages);
+  void send_admin(Client& client, std::string_view msg_type, const FixFieldList& fields);
+
+  Engine& engine_;
+  Scenario& scenario_;
+  std::vector<Client>& clients_;
+  bool& silence_announced_;
+  const bool quiet_;
+  std::vector<size_t> open_clients_;
+  std::string frame_;  // the frame in hand; kept for its memory
+};
+
+}  // namespace quorl
