@@ -32,10 +32,10 @@ class BookBuilder {
  public:
   void apply(const DeepMessage& message);
 
-  /// Starts over from an image: its level updates are each an event of their own.
+  /// Starts over from an image, whose level updates are each an event of their own. Trades and
+  /// volume so far are kept; what the image jumps over is missing from them.
   void begin_image();
   void apply_image(const DeepMessage& message);
-  void end_image();
 
   /// No event is open: the book is what the exchange shows.
   bool consistent() const { return !event_.has_value(); }

@@ -70,13 +70,13 @@ class FixSession {
   void connect();
   void disconnect();  // orderly, without a Logout
   void abort();       // by a reset
-  bool connected() const { return stream_.open(); }
+  bool connected() const { return stream_.open() && !stream_.ended(); }
 
   /// Waits for the exchange to close. Throws Timeout if it does not, and WireError if a message
   /// comes first other than Heartbeats.
   void expect_closed(std::chrono::milliseconds patience = PATIENCE);
-  /// The exchange has closed and nothing it sent is left to read.
-  bool closed(std::chrono::milliseconds patience);
+  /// Everything that comes before the exchange closes. Throws Timeout if it does not close.
+  std::vector<FixMessage> read_to_close(std::chrono::milliseconds patience = PATIENCE);
 
   // Numbers. next_out is what the next message sent will carry.
   uint32_t next_out = 1;
@@ -89,7 +89,8 @@ class FixSession {
   std::function<void(const FixMessage&, uint32_t due)> on_jump;
 
   // Sending.
-  void send_bytes(std::string_view bytes);
+  /// Returns false if the connection is gone; what follows from that is for the test to say.
+  bool send_bytes(std::string_view bytes);
   /// Sends 8=FIX.4.2 with all fields in order and returns the bytes. Takes next_out unless `seq` is
   /// overridden.
   std::string send_message(const std::string& type, const FixFields& body,
@@ -136,6 +137,8 @@ class FixSession {
  private:
   std::optional<FixMessage> frame_waiting();
   void account(const FixMessage& message);
+  void account_jump(const FixMessage& message, uint32_t seq);
+  FixMessage check_fields(FixMessage message, std::string_view fields_with_bars) const;
 
   uint16_t port_;
   std::string comp_id_;

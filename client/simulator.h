@@ -33,7 +33,8 @@ struct SimulatorOptions {
   bool own_ports = true;      // false: no port, group or interface option but those of `arguments`
   bool control_port = true;   // false: --control-port is not passed
   bool gap_fill_port = true;  // false: --gapfill-port is not passed: it follows the snap port
-  bool wait_for_banner = true;  // false: start() returns as soon as the process runs
+  bool restart_if_taken = true;  // false: a port that is taken is the test's subject
+  bool wait_for_banner = true;   // false: start() returns as soon as the process runs
 };
 
 /// The options of a market in which nothing happens after the opening but what clients do: the walk
