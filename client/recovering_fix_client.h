@@ -62,7 +62,7 @@ class RecoveringFixClient {
   void on_message(const FixMessage& message);
   void on_application(const FixMessage& message);
   void on_gap_fill(const FixMessage& message);
-  void on_resend_request();
+  void on_resend_request(const FixMessage& message);
   void note_number(uint32_t seq);
   void ask_for_missing();
 
