@@ -25,10 +25,10 @@ struct ExitStatus {
 class ChildProcess {
  public:
   struct Command {
-    std::string program;
-    std::vector<std::string> arguments;              // without the program's name
-    std::map<std::string, std::string> environment;  // the whole of it
-    int stderr_fd = -1;                              // -1: ours
+    std::string program = {};
+    std::vector<std::string> arguments = {};              // without the program's name
+    std::map<std::string, std::string> environment = {};  // the whole of it
+    int stderr_fd = -1;                                   // -1: ours
   };
 
   explicit ChildProcess(const Command& command);

@@ -60,12 +60,12 @@ FixMessage parse_fix(std::string_view frame);
 
 /// What a sender decides of the header; `sending_time` empty means now.
 struct FixHeader {
-  std::string type;
-  std::string seq;  // text, so that a test can send what it likes; empty: no tag 34
-  std::string sender;
-  std::string target;
-  std::string sending_time;
-  FixFields extra;  // behind 52, such as 43 and 122
+  std::string type = {};
+  std::string seq = {};  // text, so that a test can send what it likes; empty: no tag 34
+  std::string sender = {};
+  std::string target = {};
+  std::string sending_time = {};
+  FixFields extra = {};  // behind 52, such as 43 and 122
 };
 
 /// A complete message with exact BodyLength and CheckSum. An empty `type` leaves out 35.

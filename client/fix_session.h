@@ -17,10 +17,10 @@ namespace client {
 
 /// What a message carries in place of what the session would write.
 struct SendOverrides {
-  std::optional<std::string> seq;  // 34 as text; empty text: no tag 34. Does not move next_out
-  std::optional<std::string> sender;
-  std::optional<std::string> target;
-  FixFields header_extra;  // behind 52, such as {43, "Y"}
+  std::optional<std::string> seq = {};  // 34 as text; empty text: no tag 34. Does not move next_out
+  std::optional<std::string> sender = {};
+  std::optional<std::string> target = {};
+  FixFields header_extra = {};  // behind 52, such as {43, "Y"}
 };
 
 struct LogonOptions {
@@ -30,26 +30,26 @@ struct LogonOptions {
 
 /// A NewOrderSingle. A field of empty text is left out.
 struct NewOrder {
-  std::string cl_ord_id;         // 11
+  std::string cl_ord_id = {};    // 11
   std::string symbol = "AAPL";   // 55
   std::string side = "1";        // 54
   std::string quantity = "100";  // 38
   std::string type = "2";        // 40
-  std::string price;             // 44
+  std::string price = {};        // 44
   std::string tif = "0";         // 59
   std::string exec_inst = "i";   // 18
   std::string capacity = "P";    // 47
-  std::string locate;            // 114
+  std::string locate = {};       // 114
 };
 
 /// An OrderCancelRequest or OrderCancelReplaceRequest. A field of empty text is left out.
 struct ChangeOrder {
-  std::string cl_ord_id;        // 11
-  std::string orig_cl_ord_id;   // 41
-  std::string symbol = "AAPL";  // 55
-  std::string side = "1";       // 54
-  std::string quantity;         // 38, replace only
-  std::string price;            // 44, replace only
+  std::string cl_ord_id = {};       // 11
+  std::string orig_cl_ord_id = {};  // 41
+  std::string symbol = "AAPL";      // 55
+  std::string side = "1";           // 54
+  std::string quantity = {};        // 38, replace only
+  std::string price = {};           // 44, replace only
 };
 
 /// How a jump of the incoming MsgSeqNum is taken.

@@ -25,9 +25,9 @@ struct GapFillRequest {
   uint16_t protocol_id = DEEP_PROTOCOL_ID;
   uint32_t channel_id = DEEP_CHANNEL_ID;
   uint32_t session_id = 0;
-  std::vector<SeqRange> ranges;
-  std::optional<uint32_t> range_count;  // in place of the number of ranges
-  Bytes trailing;                       // behind the last range
+  std::vector<SeqRange> ranges = {};
+  std::optional<uint32_t> range_count = {};  // in place of the number of ranges
+  Bytes trailing = {};                       // behind the last range
 };
 Bytes encode(const GapFillRequest& request);
 

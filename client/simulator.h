@@ -19,10 +19,10 @@
 namespace client {
 
 struct SimulatorOptions {
-  std::string binary;                              // tests pass QUORL_BINARY
-  std::vector<std::string> arguments;              // behind the launcher's own, so they win
-  std::string scenario;                            // QUORL_SCENARIO; empty: unset
-  std::map<std::string, std::string> environment;  // further variables; wins over all others
+  std::string binary = {};                              // tests pass QUORL_BINARY
+  std::vector<std::string> arguments = {};              // behind the launcher's own, so they win
+  std::string scenario = {};                            // QUORL_SCENARIO; empty: unset
+  std::map<std::string, std::string> environment = {};  // further variables; wins over all others
 
   // Each makes a file of the run's directory and passes its path.
   bool order_truth = false;   // BENCH_ORDER_TRUTH

@@ -23,7 +23,7 @@ struct SnapRequest {
   uint32_t channel_id = 1;
   uint32_t session_id = 0;
   uint64_t minimum_seq = 0;
-  Bytes trailing;  // behind the fixed part, inside the length
+  Bytes trailing = {};  // behind the fixed part, inside the length
 };
 Bytes encode(const SnapRequest& request);
 
