@@ -39,9 +39,8 @@ void append(std::vector<uint8_t>& out, const Bytes& bytes) {
 }
 
 std::vector<uint8_t> error_reply(char code) {
-  std::vector<uint8_t> reply;
-  append(reply, pack_le(uint16_t{2}, 'e', code));
-  return reply;
+  const auto frame = pack_le(uint16_t{2}, 'e', code);
+  return {frame.begin(), frame.end()};
 }
 
 bool is_blank(std::span<const uint8_t> name) {

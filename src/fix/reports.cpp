@@ -20,6 +20,12 @@ std::string_view or_none(std::string_view order_id) {
   return order_id.empty() ? NO_ORDER_ID : order_id;
 }
 
+std::string exec_id_of(uint32_t number) {
+  std::string text(1, 'E');
+  text += std::to_string(number);
+  return text;
+}
+
 std::string average_price(const Order& order, uint32_t cum) {
   return cum == 0 ? "0" : format_price(4, order.notional / cum);
 }
@@ -77,7 +83,7 @@ std::string build_exec_report(Engine& engine, const ExecReportArgs& args) {
   fields.put(TAG_CL_ORD_ID, renamed           ? args.new_cl_ord_id
                             : answers_request ? args.cl_ord_id
                                               : std::string_view(order.cl_ord_id));
-  fields.put(TAG_EXEC_ID, "E" + std::to_string(++engine.next_exec_id));
+  fields.put(TAG_EXEC_ID, exec_id_of(++engine.next_exec_id));
   fields.put(TAG_EXEC_TRANS_TYPE, "0");
   fields.put(TAG_EXEC_TYPE, args.exec_type);
   fields.put(TAG_ORD_STATUS, args.ord_status);
