@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "client/book.h"
@@ -64,7 +65,7 @@ class RecoveringSubscriber {
     uint64_t out_of_order = 0;    // packets put back in their place
     uint64_t holes = 0;           // noticed
     uint64_t fills = 0;           // gap-fill requests sent
-    uint64_t filled = 0;          // messages that only gap fill brought
+    uint64_t filled = 0;          // messages that gap fill brought first
     uint64_t images = 0;          // DEEP SNAP images taken to get a place
     uint64_t announced_high = 0;  // packets whose announced number was one too high
   };
@@ -74,13 +75,18 @@ class RecoveringSubscriber {
   void receive(const RawPacket& raw);
   void note_end(uint64_t end_offset, uint64_t next_seq);
   void apply_pending();
-  bool apply_packet(const TpPacket& packet);
+  void apply_packet(const TpPacket& packet);
   void apply_message(const TpMessage& message);
-  void check_seen(const TpMessage& message) const;
+  void check_seen(const TpPacket& packet) const;
+  void check_announced(const TpPacket& packet);
+  bool behind() const;
+  bool halted() const { return halt_offset_ && next_offset_ >= *halt_offset_; }
   void repair_if_due();
   void fill_hole();
+  bool fill_once();
   void take_image();
-  bool behind() const;
+  uint32_t session() const;
+  GapFillClient& gap_fill();
 
   Ports ports_;
   std::optional<uint32_t> session_;
@@ -90,17 +96,19 @@ class RecoveringSubscriber {
   bool placed_ = false;  // there is a frontier
   uint64_t next_offset_ = 0;
   uint64_t next_seq_ = 1;
-  uint64_t known_end_ = 0;                     // highest stream offset known to exist
-  uint64_t known_next_seq_ = 1;                // the number there, at most one too high
-  std::optional<uint64_t> halt_offset_;        // do not apply beyond it
-  std::multimap<uint64_t, TpPacket> pending_;  // beyond the frontier, by stream offset
+  uint64_t placed_from_ = 0;              // the offset from which everything has been applied
+  uint64_t known_end_ = 0;                // highest stream offset known to exist
+  uint64_t known_next_seq_ = 1;           // the number there, or one more
+  uint64_t newest_offset_ = 0;            // of the packets received
+  std::optional<uint64_t> halt_offset_;   // nothing is applied from here on
+  std::map<uint64_t, TpPacket> pending_;  // not wholly applied, by stream offset
+  std::optional<uint64_t> hole_at_;       // the frontier when the hole was noticed
   std::chrono::steady_clock::time_point hole_since_{};
-  bool in_hole_ = false;
-  unsigned failed_fills_ = 0;
+  unsigned failed_fills_ = 0;  // in a row
 
   BookBuilder book_;
   std::map<uint64_t, TpMessage> messages_;
-  std::map<uint64_t, uint64_t> seq_of_offset_;
+  std::unordered_map<uint64_t, uint64_t> seq_of_offset_;
   std::vector<SeqRange> skipped_;
   Counters counters_;
 };

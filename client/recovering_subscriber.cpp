@@ -1,0 +1,256 @@
+#include "client/recovering_subscriber.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+#include "client/deep.h"
+#include "client/errors.h"
+
+namespace client {
+namespace {
+
+using std::chrono::milliseconds;
+
+/// A packet that was held back follows right behind the next one; what has not come by then is
+/// lost.
+constexpr milliseconds REORDER_WAIT{30};
+constexpr milliseconds POLL_STEP{5};
+constexpr milliseconds FILL_PATIENCE{5000};
+constexpr unsigned MOST_FAILED_FILLS = 3;
+constexpr uint64_t MESSAGES_PER_REQUEST = 1000;
+
+bool same_messages(const TpPacket& a, const TpPacket& b) {
+  return std::equal(a.messages.begin(), a.messages.end(), b.messages.begin(), b.messages.end(),
+                    [](const TpMessage& x, const TpMessage& y) { return x.bytes == y.bytes; });
+}
+
+}  // namespace
+
+RecoveringSubscriber::RecoveringSubscriber(const Ports& ports, std::optional<uint32_t> session)
+    : ports_(ports), session_(session), receiver_(ports.group, ports.feed) {}
+
+void RecoveringSubscriber::follow_from_start() { placed_ = true; }
+
+void RecoveringSubscriber::join_late(milliseconds patience) {
+  if (!run_until([this] { return session_.has_value(); }, patience)) {
+    throw Timeout("no packet of the feed comes");
+  }
+  take_image();
+  apply_pending();
+}
+
+bool RecoveringSubscriber::run_until(const std::function<bool()>& done, milliseconds patience) {
+  const Deadline deadline = Deadline::after(patience);
+  for (;;) {
+    poll();
+    if (done()) return true;
+    if (deadline.expired()) return false;
+    const auto step = std::min(POLL_STEP, milliseconds(deadline.remaining_ms()));
+    for (const RawPacket& raw : receiver_.take(Deadline::after(step))) receive(raw);
+  }
+}
+
+void RecoveringSubscriber::poll() {
+  for (const RawPacket& raw : receiver_.take()) receive(raw);
+  if (!placed_) return;
+  apply_pending();
+  repair_if_due();
+}
+
+void RecoveringSubscriber::await_seq(uint64_t seq, milliseconds patience) {
+  if (run_until([this, seq] { return next_seq_ > seq; }, patience)) return;
+  throw Timeout("number " + std::to_string(seq) + " does not come; next is " +
+                std::to_string(next_seq_));
+}
+
+void RecoveringSubscriber::catch_up(milliseconds patience) {
+  const GapFillAnswer status = gap_fill().status(patience);
+  note_end(status.stream_offset, status.next_seq);
+  await_seq(status.next_seq - 1, patience);
+}
+
+std::string RecoveringSubscriber::compare_with_image(milliseconds patience) {
+  // Nothing is taken from the feed until the image is here, so it cannot stand behind us.
+  const SnapImage image = SnapClient(ports_.snap, session()).image(next_seq_ - 1, patience);
+  halt_offset_ = image.stream_offset;
+  note_end(image.stream_offset, image.seq + 1);
+  const bool reached = run_until([this] { return halted(); }, patience);
+  halt_offset_.reset();
+  if (!reached) throw Timeout("the image's position is not reached");
+  if (next_offset_ != image.stream_offset || next_seq_ != image.seq + 1) {
+    return "number " + std::to_string(next_seq_) + " at offset " + std::to_string(next_offset_) +
+           ", but the image stands behind " + std::to_string(image.seq) + " at " +
+           std::to_string(image.stream_offset);
+  }
+  if (!book_.consistent()) return "the image stands within an event";
+  return compare_levels(image.book().books(), book_.books());
+}
+
+void RecoveringSubscriber::receive(const RawPacket& raw) {
+  TpPacket packet = decode_tp_packet(raw.bytes, session_);
+  session_ = packet.header.session_id;
+  ++counters_.packets;
+  note_end(packet.end_offset(), packet.header.first_seq + packet.header.message_count);
+  if (packet.is_heartbeat()) return;
+  const uint64_t offset = packet.header.stream_offset;
+  const auto twin = pending_.find(offset);
+  if (twin != pending_.end() && !same_messages(twin->second, packet)) {
+    throw WireError("two different packets at stream offset " + std::to_string(offset));
+  }
+  if (twin != pending_.end() || (placed_ && packet.end_offset() <= next_offset_)) {
+    ++counters_.duplicates;
+    if (placed_) check_seen(packet);
+    return;
+  }
+  if (offset < newest_offset_) ++counters_.out_of_order;
+  newest_offset_ = std::max(newest_offset_, offset);
+  pending_.emplace(offset, std::move(packet));
+}
+
+/// Heartbeats and the ends of packets tell how far the stream reaches.
+void RecoveringSubscriber::note_end(uint64_t end_offset, uint64_t next_seq) {
+  if (end_offset < known_end_) return;
+  known_end_ = end_offset;
+  known_next_seq_ = next_seq;
+}
+
+void RecoveringSubscriber::apply_pending() {
+  while (!pending_.empty() && !halted()) {
+    const auto first = pending_.begin();
+    if (first->first > next_offset_) return;  // a hole
+    apply_packet(first->second);
+    if (next_offset_ < first->second.end_offset()) return;  // halted inside it
+    pending_.erase(first);
+  }
+}
+
+void RecoveringSubscriber::apply_packet(const TpPacket& packet) {
+  check_announced(packet);
+  check_seen(packet);
+  for (const TpMessage& message : packet.messages) {
+    if (halted()) return;
+    if (message.stream_offset < next_offset_) continue;
+    apply_message(message);
+  }
+}
+
+/// The announced number must be the true one or one more.
+void RecoveringSubscriber::check_announced(const TpPacket& packet) {
+  const uint64_t offset = packet.header.stream_offset;
+  uint64_t truth = next_seq_;
+  if (offset != next_offset_) {
+    const auto known = seq_of_offset_.find(offset);
+    if (known == seq_of_offset_.end()) return;  // it begins ahead of our image
+    truth = known->second;
+  }
+  if (packet.header.first_seq == truth + 1) {
+    ++counters_.announced_high;
+  } else if (packet.header.first_seq != truth) {
+    throw WireError("a packet announces number " + std::to_string(packet.header.first_seq) +
+                    " for number " + std::to_string(truth));
+  }
+}
+
+void RecoveringSubscriber::apply_message(const TpMessage& message) {
+  if (message.stream_offset != next_offset_) {
+    throw WireError("a message at stream offset " + std::to_string(message.stream_offset) +
+                    " where number " + std::to_string(next_seq_) + " begins at " +
+                    std::to_string(next_offset_));
+  }
+  book_.apply(decode_deep(message.bytes));
+  seq_of_offset_.emplace(next_offset_, next_seq_);
+  messages_.emplace(next_seq_, message);
+  next_offset_ = message.end_offset();
+  ++next_seq_;
+}
+
+/// What has been applied already must come again byte for byte.
+void RecoveringSubscriber::check_seen(const TpPacket& packet) const {
+  for (const TpMessage& message : packet.messages) {
+    if (message.stream_offset >= next_offset_ || message.stream_offset < placed_from_) continue;
+    const auto known = seq_of_offset_.find(message.stream_offset);
+    if (known == seq_of_offset_.end() || messages_.at(known->second).bytes != message.bytes) {
+      throw WireError("another message came before at stream offset " +
+                      std::to_string(message.stream_offset) + " than " + hex(message.bytes));
+    }
+  }
+}
+
+bool RecoveringSubscriber::behind() const { return !halted() && next_offset_ < known_end_; }
+
+void RecoveringSubscriber::repair_if_due() {
+  if (!behind()) {
+    hole_at_.reset();
+    return;
+  }
+  const auto now = std::chrono::steady_clock::now();
+  if (hole_at_ != next_offset_) {
+    hole_at_ = next_offset_;
+    hole_since_ = now;
+    ++counters_.holes;
+  } else if (now - hole_since_ >= REORDER_WAIT) {
+    fill_hole();
+  }
+}
+
+void RecoveringSubscriber::fill_hole() {
+  const uint64_t hole_end = pending_.empty() ? known_end_ : pending_.begin()->first;
+  while (next_offset_ < hole_end && !halted() && fill_once()) {
+  }
+  apply_pending();
+}
+
+/// Returns false if there is nothing more to be had by this way now.
+bool RecoveringSubscriber::fill_once() {
+  // One number too many where the announced one is one too high: that message comes twice.
+  const uint64_t behind_hole =
+      pending_.empty() ? known_next_seq_ : pending_.begin()->second.header.first_seq;
+  const uint64_t last = std::max(behind_hole, next_seq_ + 1) - 1;
+  const SeqRange range{next_seq_, std::min(last, next_seq_ + MESSAGES_PER_REQUEST - 1)};
+  ++counters_.fills;
+  std::map<uint64_t, TpMessage> messages;
+  try {
+    messages = gap_fill().fetch({range}, FILL_PATIENCE).messages;
+    failed_fills_ = 0;
+  } catch (const Timeout&) {
+    if (++failed_fills_ == MOST_FAILED_FILLS) throw;
+    return false;
+  }
+  if (messages.empty() || messages.begin()->first != next_seq_) {
+    take_image();  // the history begins later than our hole
+    return false;
+  }
+  for (const auto& [seq, message] : messages) {
+    if (halted()) break;
+    apply_message(message);
+    ++counters_.filled;
+  }
+  return true;
+}
+
+void RecoveringSubscriber::take_image() {
+  const uint64_t minimum = placed_ ? next_seq_ : 0;
+  const SnapImage image = SnapClient(ports_.snap, session()).image(minimum);
+  if (placed_) skipped_.push_back({next_seq_, image.seq});
+  placed_ = true;
+  next_offset_ = image.stream_offset;
+  next_seq_ = image.seq + 1;
+  placed_from_ = image.stream_offset;
+  book_.begin_image();
+  for (const DeepMessage& message : image.messages) book_.apply_image(message);
+  note_end(image.stream_offset, image.seq + 1);
+  ++counters_.images;
+}
+
+uint32_t RecoveringSubscriber::session() const {
+  if (!session_) throw WireError("no packet has told the feed's session yet");
+  return *session_;
+}
+
+GapFillClient& RecoveringSubscriber::gap_fill() {
+  if (!gap_fill_) gap_fill_.emplace(ports_.gap_fill, session());
+  return *gap_fill_;
+}
+
+}  // namespace client
