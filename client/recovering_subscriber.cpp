@@ -14,10 +14,11 @@ using std::chrono::milliseconds;
 
 /// A packet that was held back follows right behind the next one; what has not come by then is
 /// lost.
-constexpr milliseconds REORDER_WAIT{30};
+constexpr milliseconds REORDER_WAIT{20};
 constexpr milliseconds POLL_STEP{5};
 constexpr milliseconds FILL_PATIENCE{5000};
 constexpr unsigned MOST_FAILED_FILLS = 3;
+constexpr unsigned MOST_HOLES_PER_POLL = 100;
 constexpr uint64_t MESSAGES_PER_REQUEST = 1000;
 
 bool same_messages(const TpPacket& a, const TpPacket& b) {
@@ -55,7 +56,7 @@ void RecoveringSubscriber::poll() {
   for (const RawPacket& raw : receiver_.take()) receive(raw);
   if (!placed_) return;
   apply_pending();
-  repair_if_due();
+  repair_what_is_due();
 }
 
 void RecoveringSubscriber::await_seq(uint64_t seq, milliseconds patience) {
@@ -95,7 +96,7 @@ void RecoveringSubscriber::receive(const RawPacket& raw) {
   if (packet.is_heartbeat()) return;
   const uint64_t offset = packet.header.stream_offset;
   const auto twin = pending_.find(offset);
-  if (twin != pending_.end() && !same_messages(twin->second, packet)) {
+  if (twin != pending_.end() && !same_messages(twin->second.packet, packet)) {
     throw WireError("two different packets at stream offset " + std::to_string(offset));
   }
   if (twin != pending_.end() || (placed_ && packet.end_offset() <= next_offset_)) {
@@ -105,12 +106,13 @@ void RecoveringSubscriber::receive(const RawPacket& raw) {
   }
   if (offset < newest_offset_) ++counters_.out_of_order;
   newest_offset_ = std::max(newest_offset_, offset);
-  pending_.emplace(offset, std::move(packet));
+  pending_.emplace(offset, Pending{std::move(packet), raw.arrived});
 }
 
 /// Heartbeats and the ends of packets tell how far the stream reaches.
 void RecoveringSubscriber::note_end(uint64_t end_offset, uint64_t next_seq) {
   if (end_offset < known_end_) return;
+  if (end_offset > known_end_) known_since_ = std::chrono::steady_clock::now();
   known_end_ = end_offset;
   known_next_seq_ = next_seq;
 }
@@ -119,8 +121,8 @@ void RecoveringSubscriber::apply_pending() {
   while (!pending_.empty() && !halted()) {
     const auto first = pending_.begin();
     if (first->first > next_offset_) return;  // a hole
-    apply_packet(first->second);
-    if (next_offset_ < first->second.end_offset()) return;  // halted inside it
+    apply_packet(first->second.packet);
+    if (next_offset_ < first->second.packet.end_offset()) return;  // halted inside it
     pending_.erase(first);
   }
 }
@@ -179,18 +181,21 @@ void RecoveringSubscriber::check_seen(const TpPacket& packet) const {
 
 bool RecoveringSubscriber::behind() const { return !halted() && next_offset_ < known_end_; }
 
-void RecoveringSubscriber::repair_if_due() {
-  if (!behind()) {
-    hole_at_.reset();
-    return;
-  }
-  const auto now = std::chrono::steady_clock::now();
-  if (hole_at_ != next_offset_) {
-    hole_at_ = next_offset_;
-    hole_since_ = now;
-    ++counters_.holes;
-  } else if (now - hole_since_ >= REORDER_WAIT) {
+/// The packets that show the hole have been here long enough for one held back to have followed.
+bool RecoveringSubscriber::hole_is_due() const {
+  const auto shown_since = pending_.empty() ? known_since_ : pending_.begin()->second.arrived;
+  return std::chrono::steady_clock::now() - shown_since >= REORDER_WAIT;
+}
+
+void RecoveringSubscriber::repair_what_is_due() {
+  for (unsigned i = 0; i < MOST_HOLES_PER_POLL && behind(); ++i) {
+    if (hole_at_ != next_offset_) {
+      hole_at_ = next_offset_;
+      ++counters_.holes;
+    }
+    if (!hole_is_due()) return;
     fill_hole();
+    if (hole_at_ == next_offset_) return;  // nothing came: another time
   }
 }
 
@@ -205,7 +210,7 @@ void RecoveringSubscriber::fill_hole() {
 bool RecoveringSubscriber::fill_once() {
   // One number too many where the announced one is one too high: that message comes twice.
   const uint64_t behind_hole =
-      pending_.empty() ? known_next_seq_ : pending_.begin()->second.header.first_seq;
+      pending_.empty() ? known_next_seq_ : pending_.begin()->second.packet.header.first_seq;
   const uint64_t last = std::max(behind_hole, next_seq_ + 1) - 1;
   const SeqRange range{next_seq_, std::min(last, next_seq_ + MESSAGES_PER_REQUEST - 1)};
   ++counters_.fills;

@@ -72,8 +72,14 @@ class RecoveringSubscriber {
   const Counters& counters() const { return counters_; }
 
  private:
+  struct Pending {
+    TpPacket packet;
+    std::chrono::steady_clock::time_point arrived;
+  };
+
   void receive(const RawPacket& raw);
   void note_end(uint64_t end_offset, uint64_t next_seq);
+  bool hole_is_due() const;
   void apply_pending();
   void apply_packet(const TpPacket& packet);
   void apply_message(const TpMessage& message);
@@ -81,7 +87,7 @@ class RecoveringSubscriber {
   void check_announced(const TpPacket& packet);
   bool behind() const;
   bool halted() const { return halt_offset_ && next_offset_ >= *halt_offset_; }
-  void repair_if_due();
+  void repair_what_is_due();
   void fill_hole();
   bool fill_once();
   void take_image();
@@ -96,15 +102,15 @@ class RecoveringSubscriber {
   bool placed_ = false;  // there is a frontier
   uint64_t next_offset_ = 0;
   uint64_t next_seq_ = 1;
-  uint64_t placed_from_ = 0;              // the offset from which everything has been applied
-  uint64_t known_end_ = 0;                // highest stream offset known to exist
-  uint64_t known_next_seq_ = 1;           // the number there, or one more
-  uint64_t newest_offset_ = 0;            // of the packets received
-  std::optional<uint64_t> halt_offset_;   // nothing is applied from here on
-  std::map<uint64_t, TpPacket> pending_;  // not wholly applied, by stream offset
-  std::optional<uint64_t> hole_at_;       // the frontier when the hole was noticed
-  std::chrono::steady_clock::time_point hole_since_{};
-  unsigned failed_fills_ = 0;  // in a row
+  uint64_t placed_from_ = 0;  // the offset from which everything has been applied
+  uint64_t known_end_ = 0;    // highest stream offset known to exist
+  std::chrono::steady_clock::time_point known_since_{};
+  uint64_t known_next_seq_ = 1;          // the number there, or one more
+  uint64_t newest_offset_ = 0;           // of the packets received
+  std::optional<uint64_t> halt_offset_;  // nothing is applied from here on
+  std::map<uint64_t, Pending> pending_;  // not wholly applied, by stream offset
+  std::optional<uint64_t> hole_at_;      // the frontier when the hole was noticed
+  unsigned failed_fills_ = 0;            // in a row
 
   BookBuilder book_;
   std::map<uint64_t, TpMessage> messages_;
