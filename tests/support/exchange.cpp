@@ -279,6 +279,28 @@ std::string value_of(const FixFields& fields, int tag, const std::string& absent
   return value;
 }
 
+std::string altered(std::string_view message, std::string_view changes) {
+  std::vector<std::string> fields = split(message, '|');
+  if (changes.empty()) return std::string(message);
+  for (const std::string& change : split(changes, '|')) {
+    const bool leaves_out = change.starts_with('!');
+    const std::string tag = leaves_out ? change.substr(1) : change.substr(0, change.find('='));
+    const auto field = std::find_if(fields.begin(), fields.end(),
+                                    [&](const std::string& f) { return f.starts_with(tag + "="); });
+    if (leaves_out) {
+      if (field == fields.end()) ADD_FAILURE() << "no tag " << tag << " to leave out";
+      if (field != fields.end()) fields.erase(field);
+    } else if (field != fields.end()) {
+      *field = change;
+    } else {
+      fields.push_back(change);
+    }
+  }
+  std::string result;
+  for (const std::string& field : fields) result += (result.empty() ? "" : "|") + field;
+  return result;
+}
+
 std::string standard_error_of(const std::function<void()>& act) {
   testing::internal::CaptureStderr();
   act();

@@ -68,6 +68,9 @@ FixFields fields_of(const std::string& message);
 /// The last value of a tag, or `absent`.
 std::string value_of(const FixFields& fields, int tag, const std::string& absent = "(absent)");
 
+/// A message of the language with some of its fields changed, added, or ("!18") left out.
+std::string altered(std::string_view message, std::string_view changes);
+
 /// What `act` wrote to the standard error stream.
 std::string standard_error_of(const std::function<void()>& act);
 
