@@ -13,6 +13,12 @@ namespace e2e {
 
 PortHolder::PortHolder(int type, uint16_t port) : fd_(::socket(AF_INET, type | SOCK_CLOEXEC, 0)) {
   if (fd_ < 0) throw client::SystemError("socket");
+  if (type == SOCK_STREAM) {
+    // Connections of an earlier run may linger on the port. A listener is not shared all the same,
+    // while a UDP port would be.
+    const int on = 1;
+    (void)::setsockopt(fd_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  }
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(port);

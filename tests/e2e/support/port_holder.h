@@ -4,7 +4,7 @@
 
 namespace e2e {
 
-/// Another program's socket on a port, without SO_REUSEADDR, so that nobody can share it.
+/// Another program's socket on a port, held so that nobody can share it.
 class PortHolder {
  public:
   static PortHolder listening(uint16_t tcp_port);
