@@ -23,7 +23,6 @@ namespace quorl {
 namespace {
 
 constexpr size_t MOST_BYTES = 511;  // of a datagram; the rest is lost
-constexpr std::string_view STOPPING = "ok stopping";
 
 struct Command {
   std::string_view word;
@@ -164,17 +163,17 @@ int open_control_port(uint16_t port) {
   return fd;
 }
 
-std::string run_control_command(std::string_view received, const ControlTargets& targets) {
+ControlReply run_control_command(std::string_view received, const ControlTargets& targets) {
   const std::string_view line = line_of(received);
   const Words words = split(line);
-  if (words.command == "stats") return stats_reply(targets);
-  if (words.command == "stop") return std::string(STOPPING);
+  if (words.command == "stats") return {.text = stats_reply(targets)};
+  if (words.command == "stop") return {.text = "ok stopping", .stops = true};  // no line end
   for (const Command& command : COMMANDS) {
     if (command.word != words.command) continue;
     command.run(targets, words.argument);
-    return "ok " + std::string(line) + "\n";
+    return {.text = "ok " + std::string(line) + "\n"};
   }
-  return "err unknown command '" + std::string(words.command) + "'\n";
+  return {.text = "err unknown command '" + std::string(words.command) + "'\n"};
 }
 
 void serve_control_port(int fd, const ControlTargets& targets, std::span<char> scratch) {
@@ -184,10 +183,10 @@ void serve_control_port(int fd, const ControlTargets& targets, std::span<char> s
     const ssize_t received = ::recvfrom(fd, scratch.data(), MOST_BYTES, 0,
                                         reinterpret_cast<sockaddr*>(&peer), &peer_size);
     if (received <= 0) return;
-    const std::string reply =
+    const ControlReply reply =
         run_control_command({scratch.data(), static_cast<size_t>(received)}, targets);
-    send_datagram(fd, reply.data(), reply.size(), peer);
-    if (reply == STOPPING) stop_now(targets);
+    send_datagram(fd, reply.text.data(), reply.text.size(), peer);
+    if (reply.stops) stop_now(targets);
   }
 }
 

@@ -28,8 +28,12 @@ int open_control_port(uint16_t port);
 /// for this turn. `scratch` holds at least 512 bytes. The command "stop" ends the process.
 void serve_control_port(int fd, const ControlTargets& targets, std::span<char> scratch);
 
-/// Carries out one command line and returns the whole reply, its line end included. `stop` is the
-/// exception: its effect is left to serve_control_port, which must send the reply first.
-std::string run_control_command(std::string_view received, const ControlTargets& targets);
+struct ControlReply {
+  std::string text;    // whole, with its line end
+  bool stops = false;  // the process ends once the reply is sent
+};
+
+/// Carries out one datagram's command line.
+ControlReply run_control_command(std::string_view received, const ControlTargets& targets);
 
 }  // namespace quorl

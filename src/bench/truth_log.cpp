@@ -35,14 +35,13 @@ void write_levels(std::ofstream& out, const ShownLevels& levels) {
 void write_order_event(Engine& engine, const OrderEvent& event) {
   std::ofstream& out = engine.scenario->order_truth;
   if (!writable(out)) return;
-  out << "{\"t\":" << system_ns() << ",\"ev\":\"" << event.event << "\",\"cl\":\""
-      << event.cl_ord_id << "\",\"oid\":" << (event.order_id.empty() ? "0" : event.order_id)
-      << ",\"symbol\":\"" << event.symbol << "\",\"side\":\"" << event.side
-      << "\",\"qty\":" << event.qty << ",\"px\":";
-  if (event.price == 0) {
+  out << "{\"t\":" << system_ns() << ",\"ev\":\"" << event.ev << "\",\"cl\":\"" << event.cl
+      << "\",\"oid\":" << (event.oid.empty() ? "0" : event.oid) << ",\"symbol\":\"" << event.symbol
+      << "\",\"side\":\"" << event.side << "\",\"qty\":" << event.qty << ",\"px\":";
+  if (event.px == 0) {
     out << 0;
   } else {
-    out << dollars_of(event.price);  // six significant digits, unlike the book lines
+    out << dollars_of(event.px);  // six significant digits, unlike the book lines
   }
   out << ",\"cum\":" << event.cum << ",\"leaves\":" << event.leaves
       << ",\"last_qty\":" << event.last_qty << ",\"text\":\"" << event.text << "\"";

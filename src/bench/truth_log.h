@@ -14,13 +14,13 @@ struct Engine;
 
 /// One event told to a client. Everything is borrowed for the call.
 struct OrderEvent {
-  std::string_view event;      // "new", "replace", "reject", "cancel", "fill", ...
-  std::string_view cl_ord_id;  // ClOrdID of the event
-  std::string_view order_id;   // decimal; empty is written 0
+  std::string_view ev;   // "new", "replace", "reject", "cancel", "fill", ...
+  std::string_view cl;   // ClOrdID of the event
+  std::string_view oid;  // decimal; empty is written 0
   std::string_view symbol = {};
   char side = ' ';  // 'B', 'S', or blank on a reject of a cancel or replace
   uint32_t qty = 0;
-  Price4 price = 0;
+  Price4 px = 0;
   uint32_t last_qty = 0;
   uint32_t cum = 0;     // after the event
   uint32_t leaves = 0;  // after the event

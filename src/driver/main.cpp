@@ -51,8 +51,8 @@ int run(int argc, const char* const* argv) {
   listeners.control_fd = open_control_port(config.control_port);
   list_symbols(config.symbols, engine);
   engine.open_market();  // the first packets leave before either TCP service listens
-  listeners.fix_fd = listen_or_exit(config.fix_port, "FIX");
-  listeners.snap_fd = listen_or_exit(config.snap_port, "DEEP SNAP");
+  listeners.fix_listen_fd = listen_or_exit(config.fix_port, "FIX");
+  listeners.snap_listen_fd = listen_or_exit(config.snap_port, "DEEP SNAP");
   print_banner(config);
   std::signal(SIGINT, request_stop);
   std::signal(SIGTERM, request_stop);

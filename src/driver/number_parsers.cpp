@@ -1,6 +1,5 @@
 #include "driver/number_parsers.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <stdexcept>
 

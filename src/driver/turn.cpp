@@ -20,7 +20,7 @@ constexpr uint64_t FILES_MS = 250;
 constexpr uint64_t BENCH_STATS_MS = 2000;
 constexpr uint64_t DEEP_STATS_MS = 10000;
 
-unsigned long long printable(uint64_t number) { return number; }
+using Printed = unsigned long long;  // what %llu takes
 
 }  // namespace
 
@@ -65,12 +65,12 @@ void Driver::serve_control() {
 }
 
 void Driver::serve_fix() {
-  gateway_.accept_clients(listeners_.fix_fd);
+  gateway_.accept_clients(listeners_.fix_listen_fd);
   gateway_.serve_clients(scratch_);
 }
 
 void Driver::serve_snaps() {
-  accept_snap_connections(listeners_.snap_fd, snaps_);
+  accept_snap_connections(listeners_.snap_listen_fd, snaps_);
   serve_snap_connections(engine_, snaps_, scratch_);
   std::erase_if(snaps_, [](const SnapConnection& snap) { return snap.fd < 0; });
 }
@@ -99,7 +99,7 @@ void Driver::announce_silence(uint64_t now_ms) {
                  "bench: going silent for %llu ms (no heartbeats, no reports on the wire — the "
                  "client should Test Request, then drop and log on again; a ResendRequest brings "
                  "what it missed)\n",
-                 printable(silent_until_ms - now_ms));
+                 static_cast<Printed>(silent_until_ms - now_ms));
   }
   silence_announced_ = true;
 }
@@ -114,7 +114,8 @@ bool Driver::bench_stats_armed() const {
 void Driver::print_bench_stats_if_due(uint64_t now_ms) {
   if (!bench_stats_armed() || now_ms - last_stats_ms_ < BENCH_STATS_MS) return;
   std::fprintf(stderr, "bench: stats %s next_seq=%llu %s%s\n",
-               bench_stats_text(*engine_.scenario).c_str(), printable(engine_.publisher->next_seq),
+               bench_stats_text(*engine_.scenario).c_str(),
+               static_cast<Printed>(engine_.publisher->next_seq),
                fault_stats_text(*engine_.publisher).c_str(), session_text(clients_).c_str());
   last_stats_ms_ = now_ms;
 }
@@ -138,10 +139,11 @@ void Driver::print_deep_stats_if_due(uint64_t now_ms) {
   std::fprintf(stderr,
                "[quorl] deep msgs %llu packets %llu dropped %llu gapfill %llu snapshots %llu "
                "resting %zu clients %zu\n%s\n",
-               printable(publisher.messages), printable(publisher.packets),
-               printable(publisher.dropped), printable(publisher.gap_requests),
-               printable(engine_.snapshots_served), engine_.orders.size(), clients_.size(),
-               fault_stats_text(publisher).c_str());
+               static_cast<Printed>(publisher.messages), static_cast<Printed>(publisher.packets),
+               static_cast<Printed>(publisher.dropped),
+               static_cast<Printed>(publisher.gap_requests),
+               static_cast<Printed>(engine_.snapshots_served), engine_.orders.size(),
+               clients_.size(), fault_stats_text(publisher).c_str());
   last_deep_ms_ = now_ms;
 }
 
@@ -149,8 +151,8 @@ void Driver::print_deep_stats_if_due(uint64_t now_ms) {
 void Driver::wait() {
   gateway_.forget_closed_clients();
   poll_set_.clear();
-  poll_set_.push_back({listeners_.fix_fd, POLLIN, 0});
-  poll_set_.push_back({listeners_.snap_fd, POLLIN, 0});
+  poll_set_.push_back({listeners_.fix_listen_fd, POLLIN, 0});
+  poll_set_.push_back({listeners_.snap_listen_fd, POLLIN, 0});
   for (const size_t index : gateway_.open_clients()) {
     poll_set_.push_back({clients_[index].fd, POLLIN, 0});
   }

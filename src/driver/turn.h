@@ -22,8 +22,8 @@ extern std::atomic<unsigned char> stop_requested;
 /// The loop's sockets, owned by the process to its end.
 struct Listeners {
   int control_fd = -1;  // -1 when there is no control port
-  int fix_fd = -1;
-  int snap_fd = -1;
+  int fix_listen_fd = -1;
+  int snap_listen_fd = -1;
 };
 
 /// The one poll loop: it decides only when each piece of work runs. Borrows the configuration and

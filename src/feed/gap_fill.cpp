@@ -33,10 +33,7 @@ struct ReplyPacket {
   }
 
   void add(const RetainedMessage& message) {
-    const auto prefix = pack_le(static_cast<uint16_t>(message.bytes.size()));
-    std::memcpy(bytes.data() + fill, prefix.data(), prefix.size());
-    std::copy(message.bytes.begin(), message.bytes.end(), bytes.data() + fill + prefix.size());
-    fill += prefix.size() + message.bytes.size();
+    fill += put_block(bytes.data() + fill, message.bytes.data(), message.bytes.size());
     ++header.message_count;
   }
 

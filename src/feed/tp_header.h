@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "feed/little_endian.h"
 
@@ -27,6 +28,16 @@ struct TpHeader {
   uint64_t first_seq = 0;      // of the packet's first message
   uint64_t send_time = 0;      // system clock, ns since the Unix epoch
 };
+
+/// Writes one message block, the length and the message, and returns its size.
+/// REQUIRES: room for it at `at`.
+inline size_t put_block(uint8_t* at, const void* message, size_t size) {
+  const auto prefix = pack_le(static_cast<uint16_t>(size));
+  static_assert(prefix.size() == BLOCK_PREFIX_SIZE);
+  std::memcpy(at, prefix.data(), prefix.size());
+  if (size != 0) std::memcpy(at + prefix.size(), message, size);
+  return prefix.size() + size;
+}
 
 inline auto encode(const TpHeader& h) {
   const auto bytes =

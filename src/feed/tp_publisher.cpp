@@ -81,10 +81,7 @@ bool TpPublisher::fits(size_t size) const {
 }
 
 void TpPublisher::place(const void* message, size_t size) {
-  const auto prefix = pack_le(static_cast<uint16_t>(size));
-  std::memcpy(packet.data() + fill, prefix.data(), prefix.size());
-  std::memcpy(packet.data() + fill + prefix.size(), message, size);
-  fill += prefix.size() + size;
+  fill += put_block(packet.data() + fill, message, size);
   ++header.message_count;
 }
 

@@ -11,7 +11,7 @@ void close_connection(Client& client) {
   ::close(client.fd);
   client.fd = -1;
   client.logged_on = false;
-  client.inbound.clear();
+  client.inbound = {};  // the record stays, its memory need not
 }
 
 void send_ignoring_result(int fd, std::string_view message) {

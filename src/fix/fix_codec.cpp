@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
-#include <cstdio>
 #include <limits>
 
 #include "driver/number_parsers.h"
@@ -25,12 +23,6 @@ uint32_t checksum_of(std::string_view bytes) {
   return sum % 256;
 }
 
-void append_number(std::string& out, uint64_t value) {
-  std::array<char, 20> digits;
-  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
-  out.append(digits.data(), end);
-}
-
 size_t decimal_width(uint64_t value) {
   size_t width = 1;
   for (; value >= 10; value /= 10) ++width;
@@ -41,35 +33,51 @@ void append_field(std::string& out, std::string_view tag_and_equals, std::string
   out.append(tag_and_equals).append(value).push_back(SOH);
 }
 
+/// The whole length field, its SOH at the end included, has come.
+bool find_length_field(ReceiveBuffer& buffer) {
+  FrameProgress& progress = buffer.progress;
+  if (progress.frame_size != 0 || progress.endless) return true;
+  const std::string_view bytes = buffer.bytes();
+  if (progress.length_field == NOT_FOUND) {
+    progress.length_field = bytes.find(LENGTH_PREFIX, progress.searched);
+    if (progress.length_field == NOT_FOUND) {
+      // The first bytes of the field may be the last that have come.
+      progress.searched = bytes.size() - std::min(bytes.size(), LENGTH_PREFIX.size() - 1);
+      return false;
+    }
+    progress.searched = progress.length_field + LENGTH_PREFIX.size();
+  }
+  const size_t end = bytes.find(SOH, progress.searched);
+  progress.searched = end == NOT_FOUND ? bytes.size() : end;
+  return end != NOT_FOUND;
+}
+
+/// From the field that find_length_field has found. False if it holds no number.
+bool read_frame_size(ReceiveBuffer& buffer) {
+  FrameProgress& progress = buffer.progress;
+  if (progress.frame_size != 0 || progress.endless) return true;
+  const size_t begin = progress.length_field + LENGTH_PREFIX.size();
+  const size_t end = progress.searched;
+  uint64_t body_length = 0;
+  if (!parse_u64(buffer.bytes().substr(begin, end - begin), body_length)) return false;
+  // A length near 2^64 is met by no buffer; it must not wrap round to a tiny frame.
+  const size_t around_body = end + 1 + TRAILER_SIZE;
+  progress.endless = body_length > std::numeric_limits<size_t>::max() - around_body;
+  if (!progress.endless) progress.frame_size = around_body + body_length;
+  return true;
+}
+
+/// REQUIRES: a frame of at least TRAILER_SIZE bytes.
+bool has_valid_checksum(std::string_view frame) {
+  const std::string_view summed = frame.substr(0, frame.size() - TRAILER_SIZE);
+  const std::string_view trailer = frame.substr(summed.size());
+  if (!trailer.starts_with(CHECKSUM_PREFIX)) return false;
+  // Up to three digits; what stands in the last byte is not looked at.
+  const int32_t announced = narrowed_strtol(trailer.substr(CHECKSUM_PREFIX.size(), 3));
+  return announced == static_cast<int32_t>(checksum_of(summed));
+}
+
 }  // namespace
-
-void ReceiveBuffer::append(std::string_view received) {
-  if (start_ != 0) {
-    bytes_.erase(0, start_);
-    searched_ -= std::min(searched_, start_);
-    start_ = 0;
-  }
-  bytes_.append(received);
-}
-
-void ReceiveBuffer::clear() {
-  bytes_.clear();
-  start_ = 0;
-  searched_ = 0;
-}
-
-void ReceiveBuffer::drop_front(size_t count) { start_ += count; }
-
-size_t ReceiveBuffer::find_resuming(std::string_view needle) {
-  const size_t at = bytes_.find(needle, std::max(start_, searched_));
-  if (at != NOT_FOUND) {
-    searched_ = at;
-    return at - start_;
-  }
-  // A needle may be cut at the end: its first bytes are searched again when the rest has come.
-  searched_ = bytes_.size() - std::min(bytes_.size(), needle.size() - 1);
-  return NOT_FOUND;
-}
 
 bool extract_frame(ReceiveBuffer& buffer, std::string& frame) {
   while (true) {
@@ -80,33 +88,18 @@ bool extract_frame(ReceiveBuffer& buffer, std::string& frame) {
       return false;
     }
     buffer.drop_front(prefix);
-
-    const size_t length_field = buffer.find_resuming(LENGTH_PREFIX);
-    if (length_field == NOT_FOUND) return false;
-    const size_t length_begin = length_field + LENGTH_PREFIX.size();
-    const std::string_view bytes = buffer.bytes();
-    const size_t length_end = bytes.find(SOH, length_begin);
-    if (length_end == NOT_FOUND) return false;
-
-    uint64_t body_length = 0;
-    if (!parse_u64(bytes.substr(length_begin, length_end - length_begin), body_length)) {
-      buffer.drop_front(1);  // the search moves on to the next frame
+    if (!find_length_field(buffer)) return false;
+    if (!read_frame_size(buffer)) {
+      // Every prefix in front of the bad length would find it again.
+      buffer.drop_front(buffer.progress.length_field);
       continue;
     }
-    // A length near 2^64 is met by no buffer; it must not wrap round to a tiny frame.
-    const size_t around_body = length_end + 1 + TRAILER_SIZE;
-    if (body_length > std::numeric_limits<size_t>::max() - around_body) return false;
-    const size_t frame_size = around_body + body_length;
-    if (bytes.size() < frame_size) return false;
+    const size_t frame_size = buffer.progress.frame_size;
+    if (buffer.progress.endless || buffer.size() < frame_size) return false;
 
-    frame.assign(bytes, 0, frame_size);
+    frame.assign(buffer.bytes(), 0, frame_size);
     buffer.drop_front(frame_size);
-    const std::string_view trailer = std::string_view(frame).substr(frame_size - TRAILER_SIZE);
-    if (!trailer.starts_with(CHECKSUM_PREFIX)) continue;
-    // Up to three digits; what stands in the last byte is not looked at.
-    const int32_t announced = narrowed_strtol(trailer.substr(CHECKSUM_PREFIX.size(), 3));
-    const std::string_view summed = std::string_view(frame).substr(0, frame_size - TRAILER_SIZE);
-    if (announced == static_cast<int32_t>(checksum_of(summed))) return true;
+    if (has_valid_checksum(frame)) return true;
   }
 }
 
@@ -140,11 +133,11 @@ std::string compose_message(std::string_view msg_type, uint32_t seq, std::string
   message.reserve(LONGEST_HEAD + body_length + TRAILER_SIZE);
   append_field(message, "8=", "FIX.4.2");
   message.append("9=");
-  append_number(message, body_length);
+  append_decimal(message, body_length);
   message.push_back(SOH);
   append_field(message, "35=", msg_type);
   message.append("34=");
-  append_number(message, seq);
+  append_decimal(message, seq);
   message.push_back(SOH);
   append_field(message, "49=", sender);
   append_field(message, "56=", target);

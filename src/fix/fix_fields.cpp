@@ -12,15 +12,21 @@ FixFieldList::FixFieldList(std::initializer_list<FixField> fields) {
 }
 
 void FixFieldList::put(int32_t tag, std::string_view value) {
-  std::array<char, 12> digits;
-  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), tag).ptr;
-  wire_.append(digits.data(), end).append(1, '=').append(value).append(1, SOH);
+  append_number(tag);
+  wire_.append(1, '=').append(value).append(1, SOH);
 }
 
-void FixFieldList::put_number(int32_t tag, uint64_t value) {
+void FixFieldList::put_number(int32_t tag, int64_t value) {
+  append_number(tag);
+  wire_.push_back('=');
+  append_number(value);
+  wire_.push_back(SOH);
+}
+
+void FixFieldList::append_number(int64_t value) {
   std::array<char, 20> digits;
   const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
-  put(tag, std::string_view(digits.data(), static_cast<size_t>(end - digits.data())));
+  wire_.append(digits.data(), end);
 }
 
 const FixField* FixFieldMap::find(int32_t tag) const {

@@ -80,17 +80,20 @@ class FixFieldList {
 
   void put(int32_t tag, std::string_view value);
   void put(int32_t tag, char value) { put(tag, std::string_view(&value, 1)); }
-  void put_number(int32_t tag, uint64_t value);
+  void put_number(int32_t tag, int64_t value);
 
   void reserve(size_t bytes) { wire_.reserve(bytes); }
   std::string_view wire() const { return wire_; }
 
  private:
+  void append_number(int64_t value);
+
   std::string wire_;
 };
 
 /// The fields of one received frame. A tag that occurs twice keeps its last value. The values are
-/// views into the frame, which must outlive the map.
+/// views into the frame, which must outlive the map. A message has few fields, so a look-up walks
+/// them from the back instead of hashing.
 class FixFieldMap {
  public:
   void set(int32_t tag, std::string_view value) { fields_.push_back({tag, value}); }

@@ -29,7 +29,8 @@ void FixGateway::on_logon(Client& client, const FixFieldMap& fields) {
   if (!fields.has(TAG_HEART_BT_INT)) {
     return reject_logon(sender, client, stream, "HeartBtInt (108) missing");
   }
-  if (fields.text(TAG_RESET_SEQ_NUM_FLAG) == "Y") {
+  const bool reset = fields.text(TAG_RESET_SEQ_NUM_FLAG) == "Y";
+  if (reset) {
     // Stays done even if the number is refused just below.
     stream.next_out = stream.next_in = 1;
     stream.store.clear();
@@ -39,14 +40,13 @@ void FixGateway::on_logon(Client& client, const FixFieldMap& fields) {
                         "MsgSeqNum too low, expecting " + std::to_string(stream.next_in) +
                             " but received " + std::to_string(client.last_seq));
   }
-  accept_logon(client, stream, sender, fields);
+  accept_logon(sender, client, stream, fields.text(TAG_HEART_BT_INT), reset);
 }
 
-void FixGateway::accept_logon(Client& client, FixStream& stream, const std::string& sender,
-                              const FixFieldMap& fields) {
-  const bool reset = fields.text(TAG_RESET_SEQ_NUM_FLAG) == "Y";
+void FixGateway::accept_logon(const std::string& sender, Client& client, FixStream& stream,
+                              std::string_view heart_bt_int, bool reset) {
   client.comp_id = sender;
-  client.heartbeat_s = heartbeat_of(fields.text(TAG_HEART_BT_INT));
+  client.heartbeat_s = heartbeat_of(heart_bt_int);
   client.logged_on = true;
   ++scenario_.counters.logons;
 
@@ -59,7 +59,7 @@ void FixGateway::accept_logon(Client& client, FixStream& stream, const std::stri
   stream.next_in = client.last_seq + 1;  // jumps over any gap at once
 
   FixFieldList reply{{TAG_ENCRYPT_METHOD, "0"}};
-  reply.put_number(TAG_HEART_BT_INT, static_cast<uint64_t>(client.heartbeat_s));
+  reply.put_number(TAG_HEART_BT_INT, client.heartbeat_s);
   if (reset) reply.put(TAG_RESET_SEQ_NUM_FLAG, "Y");
   send_admin(client, "A", reply);
   if (ahead) ask_for_resend(client, expected, client.last_seq - 1);
@@ -76,7 +76,6 @@ void FixGateway::accept_logon(Client& client, FixStream& stream, const std::stri
   }
 }
 
-/// Spends a number of the stream, stores nothing, and is the one message that no lapse holds back.
 void FixGateway::reject_logon(const std::string& sender, Client& client, FixStream& stream,
                               const std::string& reason) {
   std::fprintf(stderr, "bench: logon of %s rejected (%s)\n", sender.c_str(), reason.c_str());

@@ -4,6 +4,7 @@
 
 #include "bench/scenario.h"
 #include "bench/truth_log.h"
+#include "fix/fix_codec.h"
 #include "fix/stream_records.h"
 #include "market/engine.h"
 #include "market/prices.h"
@@ -108,13 +109,13 @@ std::string build_exec_report(Engine& engine, const ExecReportArgs& args) {
 
   if (is_fill(args.exec_type)) ++engine.scenario->counters.fills;
   write_order_event(engine,
-                    {.event = event_word(args.exec_type),
-                     .cl_ord_id = renamed ? args.new_cl_ord_id : order.cl_ord_id,
-                     .order_id = args.order_id,
+                    {.ev = event_word(args.exec_type),
+                     .cl = renamed ? args.new_cl_ord_id : order.cl_ord_id,
+                     .oid = args.order_id,
                      .symbol = args.symbol,
                      .side = order.side == '1' ? 'B' : 'S',
                      .qty = order.qty,
-                     .price = order.price,
+                     .px = order.price,
                      .last_qty = args.last_qty,
                      .cum = args.cum,
                      .leaves = args.leaves,
@@ -128,9 +129,9 @@ std::string build_cancel_reject(Engine& engine, const Client& client, std::strin
                                 char ord_status, char reason, char response_to,
                                 std::string_view text, std::string_view truth_event) {
   const bool answers_replace = response_to == '2';
-  write_order_event(engine, {.event = truth_event,
-                             .cl_ord_id = orig_cl_ord_id,
-                             .order_id = order_id,
+  write_order_event(engine, {.ev = truth_event,
+                             .cl = orig_cl_ord_id,
+                             .oid = order_id,
                              .side = ' ',
                              .text = text,
                              .ref = answers_replace ? cl_ord_id : std::string_view()});

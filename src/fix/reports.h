@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "fix/fix_codec.h"
+#include "fix/fix_fields.h"
 #include "market/records.h"
 
 // The composers of every application message. A report that has been built is numbered on its
@@ -22,7 +22,7 @@ struct ExecReportArgs {
   const Order& order;    // gives tags 38, 54, 18, 40, 47, 59, 44, 6 and the fallback ClOrdID
   std::string order_id;  // tag 37; empty becomes "NONE"
   std::string_view symbol;
-  uint64_t trade_id = 0;
+  int64_t trade_id = 0;
   char exec_type = '0';
   char ord_status = '0';
   uint32_t last_qty = 0;

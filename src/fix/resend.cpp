@@ -20,14 +20,13 @@ std::string compose_replay(const StoredMessage& stored, const std::string& targe
 
 std::string compose_gap_fill(uint64_t first_missing, uint64_t next, const std::string& target) {
   FixFieldList body{{TAG_GAP_FILL_FLAG, "Y"}};
-  body.put_number(TAG_NEW_SEQ_NO, next);
+  body.put_number(TAG_NEW_SEQ_NO, static_cast<int64_t>(next));
   return compose_message("4", static_cast<uint32_t>(first_missing), EXCHANGE_COMP_ID, target, body,
                          {{TAG_POSS_DUP_FLAG, "Y"}});
 }
 
 }  // namespace
 
-/// A ResendRequest never draws one of ours, even if its own number leaves a gap.
 void FixGateway::on_resend_request(Client& client, FixStream& stream, const FixFieldMap& fields) {
   ++scenario_.counters.resend_requests;
   serve_resend(client, stream, fields);
@@ -72,14 +71,12 @@ void FixGateway::serve_resend(Client& client, const FixStream& stream, const Fix
                replayed, gap_fills);
 }
 
-/// Only the new number counts, and it may be lower than next_in.
 void FixGateway::on_sequence_reset(Client& client, FixStream& stream, const FixFieldMap& fields) {
   stream.next_in = fields.number(TAG_NEW_SEQ_NO);
   std::fprintf(stderr, "bench: client %s SequenceReset/GapFill 36=%u\n", client.comp_id.c_str(),
                stream.next_in);
 }
 
-/// The message that showed the gap is handled at once: nothing is queued behind a gap.
 void FixGateway::on_inbound_gap(Client& client, const FixStream& stream, std::string_view type) {
   std::fprintf(stderr, "bench: client %s seq gap expected %u got %u (%s) — ResendRequest sent\n",
                client.comp_id.c_str(), stream.next_in, client.last_seq, std::string(type).c_str());

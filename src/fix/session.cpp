@@ -74,7 +74,6 @@ void FixGateway::serve_client(Client& client, std::span<char> scratch) {
   }
 }
 
-/// Whole messages that came in the same pass go unhandled with the connection.
 void FixGateway::on_end_of_stream(Client& client) {
   std::fprintf(stderr, "bench: client %s disconnected (%zu resting order(s) kept)\n",
                client.comp_id.c_str(), engine_.resting_orders_of(client.comp_id));
@@ -151,8 +150,6 @@ void FixGateway::on_unknown_type(Client& client) {
   send_admin(client, "3", reject);
 }
 
-/// Runs after every NewOrderSingle, a refused one too. True if the connection has been dropped:
-/// the order's reports are numbered and stored by then, and stay unsent.
 bool FixGateway::connection_drop(Client& client) {
   const uint32_t threshold = scenario_.disconnect_after;
   const bool scripted =
@@ -176,8 +173,6 @@ void FixGateway::send_gated(Client& client, std::string_view message) {
   client.last_tx_ms = static_cast<int64_t>(steady_ms());
 }
 
-/// Session-level messages take their number before the gate and are never stored: what a lapse
-/// swallows is lost, and a later resend covers its number by a gap fill.
 void FixGateway::send_admin(Client& client, std::string_view msg_type, const FixFieldList& fields) {
   FixStream& stream = engine_.streams[client.comp_id];
   send_gated(client, compose_message(msg_type, stream.next_out++, EXCHANGE_COMP_ID, client.comp_id,
@@ -189,23 +184,26 @@ void FixGateway::send_queued_reports(Client& client, const std::vector<std::stri
 }
 
 void FixGateway::run_timers(uint64_t now_ms) {
-  constexpr uint64_t MS_PER_S = 1000;
-  constexpr uint64_t TIME_OUT_MS_PER_S = 2500;
   for (const size_t index : open_clients_) {
     Client& client = clients_[index];
     if (client.fd < 0 || !client.logged_on) continue;
-    const auto heartbeat_s = static_cast<uint64_t>(client.heartbeat_s);
-    if (steady_ms() >= scenario_.silent_until_ms &&
-        age_ms(now_ms, client.last_tx_ms) >= heartbeat_s * MS_PER_S) {
-      send_admin(client, "0", {});
-    }
-    if (age_ms(now_ms, client.last_rx_ms) >= heartbeat_s * TIME_OUT_MS_PER_S) {
-      std::fprintf(stderr,
-                   "[quorl] client %s timed out (no message for %d s; resting orders kept)\n",
-                   client.comp_id.c_str(), static_cast<int>(heartbeat_s * 5 / 2));
-      close_connection(client);
-    }
+    send_heartbeat_if_due(client, now_ms);
+    time_out_if_due(client, now_ms);
   }
+}
+
+void FixGateway::send_heartbeat_if_due(Client& client, uint64_t now_ms) {
+  const uint64_t period_ms = static_cast<uint64_t>(client.heartbeat_s) * 1000;
+  if (steady_ms() < scenario_.silent_until_ms) return;
+  if (age_ms(now_ms, client.last_tx_ms) >= period_ms) send_admin(client, "0", {});
+}
+
+void FixGateway::time_out_if_due(Client& client, uint64_t now_ms) {
+  const auto heartbeat_s = static_cast<uint64_t>(client.heartbeat_s);
+  if (age_ms(now_ms, client.last_rx_ms) < heartbeat_s * 2500) return;
+  std::fprintf(stderr, "[quorl] client %s timed out (no message for %d s; resting orders kept)\n",
+               client.comp_id.c_str(), static_cast<int>(heartbeat_s * 5 / 2));
+  close_connection(client);
 }
 
 }  // namespace quorl

@@ -33,7 +33,8 @@ class FixGateway {
   /// every complete message of each.
   void serve_clients(std::span<char> scratch);
 
-  /// Heartbeats and time-outs, with the turn's `now_ms`.
+  /// Heartbeats and time-outs of every logged-on client, with the turn's `now_ms`. A lapse holds
+  /// back the Heartbeat only.
   void run_timers(uint64_t now_ms);
 
   /// One composed message to one client: nothing in a lapse or on a closed connection, else one
@@ -51,25 +52,37 @@ class FixGateway {
   void dispatch(Client& client, std::string_view type, const FixFieldMap& fields);
 
   void on_logon(Client& client, const FixFieldMap& fields);
-  void accept_logon(Client& client, FixStream& stream, const std::string& sender,
-                    const FixFieldMap& fields);
+  void accept_logon(const std::string& sender, Client& client, FixStream& stream,
+                    std::string_view heart_bt_int, bool reset);
+  /// Spends a number of the stream, stores nothing, and is the one message that no lapse holds
+  /// back.
   void reject_logon(const std::string& sender, Client& client, FixStream& stream,
                     const std::string& reason);
   void close_before_logon(Client& client, std::string_view type);
   void on_test_request(Client& client, const FixFieldMap& fields);
   void on_logout(Client& client);
   void on_unknown_type(Client& client);
+  /// Whole messages that came in the same pass go unhandled with the connection.
   void on_end_of_stream(Client& client);
 
+  /// A ResendRequest never draws one of ours, even if its own number leaves a gap.
   void on_resend_request(Client& client, FixStream& stream, const FixFieldMap& fields);
   void serve_resend(Client& client, const FixStream& stream, const FixFieldMap& fields);
+  /// Only the new number counts, and it may be lower than next_in.
   void on_sequence_reset(Client& client, FixStream& stream, const FixFieldMap& fields);
+  /// The message that showed the gap is handled at once: nothing is queued behind a gap.
   void on_inbound_gap(Client& client, const FixStream& stream, std::string_view type);
   void ask_for_resend(Client& client, uint32_t first, uint32_t last);
 
   void on_new_order_single(Client& client, const FixFieldMap& fields);
+  /// The scripted drop; asked after every NewOrderSingle, a refused one too. True if the connection
+  /// has been dropped: the order's reports are numbered and stored by then, and stay unsent.
   bool connection_drop(Client& client);
+  void send_heartbeat_if_due(Client& client, uint64_t now_ms);
+  void time_out_if_due(Client& client, uint64_t now_ms);
   void send_queued_reports(Client& client, const std::vector<std::string>& messages);
+  /// Session-level messages take their number before the gate and are never stored: what a lapse
+  /// swallows is lost, and a later resend covers its number by a gap fill.
   void send_admin(Client& client, std::string_view msg_type, const FixFieldList& fields);
 
   Engine& engine_;

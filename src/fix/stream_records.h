@@ -5,7 +5,9 @@
 #include <deque>
 #include <string>
 
-#include "fix/fix_codec.h"
+#include "fix/fix_fields.h"
+#include "fix/fix_text.h"
+#include "fix/receive_buffer.h"
 
 namespace quorl {
 

@@ -55,7 +55,8 @@ struct Engine {
   /// Adds one synthetic order near `ref`: a buy for a `direction` above 0, a sell below 0, either
   /// by a coin for 0. An event of its own.
   void post_liquidity(Stock& stock, Price4 ref, int direction);
-  /// Carries out the exchange-initiated cancels that are due. Their reports are deferred.
+  /// Carries out the exchange-initiated cancels that are due. Their reports are deferred, and
+  /// drain_deferred finds the owner among the same clients later in the turn.
   void fire_unsolicited(std::vector<Client>& clients);
   /// Composes every report owed, each against its owner's last logged-on connection, or against
   /// none: it is numbered, stored and logged all the same. Returns what is to be sent, in order:
@@ -79,6 +80,8 @@ struct Engine {
   /// by a withdrawal, which publishes no trade and owes no report. Returns the shares taken, fewer
   /// than `qty` if a scripted partial fill cut the trade. The caller has begun the event and
   /// publishes it. `order` is the record in `orders` and may be gone afterwards: do not touch it.
+  /// `liquidity` goes into the report ('1': the resting side added it); `scriptable` lets the
+  /// partial-fill script be asked.
   uint32_t reduce(Stock& stock, Order& order, uint32_t qty, bool withdrawal, Price4 price,
                   char liquidity, bool scriptable);
   /// Takes the whole order off the book without a trade.
@@ -107,7 +110,9 @@ struct Engine {
   Order* live_order(std::string_view owner, std::string_view cl_ord_id);
   /// Null for a symbol that is not listed; the first of those that share it.
   Stock* stock_by_symbol(std::string_view symbol);
-  /// Null for a locate that was cut to nothing, with more than 65535 symbols.
+  /// Null for a locate that was cut to 0, with more than 65535 symbols: such an order answers as
+  /// unknown to its client and cannot be changed. A locate that wrapped further names another
+  /// stock.
   Stock* stock_of(const Order& order);
   /// Open shares at one price; 0 without a level.
   uint32_t level_size(const Stock& stock, bool buy, Price4 price) const;

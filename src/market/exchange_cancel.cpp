@@ -12,8 +12,7 @@
 
 namespace quorl {
 
-/// The list is not sorted: one due entry behind an undue one fires in the same pass. The clients
-/// are told by drain_deferred, which runs later in the turn.
+/// The list is not sorted: one due entry behind an undue one fires in the same pass.
 void Engine::fire_unsolicited(std::vector<Client>&) {
   if (scheduled_cancels.empty()) return;
   const auto now_ms = static_cast<int64_t>(steady_ms());

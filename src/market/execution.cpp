@@ -98,22 +98,22 @@ void Engine::credit_resting_fill(const Stock& stock, Order& order, uint32_t fill
   const uint32_t remaining = order.leaves - filled;
   Order snapshot = order;
   snapshot.leaves = remaining;
-  deferred.push_back(
-      {order.owner, [this, snapshot = std::move(snapshot), symbol = stock.symbol,
-                     trade_id = next_trade_id, filled, price, liquidity](Client& client) {
-         return build_exec_report(*this, {.client = client,
-                                          .order = snapshot,
-                                          .order_id = std::to_string(snapshot.id),
-                                          .symbol = symbol,
-                                          .trade_id = trade_id,
-                                          .exec_type = fill_status(snapshot.leaves),
-                                          .ord_status = fill_status(snapshot.leaves),
-                                          .last_qty = filled,
-                                          .last_px = price,
-                                          .leaves = snapshot.leaves,
-                                          .cum = snapshot.cum,
-                                          .liquidity = liquidity});
-       }});
+  deferred.push_back({order.owner, [this, snapshot = std::move(snapshot), symbol = stock.symbol,
+                                    trade_id = static_cast<int64_t>(next_trade_id), filled, price,
+                                    liquidity](Client& client) {
+                        return build_exec_report(*this, {.client = client,
+                                                         .order = snapshot,
+                                                         .order_id = std::to_string(snapshot.id),
+                                                         .symbol = symbol,
+                                                         .trade_id = trade_id,
+                                                         .exec_type = fill_status(snapshot.leaves),
+                                                         .ord_status = fill_status(snapshot.leaves),
+                                                         .last_qty = filled,
+                                                         .last_px = price,
+                                                         .leaves = snapshot.leaves,
+                                                         .cum = snapshot.cum,
+                                                         .liquidity = liquidity});
+                      }});
   if (remaining == 0) note_closed(order.owner, order.cl_ord_id);
 }
 
@@ -146,7 +146,7 @@ void Engine::match_order(Stock& stock, Order& aggressor, Client* client,
                                                .order = aggressor,
                                                .order_id = std::to_string(aggressor.id),
                                                .symbol = stock.symbol,
-                                               .trade_id = next_trade_id,
+                                               .trade_id = static_cast<int64_t>(next_trade_id),
                                                .exec_type = fill_status(aggressor.leaves),
                                                .ord_status = fill_status(aggressor.leaves),
                                                .last_qty = got,

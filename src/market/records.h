@@ -22,7 +22,7 @@ struct Order {
   Price4 price = 0;       // limit; 0 for a market order
   uint32_t leaves = 0;    // open shares
   uint32_t qty = 0;       // ordered shares
-  uint32_t cum = 0;       // executed shares; stays 0 on a synthetic order
+  uint32_t cum = 0;       // executed shares; a resting synthetic order is not credited
   double notional = 0.0;  // dollars: sum of fill quantity times fill price
   std::string owner;      // the client's SenderCompID
   std::string cl_ord_id;  // current ClOrdID

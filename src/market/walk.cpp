@@ -7,8 +7,10 @@
 #include "market/prices.h"
 
 // The market's own life: a random walk per symbol, synthetic orders posted and pulled around it,
-// and synthetic aggressors at the touch. The order of the draws decides the market of a seed: never
-// two draws in one expression, and none that these comments do not speak of.
+// and synthetic aggressors at the touch. The order of the draws decides the market of a seed,
+// so no expression holds two. Per stock and tick: the step (two or more uniforms, or the spare);
+// per pull attempt the pick, then a coin for a near order; per post the side, the distance, the
+// size; the touch's chance, and if it comes its side and its size.
 
 namespace quorl {
 namespace {
