@@ -1,0 +1,63 @@
+#pragma once
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <memory>
+#include <random>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "bench/scenario.h"
+#include "driver/run_config.h"
+#include "feed/fault_plan.h"
+#include "feed/tp_publisher.h"
+#include "fix/stream_records.h"
+#include "market/engine.h"
+
+namespace quorl::fuzz {
+
+/// What a target gives the program to read, as characters.
+inline std::string_view text_of(const uint8_t* data, size_t size) {
+  return {reinterpret_cast<const char*>(data), size};
+}
+
+/// Takes the part in front of the first `separator` out of `rest`, and the separator with it.
+inline std::string_view take_until(std::string_view& rest, char separator) {
+  const std::string_view part = rest.substr(0, rest.find(separator));
+  rest.remove_prefix(std::min(rest.size(), part.size() + 1));
+  return part;
+}
+
+/// The exchange that a command line asks for, cut off from the network: what its feed sends goes
+/// to no socket. The market is not open yet and has no symbols.
+struct ClosedExchange {
+  explicit ClosedExchange(const RunConfig& run_config)
+      : config(run_config),
+        rng(config.seed),
+        publisher(config.mcast, config.port, config.iface, 0, config.session),
+        engine(publisher, rng, scenario, config.step_bps, config.touch_hit, config.quiet) {
+    ::close(publisher.fd);
+    publisher.fd = -1;
+  }
+
+  RunConfig config;
+  std::mt19937_64 rng;
+  TpPublisher publisher;
+  Scenario scenario;
+  Engine engine;
+  std::vector<Client> clients;
+  bool silence_announced = false;
+};
+
+/// One with the given symbols, open for trading.
+inline std::unique_ptr<ClosedExchange> open_exchange(const RunConfig& config) {
+  auto exchange = std::make_unique<ClosedExchange>(config);
+  exchange->publisher.faults = fault_plan_of(config);
+  list_symbols(config.symbols, exchange->engine);
+  exchange->engine.open_market();
+  return exchange;
+}
+
+}  // namespace quorl::fuzz
