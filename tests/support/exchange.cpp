@@ -11,6 +11,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <numeric>
 #include <sstream>
 
@@ -423,7 +424,9 @@ Exchange::Exchange(const std::string& symbols)
   }
 }
 
-Exchange::~Exchange() = default;
+Exchange::~Exchange() {
+  if (!order_event_path_.empty()) ::unlink(order_event_path_.c_str());
+}
 
 std::vector<uint64_t> Exchange::rests(const std::vector<std::string>& orders) {
   std::vector<FeedPacket> unseen = packets();
@@ -531,6 +534,23 @@ void Exchange::book_holds(const std::vector<std::string>& expected, size_t stock
   add(stock(stock_index).asks);
   add(stock(stock_index).bids);
   EXPECT_THAT(held, testing::ElementsAreArray(expected));
+}
+
+void Exchange::writes_order_events() {
+  order_event_path_ = testing::TempDir() + "order_events_XXXXXX";
+  const int created = ::mkstemp(order_event_path_.data());
+  ASSERT_GE(created, 0) << order_event_path_;
+  ::close(created);
+  scenario.order_truth.open(order_event_path_, std::ios::app);
+}
+
+std::vector<std::string> Exchange::order_events() const {
+  std::vector<std::string> events;
+  std::ifstream file(order_event_path_);
+  for (std::string line; std::getline(file, line);) {
+    events.push_back(line.substr(std::min(line.find("\"ev\""), line.size())));
+  }
+  return events;
 }
 
 const Order& Exchange::order(const std::string& owner, const std::string& cl_ord_id) {

@@ -154,6 +154,11 @@ class Exchange {
   void book_holds(const std::vector<std::string>& expected, size_t stock = 0,
                   const char* file = __builtin_FILE(), int line = __builtin_LINE());
 
+  /// From now on the order events are written to a file of this exchange's own.
+  void writes_order_events();
+  /// The lines of that file, each without its time: from "ev" to the closing brace.
+  std::vector<std::string> order_events() const;
+
   Stock& stock(size_t index = 0) { return engine.stocks.at(index); }
   /// The order that rests under a client's name for it. Fails the test if there is none.
   const Order& order(const std::string& owner, const std::string& cl_ord_id);
@@ -186,6 +191,7 @@ class Exchange {
 
   std::vector<FeedPacket> unseen_packets_;
   uint64_t messages_received_ = 0;
+  std::string order_event_path_;                       // empty until a test asks for the file
   std::map<size_t, std::deque<std::string>> inboxes_;  // by index of the client
 };
 
