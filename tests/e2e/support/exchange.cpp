@@ -48,8 +48,15 @@ client::FixSession Exchange::logs_on(const std::string& comp_id,
   return session;
 }
 
+/// An empty datagram ends the service of the control port for one turn, so the answer to what
+/// stands behind it comes from a turn that began when all else had been read.
+client::ControlStats Exchange::turn() {
+  control_.send("");
+  return control_.stats();
+}
+
 const client::BookBuilder& Exchange::book() {
-  feed_.await_seq(control_.stats().next_seq - 1);
+  feed_.await_seq(turn().next_seq - 1);
   for (; applied_ < feed_.messages().size(); ++applied_) {
     book_.apply(feed_.messages()[applied_].message);
   }
@@ -58,7 +65,7 @@ const client::BookBuilder& Exchange::book() {
 
 const client::SymbolBook& Exchange::book(const std::string& symbol) { return book().book(symbol); }
 
-uint64_t Exchange::counter(const std::string& name) { return control_.stats()[name]; }
+uint64_t Exchange::counter(const std::string& name) { return turn()[name]; }
 
 void Exchange::empty_book(const std::string& symbol) {
   client::FixSession sweeper = session("SWEEPER");

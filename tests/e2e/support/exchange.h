@@ -38,7 +38,12 @@ class Exchange {
   client::FixSession logs_on(const std::string& comp_id,
                              const client::LogonOptions& options = {}) const;
 
-  /// A barrier: all that has been published has arrived, and the book shows it.
+  /// A barrier: what had been sent to any socket of the exchange has been read and acted upon.
+  /// Returns the statistics behind it.
+  client::ControlStats turn();
+
+  /// A barrier like turn(), behind which all that has been published has arrived, and the book
+  /// shows it.
   const client::BookBuilder& book();
   const client::SymbolBook& book(const std::string& symbol);
 
