@@ -1,0 +1,56 @@
+#include "tests/e2e/support/one_turn.h"
+
+#include <chrono>
+#include <cstdint>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "client/deadline.h"
+#include "client/errors.h"
+
+namespace e2e {
+namespace {
+
+/// What waits unread in the sockets bound to the local port, as the kernel's table tells it:
+/// "0: 0100007F:6F54 0100007F:C350 01 00000000:00000021 ...". An empty datagram counts too.
+uint64_t unread(const std::string& table, uint16_t port) {
+  constexpr int HEX = 16;
+  constexpr const char* LISTENING = "0A";  // a queue of connections
+  uint64_t sum = 0;
+  std::ifstream file("/proc/net/" + table);
+  std::string line;
+  std::getline(file, line);  // the heading
+  while (std::getline(file, line)) {
+    std::istringstream words(line);
+    std::string number, local, remote, state, queues;
+    words >> number >> local >> remote >> state >> queues;
+    if (std::stoul(local.substr(local.find(':') + 1), nullptr, HEX) != port) continue;
+    if (table == "tcp" && state == LISTENING) continue;
+    sum += std::stoull(queues.substr(queues.find(':') + 1), nullptr, HEX);
+  }
+  return sum;
+}
+
+uint64_t unread(const client::Ports& ports) {
+  return unread("tcp", ports.fix) + unread("udp", ports.control);
+}
+
+}  // namespace
+
+void in_one_turn(Exchange& exchange, const std::vector<std::function<void()>>& sends) {
+  exchange.simulator().stop_process();
+  for (const std::function<void()>& send : sends) {
+    const uint64_t before = unread(exchange.ports());
+    send();
+    const client::Deadline deadline = client::Deadline::after(client::PATIENCE);
+    while (unread(exchange.ports()) <= before) {
+      if (deadline.expired()) throw client::Timeout("what was sent does not reach the exchange");
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  }
+  exchange.simulator().cont_process();
+}
+
+}  // namespace e2e
