@@ -1,0 +1,294 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "support/exchange.h"
+#include "support/test_clock.h"
+
+namespace quorl::test {
+namespace {
+
+constexpr std::string_view SELL_100 = "35=D|11=a1|55=AAPL|54=2|38=100|40=2|44=190.00|59=0|18=i";
+
+std::string sell(std::string_view changes = "") { return altered(SELL_100, changes); }
+
+/// An order of ALPHA that the exchange will cancel by itself 300 ms from now.
+FixPeer doomed_order(Exchange& exchange, std::string_view changes = "") {
+  FixPeer client = exchange.logs_on("ALPHA");
+  exchange.scenario.unsolicited_cancel_next = 1;
+  client.says(sell(changes));
+  client.hears("150=0|34=1");
+  exchange.feed();
+  return client;
+}
+
+void fires(Exchange& exchange) { exchange.engine.fire_unsolicited(exchange.clients); }
+
+TEST(ExchangeCancel, fires_300_ms_after_the_order_came_to_rest) {
+  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+  doomed_order(exchange);
+  advance_ms(299);
+  EXPECT_EQ(standard_error_of([&] { fires(exchange); }), "");
+  EXPECT_EQ(exchange.engine.scheduled_cancels.size(), 1U);
+  exchange.book_holds({"sell 100 @ 190.00 ALPHA a1"});
+  advance_ms(1);
+  EXPECT_EQ(standard_error_of([&] { fires(exchange); }),
+            "bench: unsolicited cancel of a1 (exchange-initiated; the client must mark it "
+            "cancelled)\n");
+  EXPECT_TRUE(exchange.engine.scheduled_cancels.empty());
+  exchange.book_holds({});
+}
+
+TEST(ExchangeCancel, shows_on_the_feed_at_once_and_is_told_later_in_the_turn) {
+  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+  FixPeer client = doomed_order(exchange);
+  advance_ms(300);
+  fires(exchange);
+  exchange.feed_shows({"5 0 @ 190.00 last"});
+  client.hears_nothing();
+  exchange.drains_deferred();
+  client.hears(
+      "35=8|34=2|37=1000|11=a1|41=a1|17=E2|20=0|150=4|39=4|55=AAPL|54=2|38=100|44=190|32=0|31=0|"
+      "151=0|14=0|6=0|58=AdminCancel|!30|!103");
+  client.hears_nothing();
+  EXPECT_EQ(exchange.scenario.counters.unsolicited_cancels, 1U);
+  EXPECT_EQ(exchange.scenario.counters.cancels, 0U);
+  EXPECT_EQ(exchange.scenario.counters.fills, 0U);
+  EXPECT_EQ(exchange.engine.next_trade_id, 0U);
+  EXPECT_EQ(exchange.stock().volume, 0U);
+  EXPECT_EQ(exchange.stock().last_price, 0);
+  EXPECT_TRUE(exchange.engine.live.empty());
+  EXPECT_TRUE(exchange.engine.orders.empty());
+}
+
+TEST(ExchangeCancel, a_late_pass_fires_it_all_the_same) {
+  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+  FixPeer client = doomed_order(exchange);
+  advance_ms(60000);
+  fires(exchange);
+  exchange.drains_deferred();
+  client.hears("150=4|58=AdminCancel");
+}
+
+TEST(ExchangeCancel, of_a_part_filled_order_takes_the_remainder) {
+  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+  FixPeer client = doomed_order(exchange, "38=300");
+  exchange.is_hit("AAPL buy 100");
+  exchange.drains_deferred();
+  client.hears("150=1|14=100|151=200");
+  exchange.feed();
+  advance_ms(300);
+  fires(exchange);
+  exchange.drains_deferred();
+  client.hears("150=4|39=4|38=300|14=100|151=0|6=190|58=AdminCancel");
+  exchange.feed_shows({"5 0 @ 190.00 last"});
+}
+
+TEST(ExchangeCancel, of_an_order_filled_meanwhile_is_spent_without_a_word) {
+  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+  FixPeer client = doomed_order(exchange);
+  advance_ms(100);
+  exchange.is_hit("AAPL buy 100");
+  exchange.drains_deferred();
+  client.hears("150=2");
+  exchange.feed();
+  advance_ms(200);
+  EXPECT_EQ(standard_error_of([&] { fires(exchange); }), "");
+  EXPECT_TRUE(exchange.engine.scheduled_cancels.empty());
+  exchange.drains_deferred();
+  client.hears_nothing();
+  exchange.feed_shows({});
+  EXPECT_EQ(exchange.scenario.counters.unsolicited_cancels, 0U);
+}
+
+TEST(ExchangeCancel, of_an_order_cancelled_meanwhile_is_spent_without_a_word) {
+  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+  FixPeer client = doomed_order(exchange);
+  client.says("35=F|11=c1|41=a1");
+  client.hears("150=4|!58");
+  advance_ms(300);
+  EXPECT_EQ(standard_error_of([&] { fires(exchange); }), "");
+  EXPECT_TRUE(exchange.engine.deferred.empty());
+}
+
+TEST(ExchangeCancel, does_not_find_an_order_that_was_replaced) {
+  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+  FixPeer client = doomed_order(exchange);
+  client.says("35=G|11=a2|41=a1|55=AAPL|54=2|38=50");
+  client.hears("150=5");
+  advance_ms(300);
+  EXPECT_EQ(standard_error_of([&] { fires(exchange); }), "");
+  EXPECT_TRUE(exchange.engine.scheduled_cancels.empty());
+  exchange.book_holds({"sell 50 @ 190.00 ALPHA a2"});
+}
+
+TEST(ExchangeCancel, takes_a_new_order_under_the_same_name_in_its_place) {
+  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+  FixPeer client = doomed_order(exchange);
+  client.says("35=F|11=c1|41=a1");
+  client.hears("150=4");
+  advance_ms(200);
+  client.says(sell("38=700|44=191.00"));
+  client.hears("150=0|37=1001");
+  advance_ms(100);
+  fires(exchange);
+  exchange.drains_deferred();
+  client.hears("150=4|37=1001|38=700|44=191|11=a1|41=a1|58=AdminCancel");
+  exchange.book_holds({});
+}
+
+TEST(ExchangeCancel, is_stored_for_an_absent_owner) {
+  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+  FixPeer client = doomed_order(exchange);
+  client.disconnects();
+  advance_ms(300);
+  fires(exchange);
+  exchange.book_holds({});
+  EXPECT_TRUE(exchange.engine.drain_deferred(exchange.clients).empty());
+  EXPECT_EQ(client.stream().next_out, 3U);
+  ASSERT_EQ(client.stream().store.size(), 2U);
+  EXPECT_THAT(std::string(client.stream().store[1].fields.wire()),
+              testing::HasSubstr("58=AdminCancel"));
+  EXPECT_EQ(exchange.scenario.counters.unsolicited_cancels, 1U);
+}
+
+TEST(ExchangeCancel, leaves_a_closing_that_a_cancel_is_too_late_for) {
+  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+  FixPeer client = doomed_order(exchange);
+  advance_ms(300);
+  fires(exchange);
+  EXPECT_EQ(exchange.engine.closed.at({"ALPHA", "a1"}), int64_t{START_STEADY_MS} + 300);
+  advance_ms(1999);
+  client.says("35=F|11=c1|41=a1");
+  client.hears("35=9|39=2|58=Too late to cancel");
+  advance_ms(1);
+  client.says("35=F|11=c2|41=a1");
+  client.hears("35=9|39=2|58=Unknown order");
+}
+
+TEST(ExchangeCancel, reads_the_clock_once_and_not_at_all_with_nothing_scheduled) {
+  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+  uint64_t before = steady_readings();
+  fires(exchange);
+  EXPECT_EQ(steady_readings(), before);
+  for (const char* id : {"x", "y", "z"}) {
+    exchange.engine.scheduled_cancels.push_back({"ALPHA", id, 0});
+  }
+  before = steady_readings();
+  fires(exchange);
+  EXPECT_EQ(steady_readings(), before + 1);
+  EXPECT_TRUE(exchange.engine.scheduled_cancels.empty());
+}
+
+TEST(ExchangeCancel, passes_over_entries_that_are_not_due_and_keeps_them_in_order) {
+  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+  FixPeer client = exchange.logs_on("ALPHA");
+  const int64_t now = START_STEADY_MS;
+  for (const auto& [id, due_ms] : std::vector<std::pair<std::string, int64_t>>{
+           {"a1", now + 50}, {"a2", now}, {"a3", now + 1}, {"a4", now - 20}, {"a5", now + 40}}) {
+    client.says(sell("11=" + id));
+    exchange.engine.scheduled_cancels.push_back({"ALPHA", id, due_ms});
+  }
+  client.skips_all();
+  fires(exchange);
+  exchange.drains_deferred();
+  client.hears("11=a2|58=AdminCancel");
+  client.hears("11=a4|58=AdminCancel");
+  client.hears_nothing();
+  const auto& left = exchange.engine.scheduled_cancels;
+  ASSERT_EQ(left.size(), 3U);
+  EXPECT_EQ(left[0].cl_ord_id, "a1");
+  EXPECT_EQ(left[1].cl_ord_id, "a3");
+  EXPECT_EQ(left[2].cl_ord_id, "a5");
+  advance_ms(1);
+  fires(exchange);
+  exchange.drains_deferred();
+  client.hears("11=a3");
+  client.hears_nothing();
+}
+
+TEST(ExchangeCancel, each_entry_is_an_event_of_its_own) {
+  Exchange exchange = Exchange::with_empty_book("AAPL:190.00,MSFT:410.00");
+  FixPeer client = exchange.logs_on("ALPHA");
+  exchange.scenario.unsolicited_cancel_every = 1;
+  client.says(sell("11=a1|38=100"));
+  client.says(sell("11=a2|38=200"));
+  client.says(sell("11=a3|55=MSFT|44=410.00"));
+  exchange.feed();
+  advance_ms(300);
+  step_system_clock_by(1000);
+  fires(exchange);
+  std::vector<FeedMessage> feed = exchange.feed();
+  ASSERT_EQ(feed.size(), 3U);
+  EXPECT_EQ(feed[0].size, 200U);
+  EXPECT_EQ(feed[1].size, 0U);
+  EXPECT_EQ(feed[2].symbol, "MSFT    ");
+  for (const FeedMessage& message : feed) EXPECT_EQ(message.flags, 1);
+  EXPECT_LT(feed[0].timestamp_ns, feed[1].timestamp_ns);
+  EXPECT_LT(feed[1].timestamp_ns, feed[2].timestamp_ns);
+}
+
+TEST(ExchangeCancel, two_entries_for_one_order_cancel_it_once) {
+  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+  FixPeer client = doomed_order(exchange);
+  exchange.engine.scheduled_cancels.push_back(exchange.engine.scheduled_cancels[0]);
+  advance_ms(300);
+  fires(exchange);
+  exchange.drains_deferred();
+  client.hears("58=AdminCancel");
+  client.hears_nothing();
+  EXPECT_EQ(exchange.scenario.counters.unsolicited_cancels, 1U);
+}
+
+TEST(ExchangeCancel, never_touches_an_order_without_an_owner) {
+  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+  const std::vector<uint64_t> ids = exchange.rests({"AAPL sell 100 @ 190.00"});
+  exchange.engine.live[{"ALPHA", "a1"}] = ids[0];
+  exchange.engine.scheduled_cancels.push_back({"ALPHA", "a1", 0});
+  fires(exchange);
+  exchange.book_holds({"sell 100 @ 190.00"});
+  EXPECT_EQ(exchange.scenario.counters.unsolicited_cancels, 0U);
+}
+
+TEST(ExchangeCancel, asks_neither_the_partial_fill_script_nor_the_race) {
+  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+  exchange.scenario.partial_fill_every = 1;
+  exchange.scenario.fill_on_cancel_every = 1;
+  FixPeer client = doomed_order(exchange);
+  advance_ms(300);
+  fires(exchange);
+  exchange.drains_deferred();
+  client.hears("150=4|58=AdminCancel");
+  EXPECT_EQ(exchange.scenario.counters.partial_candidates, 0U);
+  EXPECT_EQ(exchange.scenario.counters.cancel_requests, 0U);
+}
+
+TEST(ExchangeCancel, is_an_order_event_told_as_unsolicited) {
+  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+  exchange.writes_order_events();
+  doomed_order(exchange);
+  advance_ms(300);
+  fires(exchange);
+  EXPECT_EQ(exchange.order_events().size(), 1U) << "written when it is composed";
+  exchange.drains_deferred();
+  ASSERT_EQ(exchange.order_events().size(), 2U);
+  EXPECT_EQ(exchange.order_events()[1],
+            R"("ev":"cancel","cl":"a1","oid":1000,"symbol":"AAPL","side":"S","qty":100,"px":190,)"
+            R"("cum":0,"leaves":0,"last_qty":0,"text":"unsolicited"})");
+}
+
+TEST(ExchangeCancel, stands_behind_a_fill_of_the_same_turn) {
+  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+  FixPeer client = doomed_order(exchange, "38=300");
+  advance_ms(300);
+  exchange.is_hit("AAPL buy 100");
+  fires(exchange);
+  exchange.drains_deferred();
+  client.hears("34=2|150=1|14=100|151=200");
+  client.hears("34=3|150=4|14=100|151=0|58=AdminCancel");
+}
+
+}  // namespace
+}  // namespace quorl::test
