@@ -28,8 +28,6 @@ void FeedSubscriber::expect_session(uint32_t session) {
                     std::to_string(session));
   }
   session_ = session;
-  for (RawPacket& raw : receiver_.take()) early_.push_back(std::move(raw));
-  std::erase_if(early_, [session](const RawPacket& raw) { return !is_of_session(raw, session); });
 }
 
 size_t FeedSubscriber::pump() {
@@ -41,6 +39,8 @@ size_t FeedSubscriber::pump() {
 }
 
 void FeedSubscriber::record(RawPacket raw) {
+  const bool is_ahead_of_the_run = packets_.empty() && session_ && !is_of_session(raw, *session_);
+  if (is_ahead_of_the_run) return;
   TpPacket packet = decode_tp_packet(raw.bytes, session_);
   session_ = packet.header.session_id;
   if (packet.header.stream_offset == 0) index_.anchor(0, 1);

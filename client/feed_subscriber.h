@@ -35,9 +35,9 @@ class FeedSubscriber {
  public:
   FeedSubscriber(const std::string& group, uint16_t port);
 
-  /// From now on a packet of another session is an error; those of other sessions that are already
-  /// here are forgotten (a run that failed to get its ports and was started again). Without this
-  /// call the first packet sets the session.
+  /// Names the run's session. Packets of others ahead of its first are passed over (a run that
+  /// failed to get its ports and was started again); behind it they are errors. Without this call
+  /// the first packet sets the session. Throws WireError if it has set another one.
   void expect_session(uint32_t session);
 
   /// Takes over what has arrived. Returns the number of new packets. Throws WireError on the first
@@ -80,7 +80,7 @@ class FeedSubscriber {
 
   MulticastReceiver receiver_;
   std::optional<uint32_t> session_;
-  std::vector<RawPacket> early_;  // not yet decoded, in case expect_session still comes
+  std::vector<RawPacket> early_;  // taken from the receiver, not yet decoded
   std::vector<FeedPacket> packets_;
   std::vector<FeedMessage> messages_;
   std::vector<size_t> unsettled_;  // messages whose number is in doubt
