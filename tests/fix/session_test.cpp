@@ -1,0 +1,902 @@
+#include "fix/session.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "support/fix_wire.h"
+#include "support/fix_wire_gateway.h"
+#include "support/test_clock.h"
+
+namespace {
+
+/// What this program has sent, in order: "feed" for a packet of the feed, "8", "A", ... for a FIX
+/// message of that type. The feed and the FIX connections are different sockets, so nothing else
+/// shows which came first.
+std::vector<std::string> sends;
+
+}  // namespace
+
+// Stand in front of the C library's own in this program.
+extern "C" ssize_t send(int fd, const void* bytes, size_t size, int flags) {
+  const std::string_view message(static_cast<const char*>(bytes), size);
+  const size_t type = message.find(
+      "\x01"
+      "35=");
+  sends.emplace_back(type == std::string_view::npos ? "?" : message.substr(type + 4, 1));
+  return ::syscall(SYS_sendto, fd, bytes, size, flags, nullptr, 0);
+}
+
+extern "C" ssize_t sendto(int fd, const void* bytes, size_t size, int flags, const sockaddr* to,
+                          socklen_t to_size) {
+  sends.emplace_back("feed");
+  return ::syscall(SYS_sendto, fd, bytes, size, flags, to, to_size);
+}
+
+namespace quorl::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+const char* const RESTING_BUY = "|55=AAPL|54=1|38=100|40=2|44=100|18=i";
+
+std::string new_order(int seq, const std::string& cl_ord_id,
+                      const std::string& rest = RESTING_BUY) {
+  return "35=D|34=" + std::to_string(seq) + "|11=" + cl_ord_id + rest;
+}
+
+class Session : public testing::Test {
+ protected:
+  Session() { sends.clear(); }
+
+  Scenario& scenario() { return gateway.exchange.scenario; }
+  FixStream& stream(const std::string& comp_id = "ALPHA") {
+    return gateway.exchange.engine.streams[comp_id];
+  }
+  size_t orders_resting() const { return gateway.exchange.engine.orders.size(); }
+  std::string said_on(WirePeer& peer, const std::string& body) {
+    return standard_error_of([&] { peer.says(body); });
+  }
+
+  WireGateway gateway;
+};
+
+// --- Accepting ---
+
+TEST_F(Session, accepts_every_connection_that_waits_into_a_record_of_its_own) {
+  advance_ms(5);
+  const std::array<int, 3> far_ends = {gateway.dials(), gateway.dials(), gateway.dials()};
+  gateway.sessions.accept_clients(gateway.listen_fd);
+  ASSERT_EQ(gateway.exchange.clients.size(), 3U);
+  for (const Client& client : gateway.exchange.clients) {
+    EXPECT_GE(client.fd, 0);
+    EXPECT_NE(::fcntl(client.fd, F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_FALSE(client.logged_on);
+    EXPECT_TRUE(client.inbound.empty());
+    EXPECT_EQ(client.last_seq, 0U);
+    EXPECT_EQ(client.last_rx_ms, static_cast<int64_t>(START_STEADY_MS + 5));
+    EXPECT_EQ(client.last_tx_ms, static_cast<int64_t>(START_STEADY_MS + 5));
+    EXPECT_EQ(client.heartbeat_s, 30);
+    EXPECT_EQ(client.comp_id, "");
+  }
+  EXPECT_THAT(gateway.sessions.open_clients(), ElementsAre(0, 1, 2));
+  for (const int fd : far_ends) ::close(fd);
+}
+
+TEST_F(Session, accepts_nobody_when_nobody_waits) {
+  gateway.sessions.accept_clients(gateway.listen_fd);
+  gateway.sessions.accept_clients(-1);  // any failure ends the accepting
+  EXPECT_TRUE(gateway.exchange.clients.empty());
+}
+
+TEST(SessionOverTcp, sends_without_waiting_for_more_to_send) {
+  WireGateway gateway;
+  const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  ASSERT_EQ(::bind(listener, reinterpret_cast<const sockaddr*>(&address), size), 0);
+  ASSERT_EQ(::listen(listener, 1), 0);
+  ASSERT_EQ(::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size), 0);
+  const int far_end = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  ASSERT_EQ(::connect(far_end, reinterpret_cast<const sockaddr*>(&address), size), 0);
+  pollfd waiting{listener, POLLIN, 0};
+  ASSERT_EQ(::poll(&waiting, 1, 10'000), 1);
+  ::fcntl(listener, F_SETFL, O_NONBLOCK);
+  gateway.sessions.accept_clients(listener);
+  ASSERT_EQ(gateway.exchange.clients.size(), 1U);
+  int no_delay = 0;
+  socklen_t option_size = sizeof no_delay;
+  ::getsockopt(gateway.exchange.clients[0].fd, IPPROTO_TCP, TCP_NODELAY, &no_delay, &option_size);
+  EXPECT_NE(no_delay, 0);
+  EXPECT_NE(::fcntl(gateway.exchange.clients[0].fd, F_GETFL) & O_NONBLOCK, 0);
+  ::close(far_end);
+  ::close(listener);
+}
+
+TEST_F(Session, says_who_has_connected_unless_the_run_is_quiet) {
+  WireGateway talkative("AAPL:190.00", /*quiet=*/false);
+  const std::string log = standard_error_of([&] { talkative.connects(); });
+  EXPECT_EQ(log, "[quorl] FIX client connected (fd " +
+                     std::to_string(talkative.exchange.clients[0].fd) + ")\n");
+  EXPECT_EQ(standard_error_of([&] { gateway.connects(); }), "");
+}
+
+// --- Reading ---
+
+TEST_F(Session, handles_every_whole_message_of_one_read_in_order) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  alpha.writes(framed("35=1|34=2|112=a") + "garbage" + framed("35=1|34=3|112=b") + "8=FIX");
+  gateway.serves();
+  alpha.hears("35=0|112=a");
+  alpha.hears("35=0|112=b");
+  alpha.writes(framed("35=1|34=4|112=c").substr(5));
+  gateway.serves();
+  alpha.hears("35=0|112=c");
+}
+
+TEST_F(Session, reads_more_than_one_buffer_full_in_one_pass) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  alpha.writes(framed("35=1|34=2|112=" + std::string(100'000, 'x')) + framed("35=1|34=3|112=b"));
+  gateway.serves();
+  alpha.hears("35=0|112=" + std::string(100'000, 'x'));
+  alpha.hears("35=0|112=b");
+}
+
+TEST_F(Session, serves_connections_in_the_order_of_their_acceptance) {
+  WirePeer first = gateway.logs_on("ALPHA");
+  WirePeer second = gateway.logs_on("ALPHA");
+  second.writes(framed("35=1|34=4|112=second"));
+  first.writes(framed("35=1|34=3|112=first"));
+  gateway.serves();
+  first.hears("35=0|34=3|112=first");
+  second.hears("35=0|34=4|112=second");
+}
+
+TEST_F(Session, counts_any_bytes_as_a_sign_of_life) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  advance_ms(700);
+  alpha.writes("x");
+  gateway.serves();
+  EXPECT_EQ(alpha.client().last_rx_ms, static_cast<int64_t>(START_STEADY_MS + 700));
+  advance_ms(100);
+  gateway.serves();  // nothing has come
+  EXPECT_EQ(alpha.client().last_rx_ms, static_cast<int64_t>(START_STEADY_MS + 700));
+}
+
+TEST_F(Session, drops_a_garbled_message_without_a_word_and_notices_the_hole_behind_it) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  std::string garbled = framed("35=1|34=2|112=a");
+  garbled[garbled.find("112=") + 4] = 'b';
+  alpha.writes(garbled);
+  EXPECT_EQ(standard_error_of([&] { gateway.serves(); }), "");
+  alpha.hears_nothing();
+  EXPECT_EQ(stream().next_in, 2U);
+  EXPECT_THAT(said_on(alpha, "35=0|34=3"), HasSubstr("seq gap expected 2 got 3 (0)"));
+}
+
+TEST_F(Session, of_a_client_that_closes_is_told_with_its_resting_orders) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  alpha.says(new_order(2, "a1"));
+  alpha.says(new_order(3, "a2"));
+  alpha.closes();
+  EXPECT_EQ(standard_error_of([&] { gateway.serves(); }),
+            "bench: client ALPHA disconnected (2 resting order(s) kept)\n");
+  EXPECT_EQ(alpha.client().fd, -1);
+  EXPECT_FALSE(alpha.client().logged_on);
+  EXPECT_EQ(alpha.client().comp_id, "ALPHA");
+  EXPECT_EQ(orders_resting(), 2U);
+  EXPECT_EQ(standard_error_of([&] { gateway.serves(); }), "");  // told once
+}
+
+TEST_F(Session, of_a_nameless_client_that_closes_counts_the_market_s_own_orders) {
+  gateway.exchange.rests({"AAPL sell 300 @ 190.01", "AAPL buy 100 @ 189.99"});
+  gateway.connects().closes();
+  EXPECT_EQ(standard_error_of([&] { gateway.serves(); }),
+            "bench: client  disconnected (2 resting order(s) kept)\n");
+}
+
+TEST_F(Session, ends_with_a_read_error_as_with_a_close) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  alpha.says("35=1|34=2");
+  alpha.closes();  // with the answer unread: the next read fails with a reset
+  EXPECT_EQ(standard_error_of([&] { gateway.serves(); }),
+            "bench: client ALPHA disconnected (0 resting order(s) kept)\n");
+  EXPECT_EQ(alpha.client().fd, -1);
+}
+
+TEST_F(Session, handles_nothing_that_came_in_one_pass_with_the_close) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  alpha.writes(framed(new_order(2, "a1")) + framed("35=5|34=3"));
+  alpha.closes();
+  EXPECT_EQ(standard_error_of([&] { gateway.serves(); }),
+            "bench: client ALPHA disconnected (0 resting order(s) kept)\n");
+  EXPECT_EQ(orders_resting(), 0U);
+  EXPECT_EQ(stream().next_in, 2U);
+  EXPECT_EQ(alpha.client().last_seq, 1U);
+  EXPECT_TRUE(alpha.client().inbound.empty());
+}
+
+TEST_F(Session, keeps_the_record_of_a_closed_connection_and_forgets_only_its_index) {
+  WirePeer first = gateway.logs_on("ALPHA");
+  WirePeer second = gateway.logs_on("BETA");
+  first.closes();
+  gateway.serves();
+  gateway.sessions.forget_closed_clients();
+  EXPECT_EQ(gateway.exchange.clients.size(), 2U);
+  EXPECT_THAT(gateway.sessions.open_clients(), ElementsAre(1));
+  second.says("35=1|34=2|112=x");
+  second.hears("35=0|112=x");
+  gateway.logs_on("ALPHA");
+  EXPECT_THAT(gateway.sessions.open_clients(), ElementsAre(1, 2));
+}
+
+// --- Before Logon ---
+
+TEST_F(Session, closes_on_any_other_message_before_logon_without_an_answer) {
+  for (const char* type : {"0", "1", "2", "3", "4", "5", "D", "F", "G", "Q", "AA", ""}) {
+    SCOPED_TRACE(type);
+    WirePeer peer = gateway.connects();
+    const int fd = peer.client().fd;
+    EXPECT_EQ(said_on(peer, "35=" + std::string(type) + "|34=9|11=a1" + RESTING_BUY),
+              "bench: message 35=" + std::string(type) + " before Logon from fd " +
+                  std::to_string(fd) + " — connection closed\n");
+    peer.is_disconnected();
+    EXPECT_EQ(peer.client().last_seq, 9U);
+  }
+  EXPECT_EQ(orders_resting(), 0U);
+  EXPECT_THAT(sends, IsEmpty());
+  EXPECT_TRUE(gateway.exchange.engine.streams.empty());
+}
+
+TEST_F(Session, closes_on_a_message_without_a_type_before_logon) {
+  WirePeer peer = gateway.connects();
+  const int fd = peer.client().fd;
+  EXPECT_EQ(said_on(peer, "34=1|49=ALPHA"), "bench: message 35= before Logon from fd " +
+                                                std::to_string(fd) + " — connection closed\n");
+  peer.is_disconnected();
+}
+
+TEST_F(Session, loses_a_logon_that_stands_behind_such_a_message) {
+  WirePeer peer = gateway.connects();
+  peer.writes(framed("35=0|34=1") + framed("35=A|34=1|49=ALPHA|56=IEXG|108=30"));
+  gateway.serves();
+  peer.is_disconnected();
+  EXPECT_EQ(scenario().counters.logons, 0U);
+}
+
+TEST_F(Session, prints_a_type_with_format_characters_as_it_stands) {
+  WirePeer peer = gateway.connects();
+  EXPECT_THAT(said_on(peer, "35=%s%n%d|34=1"),
+              testing::StartsWith("bench: message 35=%s%n%d before Logon from fd "));
+}
+
+// --- Sequence numbers ---
+
+TEST_F(Session, raises_the_expected_number_with_each_message) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  EXPECT_EQ(said_on(alpha, "35=0|34=2"), "");
+  EXPECT_EQ(stream().next_in, 3U);
+  EXPECT_EQ(said_on(alpha, "35=Q|34=3"), "");
+  EXPECT_EQ(stream().next_in, 4U);
+}
+
+TEST_F(Session, acts_on_a_low_number_without_a_word_and_without_counting_it) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  for (int seq = 2; seq < 7; ++seq) alpha.says("35=0|34=" + std::to_string(seq));
+  EXPECT_EQ(said_on(alpha, new_order(1, "a1")), "");
+  alpha.hears("35=8|150=0|11=a1");
+  EXPECT_EQ(stream().next_in, 7U);
+  EXPECT_EQ(said_on(alpha, "35=0|34=7"), "");
+  EXPECT_EQ(stream().next_in, 8U);
+}
+
+TEST_F(Session, drops_a_replay_with_a_low_number_without_a_word) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  alpha.says("35=0|34=2");
+  for (const char* type : {"D", "1", "5", "Q", "F", ""}) {
+    EXPECT_EQ(said_on(alpha, "35=" + std::string(type) + "|34=2|43=Y|11=a1" + RESTING_BUY), "")
+        << type;
+  }
+  alpha.hears_nothing();
+  EXPECT_EQ(stream().next_in, 3U);
+  EXPECT_EQ(orders_resting(), 0U);
+}
+
+TEST_F(Session, acts_on_a_replay_that_is_not_below_the_expected_number) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  EXPECT_EQ(said_on(alpha, "35=1|34=2|43=Y|112=a"), "");
+  alpha.hears("35=0|112=a");
+  EXPECT_EQ(stream().next_in, 3U);
+  EXPECT_THAT(said_on(alpha, "35=1|34=5|43=Y|112=b"), HasSubstr("seq gap expected 3 got 5 (1)"));
+  alpha.hears("35=2|7=3|16=4");
+  alpha.hears("35=0|112=b");
+}
+
+TEST_F(Session, takes_only_an_exact_y_for_a_replay) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  for (const char* flag : {"N", "y", "YY", ""}) {
+    alpha.says("35=1|34=1|112=a|43=" + std::string(flag));
+    alpha.hears("35=0|112=a");
+  }
+}
+
+TEST_F(Session, asks_for_a_gap_byte_for_byte_and_acts_on_the_message_at_once) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  EXPECT_EQ(said_on(alpha, new_order(5, "a1")),
+            "bench: client ALPHA seq gap expected 2 got 5 (D) — ResendRequest sent\n");
+  alpha.hears_exactly(
+      "8=FIX.4.2|9=61|35=2|34=2|49=IEXG|56=ALPHA|52=20231114-22:13:20.123|7=2|16=4|10=213|");
+  alpha.hears("35=8|34=3|150=0|11=a1");
+  alpha.hears_nothing();
+  EXPECT_EQ(stream().next_in, 6U);
+}
+
+TEST_F(Session, asks_for_each_new_gap_anew) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  alpha.says("35=0|34=4");
+  alpha.hears("35=2|7=2|16=3");
+  alpha.says("35=0|34=6");
+  alpha.hears("35=2|7=5|16=5");
+}
+
+TEST_F(Session, counts_a_missing_or_odd_number_as_0) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  EXPECT_EQ(said_on(alpha, "35=1|112=a"), "");
+  EXPECT_EQ(alpha.client().last_seq, 0U);
+  EXPECT_EQ(said_on(alpha, "35=1|34=abc|112=b"), "");
+  EXPECT_EQ(said_on(alpha, "35=1|34=|112=c"), "");
+  EXPECT_EQ(said_on(alpha, "35=1|34=99999999999999999999|112=d"), "");
+  for (const char* id : {"a", "b", "c", "d"}) alpha.hears("35=0|112=" + std::string(id));
+  EXPECT_EQ(stream().next_in, 2U);
+}
+
+TEST_F(Session, takes_the_last_of_two_sequence_numbers) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  EXPECT_EQ(said_on(alpha, "35=0|34=9|34=2"), "");
+  EXPECT_EQ(stream().next_in, 3U);
+}
+
+TEST_F(Session, reads_numbers_by_their_low_32_bits_and_wraps_behind_the_highest) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  EXPECT_EQ(said_on(alpha, "35=0|34=4294967298"), "");  // that is 2
+  EXPECT_EQ(stream().next_in, 3U);
+  EXPECT_EQ(said_on(alpha, "35=0|34=-1"),
+            "bench: client ALPHA seq gap expected 3 got 4294967295 (0) — ResendRequest sent\n");
+  alpha.hears("35=2|7=3|16=4294967294");
+  EXPECT_EQ(stream().next_in, 0U);
+}
+
+TEST_F(Session, ignores_fields_behind_a_piece_that_is_none) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  EXPECT_EQ(said_on(alpha, "35=0|junk|34=9"), "");
+  EXPECT_EQ(alpha.client().last_seq, 0U);
+  EXPECT_EQ(stream().next_in, 2U);
+}
+
+TEST_F(Session, knows_a_type_under_a_tag_that_narrows_to_its_own) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  alpha.says("4294967331=1|34=2|112=a");
+  alpha.hears("35=0|112=a");
+}
+
+// --- Session-level messages ---
+
+TEST_F(Session, hears_a_heartbeat_and_says_nothing) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  EXPECT_EQ(said_on(alpha, "35=0|34=2|112=x"), "");
+  alpha.hears_nothing();
+}
+
+TEST_F(Session, answers_a_test_request_byte_for_byte) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  alpha.says("35=1|34=2|112=are=you there");
+  alpha.hears_exactly(
+      "8=FIX.4.2|9=70|35=0|34=2|49=IEXG|56=ALPHA|52=20231114-22:13:20.123|112=are=you "
+      "there|10=047|");
+}
+
+TEST_F(Session, answers_a_test_request_without_an_id_by_a_plain_heartbeat) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  alpha.says("35=1|34=2");
+  alpha.hears_exactly("8=FIX.4.2|9=52|35=0|34=2|49=IEXG|56=ALPHA|52=20231114-22:13:20.123|10=083|");
+  alpha.says("35=1|34=3|112=");
+  alpha.hears("35=0|34=3|!112");
+}
+
+TEST_F(Session, rejects_an_unknown_type_byte_for_byte_and_stays_open) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  EXPECT_EQ(said_on(alpha, "35=Q|34=2"), "");
+  alpha.hears_exactly(
+      "8=FIX.4.2|9=83|35=3|34=2|49=IEXG|56=ALPHA|52=20231114-22:13:20.123|45=2|373=11|"
+      "58=Invalid MsgType|10=203|");
+  EXPECT_EQ(stream().next_in, 3U);
+  alpha.hears_nothing();
+}
+
+TEST_F(Session, compares_a_type_whole) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  int seq = 2;
+  for (const char* type : {"", "DD", "AA", "00", "d", " 0", "8", "9", "3", "j", "D "}) {
+    SCOPED_TRACE(type);
+    alpha.says("35=" + std::string(type) + "|34=" + std::to_string(seq) + "|11=a1" + RESTING_BUY);
+    alpha.hears("35=3|45=" + std::to_string(seq) + "|373=11|58=Invalid MsgType|!372");
+    ++seq;
+  }
+  alpha.says("34=" + std::to_string(seq) + "|11=a1" + RESTING_BUY);
+  alpha.hears("35=3|45=" + std::to_string(seq));
+  EXPECT_EQ(orders_resting(), 0U);
+}
+
+TEST_F(Session, rejects_a_low_numbered_unknown_type_under_that_number) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  alpha.says("35=Q");
+  alpha.hears("35=3|45=0");
+}
+
+TEST_F(Session, ends_with_a_logout_that_is_answered_byte_for_byte) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  alpha.says(new_order(2, "a1"));
+  alpha.hears("35=8");
+  EXPECT_EQ(said_on(alpha, "35=5|34=3|58=bye"),
+            "bench: client ALPHA logged out (1 resting order(s) kept)\n");
+  alpha.hears_exactly("8=FIX.4.2|9=52|35=5|34=3|49=IEXG|56=ALPHA|52=20231114-22:13:20.123|10=089|");
+  alpha.is_disconnected();
+  EXPECT_EQ(orders_resting(), 1U);
+  EXPECT_EQ(stream().next_in, 4U);
+  EXPECT_EQ(stream().next_out, 4U);
+  EXPECT_EQ(stream().store.size(), 1U);
+}
+
+TEST_F(Session, asks_for_a_gap_ahead_of_a_logout_too) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  EXPECT_EQ(said_on(alpha, "35=5|34=4"),
+            "bench: client ALPHA seq gap expected 2 got 4 (5) — ResendRequest sent\n"
+            "bench: client ALPHA logged out (0 resting order(s) kept)\n");
+  alpha.hears("35=2|7=2|16=3");
+  alpha.hears("35=5|34=3");
+  alpha.is_disconnected();
+}
+
+TEST_F(Session, handles_nothing_behind_a_logout_in_the_same_read) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  alpha.writes(framed("35=5|34=2") + framed(new_order(3, "a1")));
+  gateway.serves();
+  alpha.hears("35=5");
+  alpha.is_disconnected();
+  EXPECT_EQ(orders_resting(), 0U);
+}
+
+// --- Orders: what leaves first ---
+
+TEST_F(Session, sends_the_feed_before_the_reports_of_a_new_order) {
+  gateway.exchange.rests({"AAPL sell 100 @ 190.01"});
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  sends.clear();
+  alpha.says(new_order(2, "a1", "|55=AAPL|54=1|38=100|40=1|18=i"));
+  EXPECT_THAT(sends, ElementsAre("feed", "8", "8"));
+  alpha.hears("35=8|34=2|150=0");
+  alpha.hears("35=8|34=3|150=2|31=190.01");
+  gateway.exchange.feed_shows({"T 100 @ 190.01", "5 0 @ 190.01 last"});
+}
+
+TEST_F(Session, sends_the_reports_of_a_cancel_or_replace_before_the_feed) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  alpha.says(new_order(2, "a1"));
+  sends.clear();
+  alpha.says("35=G|34=3|11=a2|41=a1|55=AAPL|54=1|38=200|40=2|44=100");
+  EXPECT_THAT(sends, ElementsAre("8", "feed"));
+  sends.clear();
+  alpha.says("35=F|34=4|11=a3|41=a2");
+  EXPECT_THAT(sends, ElementsAre("8", "feed"));
+  sends.clear();
+  alpha.says("35=F|34=5|11=a4|41=a2");
+  EXPECT_THAT(sends, ElementsAre("9"));  // nothing changed: nothing for the feed
+}
+
+TEST_F(Session, leaves_the_feed_alone_for_a_refused_order) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  sends.clear();
+  alpha.says(new_order(2, "a1", "|55=NOPE|54=1|38=100|40=1|18=i"));
+  EXPECT_THAT(sends, ElementsAre("8"));
+  alpha.hears("35=8|150=8|58=UnknownSymbol");
+}
+
+TEST_F(Session, flushes_what_waited_on_the_feed_before_a_refused_order_s_report) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  gateway.exchange.engine.begin_event();
+  gateway.exchange.publisher.append("x", 1);
+  sends.clear();
+  alpha.says(new_order(2, "a1", "|55=NOPE|54=1|38=100|40=1|18=i"));
+  EXPECT_THAT(sends, ElementsAre("feed", "8"));
+}
+
+TEST_F(Session, stamps_the_time_of_each_send) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  advance_ms(300);
+  alpha.says("35=1|34=2");
+  EXPECT_EQ(alpha.client().last_tx_ms, static_cast<int64_t>(START_STEADY_MS + 300));
+  advance_ms(300);
+  alpha.says(new_order(3, "a1"));
+  EXPECT_EQ(alpha.client().last_tx_ms, static_cast<int64_t>(START_STEADY_MS + 600));
+  advance_ms(300);
+  alpha.says("35=0|34=4");
+  EXPECT_EQ(alpha.client().last_tx_ms, static_cast<int64_t>(START_STEADY_MS + 600));
+}
+
+TEST_F(Session, tells_the_resting_owner_of_a_fill_on_its_last_connection) {
+  WirePeer first = gateway.logs_on("OWNER");
+  WirePeer second = gateway.logs_on("OWNER");
+  first.says(new_order(3, "o1", "|55=AAPL|54=2|38=100|40=2|44=190|18=i"));
+  first.hears("35=8|150=0");
+  gateway.exchange.is_hit("AAPL buy 100");
+  gateway.sends_deferred();
+  first.hears_nothing();
+  second.hears("35=8|150=2|11=o1|851=1|9730=ML");
+}
+
+// --- Gate ---
+
+TEST_F(Session, sends_one_composed_message_unless_closed_or_silent) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  const std::string message = framed("35=8|34=9");
+  advance_ms(10);
+  gateway.sessions.send_gated(alpha.client(), message);
+  EXPECT_EQ(alpha.next_message(), message);
+  EXPECT_EQ(alpha.client().last_tx_ms, static_cast<int64_t>(START_STEADY_MS + 10));
+
+  gateway.is_silent_for(5);
+  advance_ms(4);
+  gateway.sessions.send_gated(alpha.client(), message);
+  alpha.hears_nothing();
+  EXPECT_EQ(alpha.client().last_tx_ms, static_cast<int64_t>(START_STEADY_MS + 10));
+  advance_ms(1);  // the silence is over at its very millisecond
+  gateway.sessions.send_gated(alpha.client(), message);
+  EXPECT_EQ(alpha.next_message(), message);
+
+  alpha.says("35=5|34=2");
+  sends.clear();
+  gateway.sessions.send_gated(alpha.client(), message);
+  EXPECT_THAT(sends, IsEmpty());
+}
+
+TEST_F(Session, handles_everything_in_a_lapse_and_sends_nothing) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  gateway.is_silent_for(1000);
+  sends.clear();
+  alpha.says("35=1|34=2|112=x");   // takes 2
+  alpha.says("35=Q|34=3");         // 3
+  alpha.says("35=0|34=6");         // 4, a ResendRequest of ours
+  alpha.says(new_order(7, "a1"));  // 5
+  alpha.says("35=G|34=8|11=a2|41=a1|55=AAPL|54=1|38=200|40=2|44=100");  // 6
+  alpha.says("35=F|34=9|11=a3|41=nope");                                // 7
+  alpha.says("35=2|34=10|7=1|16=0");                                    // takes none
+  gateway.exchange.is_hit("AAPL sell 200");
+  gateway.sends_deferred();                         // 8
+  alpha.says("35=5|34=11");                         // 9
+  EXPECT_THAT(sends, ElementsAre("feed", "feed"));  // the market goes on
+  alpha.is_disconnected();
+  EXPECT_EQ(stream().next_out, 10U);
+  EXPECT_EQ(stream().next_in, 12U);
+  EXPECT_EQ(stream().store.size(), 4U);
+  EXPECT_EQ(scenario().counters.replayed, 3U);
+  EXPECT_EQ(alpha.client().last_tx_ms, static_cast<int64_t>(START_STEADY_MS));
+}
+
+TEST_F(Session, takes_the_client_s_messages_in_a_lapse_for_signs_of_life) {
+  WirePeer alpha = gateway.logs_on("ALPHA", 1);
+  gateway.is_silent_for(10000);
+  advance_ms(2000);
+  alpha.says("35=0|34=2");
+  advance_ms(2000);
+  EXPECT_EQ(standard_error_of([&] { gateway.runs_timers(); }), "");
+  alpha.hears_nothing();
+}
+
+// --- The scripted drop ---
+
+constexpr const char* SCRIPTED =
+    "scripted: the last order's reports stayed on the stream; the client must log on again, "
+    "continue its sequence and ResendRequest what it missed";
+
+std::string drop_line(const std::string& comp_id, const std::string& reason, int resting) {
+  return "bench: dropping the connection of " + comp_id + " (" + reason + "); " +
+         std::to_string(resting) +
+         " resting order(s) kept — the IEX FIX spec defines no cancel-on-disconnect\n";
+}
+
+TEST_F(Session, drops_at_the_scripted_order_with_its_reports_stored_and_unsent) {
+  scenario().disconnect_after = 2;
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  EXPECT_EQ(said_on(alpha, new_order(2, "a1")), "");
+  alpha.hears("35=8|34=2");
+  sends.clear();
+  EXPECT_EQ(said_on(alpha, new_order(3, "a2")), drop_line("ALPHA", SCRIPTED, 2));
+  EXPECT_THAT(sends, ElementsAre("feed"));  // the feed tells, the reports do not
+  alpha.is_disconnected();
+  EXPECT_EQ(stream().next_out, 4U);
+  EXPECT_EQ(stream().store.size(), 2U);
+  EXPECT_EQ(orders_resting(), 2U);
+  EXPECT_TRUE(scenario().disconnect_fired);
+
+  WirePeer again = gateway.logs_on("ALPHA");
+  again.says("35=2|34=5|7=3|16=3");
+  again.hears("35=8|34=3|43=Y|150=0|11=a2");
+  EXPECT_EQ(said_on(again, new_order(6, "a3")), "");  // once in a run
+  again.hears("35=8|150=0|11=a3");
+}
+
+TEST_F(Session, drops_at_the_threshold_or_beyond_it_or_on_request_by_this_table) {
+  struct Case {
+    uint32_t after;
+    uint64_t orders_so_far;  // this one will be the next
+    bool fired;
+    bool requested;
+    const char* reason;  // null: no drop
+  };
+  const std::vector<Case> cases = {
+      {0, 0, false, false, nullptr},  {0, 0, false, true, "driven"},
+      {0, 0, true, false, nullptr},   {0, 0, true, true, "driven"},
+      {2, 0, false, false, nullptr},  {2, 0, false, true, SCRIPTED},
+      {2, 0, true, false, nullptr},   {2, 0, true, true, SCRIPTED},
+      {2, 1, false, false, SCRIPTED}, {2, 1, false, true, SCRIPTED},
+      {2, 1, true, false, nullptr},   {2, 1, true, true, SCRIPTED},
+      {2, 7, false, false, SCRIPTED}, {2, 7, true, false, nullptr},
+      {1, 0, false, false, SCRIPTED}, {4294967295, 7, false, false, nullptr},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::to_string(c.after) + " after " + std::to_string(c.orders_so_far) +
+                 (c.fired ? " fired" : "") + (c.requested ? " requested" : ""));
+    WireGateway fresh;
+    Scenario& script = fresh.exchange.scenario;
+    script.disconnect_after = c.after;
+    script.counters.orders = c.orders_so_far;
+    script.disconnect_fired = c.fired;
+    script.disconnect_requested = c.requested ? 1 : 0;
+    WirePeer alpha = fresh.logs_on("ALPHA");
+    const std::string log = standard_error_of([&] { alpha.says(new_order(2, "a1")); });
+    if (c.reason == nullptr) {
+      EXPECT_EQ(log, "");
+      alpha.hears("35=8|150=0");
+      EXPECT_EQ(script.disconnect_fired, c.fired);
+    } else {
+      EXPECT_EQ(log, drop_line("ALPHA", c.reason, 1));
+      alpha.is_disconnected();
+      EXPECT_TRUE(script.disconnect_fired);
+      EXPECT_EQ(script.disconnect_requested, 0U);
+    }
+  }
+}
+
+TEST_F(Session, a_driven_drop_uses_up_the_scripted_one) {
+  scenario().disconnect_after = 2;
+  scenario().disconnect_requested = 1;
+  gateway.logs_on("ALPHA").says(new_order(2, "a1"));
+  WirePeer again = gateway.logs_on("ALPHA");
+  again.says(new_order(4, "a2"));
+  again.hears("35=8|150=0|11=a2");
+}
+
+TEST_F(Session, each_request_drops_one_connection_more) {
+  for (int i = 0; i < 3; ++i) {
+    WirePeer alpha = gateway.logs_on("ALPHA");
+    scenario().disconnect_requested = 1;
+    EXPECT_EQ(
+        said_on(alpha, new_order(static_cast<int>(stream().next_in), "a" + std::to_string(i))),
+        drop_line("ALPHA", "driven", i + 1));
+  }
+}
+
+TEST_F(Session, a_request_takes_an_order_that_the_ladder_refuses_too) {
+  scenario().disconnect_requested = 1;
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  EXPECT_EQ(said_on(alpha, new_order(2, "a1", "|55=NOPE|54=1|38=100|40=1|18=i")),
+            drop_line("ALPHA", "driven", 0));
+  alpha.is_disconnected();
+  EXPECT_EQ(stream().store.size(), 1U);
+}
+
+TEST_F(Session, a_request_takes_the_next_order_of_any_client_and_no_cancel) {
+  scenario().disconnect_requested = 1;
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  WirePeer beta = gateway.logs_on("BETA");
+  alpha.says("35=F|34=2|11=a2|41=a1");
+  alpha.hears("35=9");
+  alpha.says("35=G|34=3|11=a2|41=a1|54=1|55=AAPL|38=1|44=1");
+  alpha.hears("35=9");
+  EXPECT_EQ(said_on(beta, new_order(2, "b1")), drop_line("BETA", "driven", 1));
+  beta.is_disconnected();
+  alpha.hears_nothing();
+}
+
+TEST_F(Session, counts_the_orders_of_all_clients_towards_the_drop) {
+  scenario().disconnect_after = 2;
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  WirePeer beta = gateway.logs_on("BETA");
+  alpha.says(new_order(2, "a1"));
+  EXPECT_EQ(said_on(beta, new_order(2, "b1")), drop_line("BETA", SCRIPTED, 1));
+}
+
+TEST_F(Session, handles_nothing_behind_the_order_it_drops_at) {
+  scenario().disconnect_requested = 1;
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  alpha.writes(framed(new_order(2, "a1")) + framed(new_order(3, "a2")));
+  gateway.serves();
+  alpha.is_disconnected();
+  EXPECT_EQ(orders_resting(), 1U);
+  EXPECT_EQ(stream().next_in, 3U);
+}
+
+// --- Timers ---
+
+TEST_F(Session, beats_after_one_interval_of_its_own_silence_byte_for_byte) {
+  WirePeer alpha = gateway.logs_on("ALPHA", 30);
+  advance_ms(29'999);
+  alpha.says("35=0|34=2");  // the client's bytes do not count as ours
+  gateway.runs_timers();
+  alpha.hears_nothing();
+  advance_ms(1);
+  gateway.runs_timers();
+  alpha.hears_exactly("8=FIX.4.2|9=52|35=0|34=2|49=IEXG|56=ALPHA|52=20231114-22:13:50.123|10=086|");
+  gateway.runs_timers();
+  alpha.hears_nothing();
+  advance_ms(29'999);
+  gateway.runs_timers();
+  alpha.hears_nothing();
+  advance_ms(1);
+  gateway.runs_timers();
+  alpha.hears("35=0|34=3");
+}
+
+TEST_F(Session, puts_the_beat_off_with_whatever_it_sends) {
+  WirePeer alpha = gateway.logs_on("ALPHA", 1);
+  advance_ms(999);
+  alpha.says("35=1|34=2|112=x");
+  alpha.hears("35=0|112=x");
+  advance_ms(999);
+  gateway.runs_timers();
+  alpha.hears_nothing();
+  advance_ms(1);
+  gateway.runs_timers();
+  alpha.hears("35=0|!112");
+}
+
+TEST_F(Session, times_out_after_two_and_a_half_intervals_without_bytes) {
+  WirePeer alpha = gateway.logs_on("ALPHA", 1);
+  alpha.says(new_order(2, "a1"));
+  alpha.skips_all();
+  advance_ms(2499);
+  EXPECT_EQ(standard_error_of([&] { gateway.runs_timers(); }), "");
+  alpha.hears("35=0");
+  advance_ms(1);
+  EXPECT_EQ(standard_error_of([&] { gateway.runs_timers(); }),
+            "[quorl] client ALPHA timed out (no message for 2 s; resting orders kept)\n");
+  alpha.is_disconnected();  // without a Logout
+  EXPECT_EQ(orders_resting(), 1U);
+  EXPECT_EQ(standard_error_of([&] { gateway.runs_timers(); }), "");
+}
+
+TEST_F(Session, times_out_at_75_seconds_with_an_interval_of_30) {
+  WirePeer alpha = gateway.logs_on("ALPHA", 30);
+  advance_ms(74'999);
+  EXPECT_EQ(standard_error_of([&] { gateway.runs_timers(); }), "");
+  alpha.skips_all();
+  advance_ms(1);
+  EXPECT_EQ(standard_error_of([&] { gateway.runs_timers(); }),
+            "[quorl] client ALPHA timed out (no message for 75 s; resting orders kept)\n");
+  alpha.is_disconnected();
+}
+
+TEST_F(Session, beats_once_more_in_the_pass_that_times_out) {
+  WirePeer alpha = gateway.logs_on("ALPHA", 1);
+  advance_ms(2500);
+  standard_error_of([&] { gateway.runs_timers(); });
+  alpha.hears("35=0");
+  alpha.is_disconnected();
+}
+
+TEST_F(Session, is_kept_alive_by_any_byte) {
+  WirePeer alpha = gateway.logs_on("ALPHA", 1);
+  advance_ms(2499);
+  alpha.writes("x");
+  gateway.serves();
+  advance_ms(2499);
+  EXPECT_EQ(standard_error_of([&] { gateway.runs_timers(); }), "");
+  advance_ms(1);
+  EXPECT_THAT(standard_error_of([&] { gateway.runs_timers(); }), HasSubstr("timed out"));
+}
+
+TEST_F(Session, never_beats_nor_times_out_before_logon) {
+  WirePeer peer = gateway.connects();
+  advance_ms(1'000'000'000);
+  EXPECT_EQ(standard_error_of([&] { gateway.runs_timers(); }), "");
+  peer.hears_nothing();
+}
+
+TEST_F(Session, does_not_beat_in_a_lapse_and_spends_no_number) {
+  WirePeer alpha = gateway.logs_on("ALPHA", 2);
+  gateway.is_silent_for(3000);
+  advance_ms(2999);
+  gateway.runs_timers();
+  alpha.hears_nothing();
+  EXPECT_EQ(stream().next_out, 2U);
+  advance_ms(1);
+  gateway.runs_timers();
+  alpha.hears("35=0|34=2");
+}
+
+TEST_F(Session, times_out_in_a_lapse_too) {
+  WirePeer alpha = gateway.logs_on("ALPHA", 1);
+  gateway.is_silent_for(60000);
+  advance_ms(2500);
+  EXPECT_EQ(standard_error_of([&] { gateway.runs_timers(); }),
+            "[quorl] client ALPHA timed out (no message for 2 s; resting orders kept)\n");
+  alpha.is_disconnected();
+}
+
+TEST_F(Session, tells_the_lapse_by_a_fresh_reading_and_the_beat_by_the_turn_s_time) {
+  WirePeer alpha = gateway.logs_on("ALPHA", 1);
+  const uint64_t turn_ms = START_STEADY_MS + 1000;
+  gateway.is_silent_for(1005);
+  set_steady_ms(turn_ms + 4);
+  gateway.sessions.run_timers(turn_ms);
+  alpha.hears_nothing();
+  set_steady_ms(turn_ms + 5);
+  gateway.sessions.run_timers(turn_ms - 1);
+  alpha.hears_nothing();
+  gateway.sessions.run_timers(turn_ms);
+  alpha.hears("35=0");
+}
+
+TEST_F(Session, beats_once_more_if_it_has_sent_later_than_the_turn_s_time) {
+  // Unsigned: a stamp one millisecond ahead is the longest silence there is.
+  WirePeer alpha = gateway.logs_on("ALPHA", 30);
+  const uint64_t turn_ms = START_STEADY_MS;
+  advance_ms(1);
+  alpha.says("35=1|34=2");
+  alpha.hears("35=0");
+  alpha.client().last_rx_ms = static_cast<int64_t>(turn_ms);
+  gateway.sessions.run_timers(turn_ms);
+  alpha.hears("35=0|34=3");
+  alpha.hears_nothing();
+}
+
+TEST_F(Session, holds_an_interval_of_many_years) {
+  WirePeer alpha = gateway.logs_on("ALPHA", 2'000'000'000);
+  constexpr uint64_t TIME_OUT_MS = 2'000'000'000ULL * 2500;
+  set_steady_ms(START_STEADY_MS + 2'000'000'000ULL * 1000 - 1);
+  EXPECT_EQ(standard_error_of([&] { gateway.runs_timers(); }), "");
+  alpha.hears_nothing();
+  set_steady_ms(START_STEADY_MS + TIME_OUT_MS - 1);
+  EXPECT_EQ(standard_error_of([&] { gateway.runs_timers(); }), "");
+  alpha.hears("35=0");
+  set_steady_ms(START_STEADY_MS + TIME_OUT_MS);
+  EXPECT_EQ(standard_error_of([&] { gateway.runs_timers(); }),
+            "[quorl] client ALPHA timed out (no message for 705032704 s; resting orders kept)\n");
+}
+
+TEST_F(Session, runs_the_timers_of_each_connection_by_itself) {
+  WirePeer fast = gateway.logs_on("FAST", 1);
+  WirePeer slow = gateway.logs_on("SLOW", 30);
+  advance_ms(1000);
+  gateway.runs_timers();
+  fast.hears("35=0|56=FAST");
+  slow.hears_nothing();
+}
+
+}  // namespace
+}  // namespace quorl::test
