@@ -7,8 +7,8 @@
 
 namespace e2e {
 
-/// Stops the process, sends each of these to its FIX or control port, waits until the kernel holds
-/// it there, and lets the process go on: its next turn finds them all.
+/// Stops the process between two turns, sends each of these to its FIX or control port, waits until
+/// the kernel holds it there, and lets the process go on: its next turn finds them all.
 void in_one_turn(Exchange& exchange, const std::vector<std::function<void()>>& sends);
 
 }  // namespace e2e
