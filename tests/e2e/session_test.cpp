@@ -13,6 +13,7 @@
 #include "client/errors.h"
 #include "client/fix_message.h"
 #include "tests/e2e/support/exchange.h"
+#include "tests/e2e/support/said.h"
 
 namespace e2e {
 namespace {
@@ -37,16 +38,6 @@ std::string drop_line(const std::string& comp_id, const std::string& reason, int
   return "bench: dropping the connection of " + comp_id + " (" + reason + "); " +
          std::to_string(resting) +
          " resting order(s) kept \xE2\x80\x94 the IEX FIX spec defines no cancel-on-disconnect";
-}
-
-/// All fields from 35 on but SendingTime, so that every byte that is not the time is compared.
-std::string said(const FixMessage& message) {
-  std::string text;
-  for (const client::FixField& field : message.fields()) {
-    if (field.tag == 8 || field.tag == 9 || field.tag == 10 || field.tag == 52) continue;
-    text += std::to_string(field.tag) + "=" + field.value + "|";
-  }
-  return text;
 }
 
 /// A buy far below the market, which rests.

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+
+#include "client/fix_message.h"
+
+namespace e2e {
+
+/// All fields from MsgType on but SendingTime and the trailer: "35=0|34=2|49=IEXG|56=ALPHA|".
+std::string said(const client::FixMessage& message);
+
+/// What stands between the header and the trailer, with TransactTime as "60=now".
+std::string body_text(const client::FixMessage& message);
+
+}  // namespace e2e
