@@ -123,11 +123,9 @@ bool Simulator::await_banner() {
     if (!is_banner(line)) return false;
     banner_ = line;
   } catch (const Timeout& missing) {
-    if (const auto status = process_->poll_exit()) {
-      throw WireError("the simulator did not start (" + status->describe() +
-                      "): " + missing.what());
-    }
-    throw;
+    if (!stderr_->ended()) throw;
+    const ExitStatus status = process_->wait_exit(Deadline::after(PATIENCE));
+    throw WireError("the simulator did not start (" + status.describe() + "): " + missing.what());
   }
   return true;
 }
