@@ -40,6 +40,7 @@ std::vector<std::string> described(const std::vector<client::OrderEvent>& events
 WatchedExchange::WatchedExchange(client::SimulatorOptions options)
     : Exchange(with_order_events(std::move(options))) {
   counted_ = control().stats().counters;
+  lines_told_ = simulator().line_count();  // up to the banner, which has been waited for
 }
 
 void WatchedExchange::clear_the_book() {
