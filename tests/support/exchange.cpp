@@ -319,6 +319,33 @@ uint64_t draws_taken(std::mt19937_64& rng, const std::function<void()>& act) {
   return 0;
 }
 
+std::mt19937_64 rng_yielding(const std::vector<uint64_t>& outputs) {
+  // The inverse of the engine's tempering, step by step from the last; a shift is undone by
+  // repeating it until it has run out of the word.
+  const auto untempered = [](uint64_t z) {
+    z ^= z >> 43;
+    z ^= (z << 37) & 0xFFF7EEE000000000U;
+    uint64_t y = z;
+    for (int i = 0; i < 4; ++i) y = z ^ ((y << 17) & 0x71D67FFFEDA60000U);
+    uint64_t x = y;
+    for (int i = 0; i < 3; ++i) x = y ^ ((x >> 29) & 0x5555555555555555U);
+    return x;
+  };
+  // The library's text form: the words of the state, then how many of them are used up.
+  constexpr size_t STATE_SIZE = std::mt19937_64::state_size;
+  std::stringstream state;
+  for (size_t i = 0; i < STATE_SIZE; ++i) {
+    state << (i < outputs.size() ? untempered(outputs[i]) : 1) << ' ';
+  }
+  state << 0;
+  std::mt19937_64 rng;
+  state >> rng;
+
+  std::mt19937_64 check = rng;
+  for (const uint64_t output : outputs) EXPECT_EQ(check(), output) << "not the outputs asked for";
+  return rng;
+}
+
 // --- FixPeer ---
 
 Client& FixPeer::client() { return exchange_->clients.at(index_); }
@@ -418,6 +445,7 @@ Exchange::FeedSocket::~FeedSocket() { ::close(fd); }
 Exchange::Exchange(const std::string& symbols)
     : publisher("127.0.0.1", feed_socket_.port, "127.0.0.1", 0, SESSION_ID),
       engine(publisher, rng, scenario, 0.8, 0.15, false) {
+  if (symbols.empty()) return;
   for (const std::string& entry : split(symbols, ',')) {
     const size_t colon = entry.find(':');
     engine.add_stock(entry.substr(0, colon), std::stod(entry.substr(colon + 1)));

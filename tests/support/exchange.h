@@ -77,6 +77,9 @@ std::string standard_error_of(const std::function<void()>& act);
 /// How many outputs `act` took from `rng`. Fails the test beyond 100000.
 uint64_t draws_taken(std::mt19937_64& rng, const std::function<void()>& act);
 
+/// A random source whose next outputs are these, at most 312 of them.
+std::mt19937_64 rng_yielding(const std::vector<uint64_t>& outputs);
+
 /// One logged-on client of the exchange. Its messages go to the engine's handlers at once; what
 /// they return waits to be heard. Copies speak for the same client.
 class FixPeer {
@@ -115,9 +118,9 @@ class FixPeer {
 
 class Exchange {
  public:
-  /// Lists "AAPL:190.00,MSFT:410.00" and opens nothing: books are empty and the feed is silent.
-  /// Sets the clocks to their start and the random source to seed 42. The walk has the defaults of
-  /// the command line.
+  /// Lists "AAPL:190.00,MSFT:410.00" (or nothing) and opens nothing: books are empty and the feed
+  /// is silent. Sets the clocks to their start and the random source to seed 42. The walk has the
+  /// defaults of the command line.
   static Exchange with_empty_book(const std::string& symbols) { return Exchange(symbols); }
 
   explicit Exchange(const std::string& symbols);
