@@ -1,0 +1,105 @@
+#include "bench/stats_text.h"
+
+#include <gtest/gtest.h>
+
+#include "bench/scenario.h"
+#include "fix/stream_records.h"
+#include "support/exchange.h"
+
+namespace quorl::test {
+namespace {
+
+TEST(BenchStatsText, has_18_pairs_of_0_at_start) {
+  Exchange exchange("AAPL:190.00");
+  EXPECT_EQ(bench_stats_text(exchange.scenario),
+            "orders=0 accepts=0 fills=0 partials=0 cancels=0 replaces=0 rejects=0 "
+            "replace_rejects=0 cancel_rejects=0 unsolicited_cancels=0 race_fills=0 late_cancels=0 "
+            "stale_cancels=0 logins=0 logons=0 resend_requests=0 replays=0 replayed=0");
+}
+
+TEST(BenchStatsText, shows_each_counter_behind_its_key_and_the_logons_twice) {
+  Exchange exchange("AAPL:190.00");
+  exchange.scenario.counters = {.orders = 1,
+                                .accepts = 2,
+                                .fills = 3,
+                                .partials = 4,
+                                .cancels = 5,
+                                .replaces = 6,
+                                .rejects = 7,
+                                .replace_rejects = 8,
+                                .cancel_rejects = 9,
+                                .unsolicited_cancels = 10,
+                                .race_fills = 11,
+                                .cancel_requests = 91,
+                                .replace_requests = 92,
+                                .late_cancels = 12,
+                                .stale_cancels = 13,
+                                .logons = 14,
+                                .resend_requests = 15,
+                                .replays = 16,
+                                .replayed = 18446744073709551615U,
+                                .partial_candidates = 93};
+  EXPECT_EQ(bench_stats_text(exchange.scenario),
+            "orders=1 accepts=2 fills=3 partials=4 cancels=5 replaces=6 rejects=7 "
+            "replace_rejects=8 cancel_rejects=9 unsolicited_cancels=10 race_fills=11 "
+            "late_cancels=12 stale_cancels=13 logins=14 logons=14 resend_requests=15 replays=16 "
+            "replayed=18446744073709551615");
+}
+
+TEST(FaultStatsText, counts_as_sent_what_was_not_dropped) {
+  Exchange exchange("AAPL:190.00");
+  EXPECT_EQ(fault_stats_text(exchange.publisher),
+            "quorl faults: sent 0 dropped 0 duplicated 0 reordered 0");
+  exchange.publisher.packets = 100;
+  exchange.publisher.dropped = 7;
+  exchange.publisher.duplicated = 5;
+  exchange.publisher.reordered = 3;
+  EXPECT_EQ(fault_stats_text(exchange.publisher),
+            "quorl faults: sent 93 dropped 7 duplicated 5 reordered 3");
+}
+
+TEST(FaultStatsText, shows_half_of_ten_packets_with_every_second_one_dropped) {
+  Exchange exchange("AAPL:190.00");
+  exchange.publisher.faults.drop_every = 2;
+  standard_error_of([&] {
+    for (int i = 0; i < 10; ++i) {
+      exchange.publisher.append("x", 1);
+      exchange.publisher.flush();
+    }
+    exchange.publisher.send_heartbeat();  // counts nowhere
+  });
+  EXPECT_EQ(fault_stats_text(exchange.publisher),
+            "quorl faults: sent 5 dropped 5 duplicated 0 reordered 0");
+}
+
+TEST(FaultStatsText, counts_a_packet_held_back_and_one_sent_twice_once_each) {
+  Exchange exchange("AAPL:190.00");
+  exchange.publisher.faults.reorder_next = 1;
+  standard_error_of([&] {
+    for (int i = 0; i < 3; ++i) {
+      if (i == 2) exchange.publisher.faults.dup_next = 1;
+      exchange.publisher.append("x", 1);
+      exchange.publisher.flush();
+    }
+  });
+  EXPECT_EQ(fault_stats_text(exchange.publisher),
+            "quorl faults: sent 3 dropped 0 duplicated 1 reordered 1");
+}
+
+TEST(SessionText, is_up_with_any_client_that_is_connected_and_logged_on) {
+  const auto client = [](int fd, bool logged_on) {
+    Client record;
+    record.fd = fd;
+    record.logged_on = logged_on;
+    return record;
+  };
+  EXPECT_EQ(session_text({}), " session=down");
+  EXPECT_EQ(session_text({client(5, false)}), " session=down");
+  EXPECT_EQ(session_text({client(-1, true)}), " session=down");
+  EXPECT_EQ(session_text({client(-1, false), client(5, false)}), " session=down");
+  EXPECT_EQ(session_text({client(0, true)}), " session=up");
+  EXPECT_EQ(session_text({client(-1, false), client(5, true), client(6, false)}), " session=up");
+}
+
+}  // namespace
+}  // namespace quorl::test
