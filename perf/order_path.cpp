@@ -2,7 +2,7 @@
 // with a fixed number of orders in flight on one session and the walk standing still. The bare
 // system calls that no exchange of this shape can avoid are measured beside it, in this process.
 //
-//   order_path [orders] [in flight] [symbols]
+//   order_path [orders] [in flight] [binary]
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -163,7 +163,7 @@ int measure(int argc, char** argv) {
   const int in_flight = number_argument(argc, argv, 2, 64);
 
   client::SimulatorOptions options;
-  options.binary = QUORL_BINARY;
+  options.binary = argc > 3 ? argv[3] : QUORL_BINARY;
   options.arguments = client::still_market();
   client::Simulator simulator(options);
   simulator.start();
@@ -209,6 +209,7 @@ int measure(int argc, char** argv) {
       "system %.2f), %.2f us of wall time; bare sendto and send: %.2f us\n",
       orders, in_flight, answered, cpu_us, share(ticks_after.first, ticks_before.first),
       share(ticks_after.second, ticks_before.second), wall_us, bare_calls_us(orders));
+  simulator.terminate();
   return answered == orders ? 0 : 1;
 }
 

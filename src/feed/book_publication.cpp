@@ -1,5 +1,4 @@
 #include <cstdint>
-#include <vector>
 
 #include "bench/truth_log.h"
 #include "driver/clocks.h"
@@ -15,12 +14,6 @@ namespace {
 
 constexpr uint64_t LEVEL_UPDATE_BLOCK = 32;  // an update of 30 bytes and its length
 constexpr int OPENING_ORDERS = 40;           // posted per symbol
-
-struct LevelChange {
-  bool buy;
-  Price4 price;
-  uint32_t size;  // now
-};
 
 template <typename Message>
 void send(TpPublisher& publisher, const Message& message) {
@@ -62,23 +55,23 @@ uint32_t Engine::level_size(const Stock& stock, bool buy, Price4 price) const {
 }
 
 void Engine::publish_dirty(Stock& stock) {
-  std::vector<LevelChange> changes;
+  changes_.clear();
   for (const auto& [buy, price] : dirty) {
     const uint32_t size = level_size(stock, buy, price);
     const uint32_t shown =
         buy ? shown_size(stock.shown_bids, price) : shown_size(stock.shown_asks, price);
-    if (size != shown) changes.push_back({buy, price, size});
+    if (size != shown) changes_.push_back({buy, price, size});
   }
   dirty.clear();
-  if (changes.empty()) return;
+  if (changes_.empty()) return;
 
   // A batch that fits into a packet is never split over two.
-  if (changes.size() * LEVEL_UPDATE_BLOCK + publisher->fill > publisher->limit &&
+  if (changes_.size() * LEVEL_UPDATE_BLOCK + publisher->fill > publisher->limit &&
       publisher->header.message_count != 0) {
     publisher->flush();
   }
-  for (const LevelChange& change : changes) {
-    const bool last = &change == &changes.back();
+  for (const LevelChange& change : changes_) {
+    const bool last = &change == &changes_.back();
     send(*publisher, PriceLevelUpdate{.buy = change.buy,
                                       .event_flags = static_cast<uint8_t>(last ? 1 : 0),
                                       .timestamp_ns = event_time,

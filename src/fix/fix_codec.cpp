@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "driver/number_parsers.h"
+#include "fix/text_writer.h"
 
 namespace quorl {
 namespace {
@@ -27,10 +28,6 @@ size_t decimal_width(uint64_t value) {
   size_t width = 1;
   for (; value >= 10; value /= 10) ++width;
   return width;
-}
-
-void append_field(std::string& out, std::string_view tag_and_equals, std::string_view value) {
-  out.append(tag_and_equals).append(value).push_back(SOH);
 }
 
 /// The whole length field, its SOH at the end included, has come.
@@ -105,17 +102,29 @@ bool extract_frame(ReceiveBuffer& buffer, std::string& frame) {
 
 FixFieldMap parse_fields(const std::string& frame) {
   constexpr size_t USUAL_FIELDS = 24;
+  constexpr size_t SHORT_TAG = 9;  // digits that fit any integer
+  const std::string_view text = frame;
   FixFieldMap fields;
   fields.reserve(USUAL_FIELDS);
-  const std::string_view text = frame;
   size_t pos = 0;
   while (pos < text.size()) {
-    const size_t end = text.find(SOH, pos);
+    // Nearly every tag is a few digits and an equals sign, read in passing.
+    int32_t tag = 0;
+    size_t equals = pos;
+    const size_t limit = std::min(text.size() - 1, pos + SHORT_TAG);
+    for (; equals < limit && text[equals] >= '0' && text[equals] <= '9'; ++equals) {
+      tag = 10 * tag + (text[equals] - '0');
+    }
+    const size_t end = text.find(SOH, equals);
     if (end == NOT_FOUND) break;
-    const std::string_view piece = text.substr(pos, end - pos);
-    const size_t equals = piece.find('=');
-    if (equals == NOT_FOUND) break;
-    fields.set(narrowed_strtol(piece.substr(0, equals)), piece.substr(equals + 1));
+    if (equals == pos || text[equals] != '=') {
+      const std::string_view piece = text.substr(pos, end - pos);
+      const size_t at = piece.find('=');
+      if (at == NOT_FOUND) break;
+      tag = narrowed_strtol(piece.substr(0, at));
+      equals = pos + at;
+    }
+    fields.set(tag, text.substr(equals + 1, end - equals - 1));
     pos = end + 1;
   }
   return fields;
@@ -124,32 +133,30 @@ FixFieldMap parse_fields(const std::string& frame) {
 std::string compose_message(std::string_view msg_type, uint32_t seq, std::string_view sender,
                             std::string_view target, const FixFieldList& body_fields,
                             const FixFieldList& header_fields) {
+  constexpr std::string_view BEGIN =
+      "8=FIX.4.2\x01"
+      "9=";
   constexpr size_t FIVE_TAGS_AND_SOHS = 5 * 4;  // "35=" "34=" "49=" "56=" "52=", each closed by SOH
-  constexpr size_t LONGEST_HEAD = 10 + 2 + 20 + 1;
   const size_t body_length = FIVE_TAGS_AND_SOHS + msg_type.size() + decimal_width(seq) +
                              sender.size() + target.size() + FixTimestamp::SIZE +
                              header_fields.wire().size() + body_fields.wire().size();
-  std::string message;
-  message.reserve(LONGEST_HEAD + body_length + TRAILER_SIZE);
-  append_field(message, "8=", "FIX.4.2");
-  message.append("9=");
-  append_decimal(message, body_length);
-  message.push_back(SOH);
-  append_field(message, "35=", msg_type);
-  message.append("34=");
-  append_decimal(message, seq);
-  message.push_back(SOH);
-  append_field(message, "49=", sender);
-  append_field(message, "56=", target);
-  append_field(message, "52=", fix_timestamp().view());
-  message.append(header_fields.wire()).append(body_fields.wire());
+  const size_t summed = BEGIN.size() + decimal_width(body_length) + 1 + body_length;
+  std::string message(summed + TRAILER_SIZE, SOH);
+  TextWriter out(message.data());
+  out.text(BEGIN).number(body_length).character(SOH);
+  out.text("35=").text(msg_type).character(SOH);
+  out.text("34=").number(seq).character(SOH);
+  out.text("49=").text(sender).character(SOH);
+  out.text("56=").text(target).character(SOH);
+  out.text("52=").text(fix_timestamp().view()).character(SOH);
+  out.text(header_fields.wire()).text(body_fields.wire());
 
-  const uint32_t checksum = checksum_of(message);
-  const std::array<char, 3> digits = {static_cast<char>('0' + checksum / 100),
-                                      static_cast<char>('0' + checksum / 10 % 10),
-                                      static_cast<char>('0' + checksum % 10)};
-  append_field(message, CHECKSUM_PREFIX, {digits.data(), digits.size()});
-  return message;
+  const uint32_t checksum = checksum_of({message.data(), summed});
+  out.text(CHECKSUM_PREFIX);
+  for (const uint32_t place : {100U, 10U, 1U}) {
+    out.character(static_cast<char>('0' + checksum / place % 10));
+  }
+  return message;  // its last byte has been a SOH from the start
 }
 
 }  // namespace quorl

@@ -1,32 +1,34 @@
 #include "fix/fix_fields.h"
 
-#include <array>
-#include <charconv>
-
 #include "driver/number_parsers.h"
+#include "fix/text_writer.h"
 
 namespace quorl {
+namespace {
+
+constexpr size_t AROUND_VALUE = TextWriter::LONGEST_NUMBER + 2;  // tag, '=', SOH
+
+}  // namespace
 
 FixFieldList::FixFieldList(std::initializer_list<FixField> fields) {
   for (const FixField& field : fields) put(field.tag, field.value);
 }
 
 void FixFieldList::put(int32_t tag, std::string_view value) {
-  append_number(tag);
-  wire_.append(1, '=').append(value).append(1, SOH);
+  TextWriter out(room_for(AROUND_VALUE + value.size()));
+  out.number(tag).character('=').text(value).character(SOH);
+  take_up_to(out.position());
 }
 
 void FixFieldList::put_number(int32_t tag, int64_t value) {
-  append_number(tag);
-  wire_.push_back('=');
-  append_number(value);
-  wire_.push_back(SOH);
+  TextWriter out(room_for(AROUND_VALUE + TextWriter::LONGEST_NUMBER));
+  out.number(tag).character('=').number(value).character(SOH);
+  take_up_to(out.position());
 }
 
-void FixFieldList::append_number(int64_t value) {
-  std::array<char, 20> digits;
-  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
-  wire_.append(digits.data(), end);
+char* FixFieldList::room_for(size_t bytes) {
+  if (memory_.size() - used_ < bytes) memory_.resize(2 * memory_.size() + bytes);
+  return memory_.data() + used_;
 }
 
 const FixField* FixFieldMap::find(int32_t tag) const {

@@ -82,13 +82,17 @@ class FixFieldList {
   void put(int32_t tag, char value) { put(tag, std::string_view(&value, 1)); }
   void put_number(int32_t tag, int64_t value);
 
-  void reserve(size_t bytes) { wire_.reserve(bytes); }
-  std::string_view wire() const { return wire_; }
+  /// Room for that many bytes on the wire, so that nothing is copied on the way there.
+  void reserve(size_t bytes) { memory_.resize(bytes); }
+  std::string_view wire() const { return {memory_.data(), used_}; }
 
  private:
-  void append_number(int64_t value);
+  /// Where the next field begins, with room for it.
+  char* room_for(size_t bytes);
+  void take_up_to(const char* end) { used_ = static_cast<size_t>(end - memory_.data()); }
 
-  std::string wire_;
+  std::string memory_;  // sized ahead of its use
+  size_t used_ = 0;
 };
 
 /// The fields of one received frame. A tag that occurs twice keeps its last value. The values are
@@ -106,6 +110,7 @@ class FixFieldMap {
   /// The low 32 bits of a number read by the rules of std::stoull; 0 if there is none.
   uint32_t number(int32_t tag) const;
 
+  /// Room for that many fields, so that setting them allocates once.
   void reserve(size_t fields) { fields_.reserve(fields); }
 
  private:

@@ -1,6 +1,5 @@
 #include "fix/fix_text.h"
 
-#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -55,12 +54,6 @@ FixTimestamp::FixTimestamp(uint64_t ns_since_epoch) {
 }
 
 FixTimestamp fix_timestamp() { return FixTimestamp(system_ns()); }
-
-void append_decimal(std::string& out, uint64_t number) {
-  std::array<char, 20> digits;
-  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
-  out.append(digits.data(), end);
-}
 
 std::string format_price(int32_t decimals, double value) {
   std::array<char, 48> buffer{};

@@ -25,9 +25,6 @@ class FixTimestamp {
 /// The system clock's present time.
 FixTimestamp fix_timestamp();
 
-/// Appends the number in plain decimal.
-void append_decimal(std::string& out, uint64_t number);
-
 /// "%.*f", then without trailing zeros, and without the point if nothing is left behind it.
 std::string format_price(int32_t decimals, double value);
 

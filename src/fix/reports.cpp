@@ -12,7 +12,9 @@
 namespace quorl {
 namespace {
 
-constexpr size_t USUAL_REPORT_BYTES = 352;  // one allocation for the fields of nearly every report
+// One allocation for the fields of nearly every report.
+constexpr size_t USUAL_REPORT_BYTES = 288;
+constexpr size_t USUAL_FILL_BYTES = 384;
 constexpr std::string_view NO_ORDER_ID = "NONE";
 
 bool is_fill(char exec_type) { return exec_type == '1' || exec_type == '2'; }
@@ -79,7 +81,7 @@ std::string build_exec_report(Engine& engine, const ExecReportArgs& args) {
   const bool answers_request = renamed || !args.cl_ord_id.empty();
 
   FixFieldList fields;
-  fields.reserve(USUAL_REPORT_BYTES);
+  fields.reserve(is_fill(args.exec_type) ? USUAL_FILL_BYTES : USUAL_REPORT_BYTES);
   fields.put(TAG_ORDER_ID, or_none(args.order_id));
   fields.put(TAG_CL_ORD_ID, renamed           ? args.new_cl_ord_id
                             : answers_request ? args.cl_ord_id

@@ -171,6 +171,7 @@ struct Engine {
                                              Client& client);
   void cancel_unasked(const ScheduledCancel& due);
 
+  std::vector<LevelChange> changes_;  // of the event in publication; kept for its memory
   std::unordered_map<std::string, size_t, StringHash, std::equal_to<>> index_by_symbol_;
 };
 

@@ -56,6 +56,13 @@ struct Stock {
   char status = 'T';
 };
 
+/// A level whose size is no longer what the feed shows.
+struct LevelChange {
+  bool buy;
+  Price4 price;
+  uint32_t size;  // shares, now; 0 means the level is gone
+};
+
 /// A client's name for its order.
 struct ClientOrderKey {
   std::string owner;
