@@ -211,10 +211,9 @@ TEST(Startup, quiet_suppresses_the_connection_and_logon_lines_and_nothing_else) 
     Exchange exchange(still(quiet ? Lines{"--quiet"} : Lines{}));
     client::FixSession session = exchange.logs_on("ALPHA");
     session.hears_nothing();
-    const Simulator& simulator = exchange.simulator();
-    EXPECT_EQ(simulator.count_lines("bench: logon ALPHA 34=1"), 1U);
-    EXPECT_EQ(simulator.count_lines("[quorl] FIX client connected (fd "), quiet ? 0U : 1U);
-    EXPECT_EQ(simulator.count_lines("[quorl] logon ALPHA accepted (heartbeat 30 s)"),
+    EXPECT_EQ(exchange.count_lines("bench: logon ALPHA 34=1"), 1U);
+    EXPECT_EQ(exchange.count_lines("[quorl] FIX client connected (fd "), quiet ? 0U : 1U);
+    EXPECT_EQ(exchange.count_lines("[quorl] logon ALPHA accepted (heartbeat 30 s)"),
               quiet ? 0U : 1U);
     session.logout();
     EXPECT_EQ(exchange.simulator().wait_for_line("logged out"),
@@ -393,8 +392,8 @@ TEST(Startup, taken_control_port_is_reported_and_the_run_goes_on_without_stats_l
   for (int second = 0; second < 4; ++second) feed.await_heartbeat();  // beyond the line's 2 s
   client::FixSession session(simulator.ports().fix, "ALPHA");
   session.logon();
-  EXPECT_EQ(simulator.count_lines("bench: stats"), 0U);
   EXPECT_EQ(simulator.terminate(), STATUS_0);
+  EXPECT_EQ(simulator.count_lines("bench: stats"), 1U) << "that of the end alone";
 }
 
 TEST(Startup, taken_gap_fill_port_is_reported_first_and_the_run_goes_on) {

@@ -65,6 +65,19 @@ const client::BookBuilder& Exchange::book() {
 
 const client::SymbolBook& Exchange::book(const std::string& symbol) { return book().book(symbol); }
 
+size_t Exchange::settle_lines() {
+  (void)turn();
+  const std::string label = "settled-" + std::to_string(++marks_);
+  control_.ok("mark " + label);
+  simulator_.wait_for_line("bench: mark " + label + " at seq ");
+  return simulator_.line_count();
+}
+
+size_t Exchange::count_lines(const std::string& text) {
+  (void)settle_lines();
+  return simulator_.count_lines(text);
+}
+
 uint64_t Exchange::counter(const std::string& name) { return turn()[name]; }
 
 void Exchange::empty_book(const std::string& symbol) {

@@ -47,6 +47,13 @@ class Exchange {
   const client::BookBuilder& book();
   const client::SymbolBook& book(const std::string& symbol);
 
+  /// A barrier for standard error: every line that has been printed has been collected. Returns
+  /// their number; the last of them is a mark of our own.
+  size_t settle_lines();
+
+  /// Lines that hold the text, behind such a barrier.
+  size_t count_lines(const std::string& text);
+
   /// A counter of the stats text.
   uint64_t counter(const std::string& name);
 
@@ -65,6 +72,7 @@ class Exchange {
   client::BookBuilder book_;
   size_t applied_ = 0;  // messages of the feed that the book has taken
   size_t told_ = 0;     // messages of the feed that news() has told or left out
+  unsigned marks_ = 0;  // names those of settle_lines()
 };
 
 /// The price of the side's best level; throws if the side is empty.

@@ -12,13 +12,13 @@ namespace e2e {
 /// late and in whatever order they are looked at.
 struct Stamped {
   client::Bytes bytes;
-  int64_t stamp_ns = 0;
+  int64_t stamp_ns = 0;  // 0 if there is none
 };
 
-/// Asks the kernel for stamps on all that arrives from now on.
+/// Asks the kernel for stamps. What arrives in the next moment may still bear none.
 void stamp_arrivals(int fd);
 
-/// One read. Throws Timeout if nothing comes, and SystemError if it bears no stamp.
+/// One read. Throws Timeout if nothing comes.
 Stamped receive_stamped(int fd, client::Deadline deadline);
 
 }  // namespace e2e
