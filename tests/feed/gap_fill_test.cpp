@@ -131,6 +131,14 @@ TEST(GapRequest, a_count_that_would_wrap_in_32_bits_is_refused) {
   EXPECT_FALSE(parses(Request{.ranges = {{1, 1}}, .count = 0x10000000}.datagram()));
 }
 
+TEST(GapRequest, one_that_counts_too_many_ranges_is_refused_before_any_range_is_read) {
+  const Bytes datagram =
+      Request{.ranges = {{1, 1}, {3, 3}, {5, 5}}, .count = 0xFFFFFFFF}.datagram();
+  GapRequest request;
+  EXPECT_FALSE(parse_gap_request(datagram.data(), 32, request));
+  EXPECT_THAT(request.ranges, IsEmpty());
+}
+
 TEST(GapRequest, bytes_behind_the_last_range_are_ignored) {
   EXPECT_TRUE(parses(joined({Request{.ranges = {{1, 1}}}.datagram(), hex("FF FF FF FF FF")})));
   EXPECT_TRUE(parses(Request{.ranges = {{9, 1}}, .count = 0}.datagram()));

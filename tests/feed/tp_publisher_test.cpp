@@ -385,6 +385,14 @@ TEST(TpPublisher, a_message_that_overflows_is_retained_with_its_true_number_and_
   EXPECT_EQ(feed.publisher.retained[2].stream_offset, 2404u);
 }
 
+TEST(TpPublisher, a_packet_announces_the_next_number_as_of_the_flush_before_it) {
+  Feed feed;
+  feed.append(5000);  // takes number 1 and flushes nothing
+  feed.send_packet();
+  feed.send_packet();
+  EXPECT_THAT(feed.first_seqs(), ElementsAre(1, 3));
+}
+
 // --- What is kept ---
 
 TEST(TpPublisher, retains_each_message_without_its_length_at_the_offset_of_its_block) {
@@ -488,6 +496,14 @@ TEST(TpPublisher, a_heartbeat_tells_the_true_next_number_where_the_packet_before
   feed.publisher.flush();
   feed.publisher.send_heartbeat();
   EXPECT_THAT(feed.first_seqs(), ElementsAre(1, 3, 3));
+}
+
+TEST(TpPublisher, a_heartbeat_knows_of_a_number_that_was_taken_and_never_sent) {
+  Feed feed;
+  feed.append(5000);
+  feed.publisher.send_heartbeat();
+  feed.send_packet();
+  EXPECT_THAT(feed.first_seqs(), ElementsAre(2, 2));
 }
 
 // --- Faults ---
