@@ -362,6 +362,17 @@ TEST(Market, heartbeat_follows_each_silent_second_and_counts_nowhere) {
                                      std::to_string(paused.next_seq - 1));
 }
 
+/// However lively the market, a heartbeat follows a second in which no packet went out.
+void expect_heartbeats_only_in_silence(const FeedSubscriber& feed) {
+  const auto& packets = feed.packets();
+  for (size_t i = 1; i < packets.size(); ++i) {
+    if (!packets[i].packet.is_heartbeat()) continue;
+    const client::TpPacket& previous = packets[i - 1].packet;
+    expect_heartbeat(packets[i], packets[i - 1], *feed.true_first_seq(packets[i]),
+                     previous.end_offset());
+  }
+}
+
 template <typename Levels>
 std::string truth_levels(const Levels& levels) {
   std::string text;
@@ -401,6 +412,7 @@ void expect_rebuilt_book_to_equal_the_shown_one(std::vector<std::string> argumen
   EXPECT_EQ(feed.last_seq(), image.seq);
   EXPECT_EQ(client::compare_levels(image.book().books(), at_end.books()), "");
   ASSERT_EQ(exchange.simulator().terminate().code, 0);
+  expect_heartbeats_only_in_silence(feed);
 
   const std::map<std::string, size_t> secids = {{"AAPL", 1}, {"MSFT", 2}, {"SPY", 3}};
   std::istringstream truth(client::read_file(exchange.simulator().market_truth_path()));
