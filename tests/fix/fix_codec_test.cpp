@@ -377,6 +377,8 @@ TEST(ParseFields, stops_at_the_first_piece_without_an_equals_sign) {
   EXPECT_EQ(split_of("35=0|junk|34=5|", {35, 34}), "35=0 34=(no) ");
   EXPECT_EQ(split_of("35=0||34=5|", {35, 34}), "35=0 34=(no) ");
   EXPECT_EQ(split_of("junk|34=5|", {34}), "34=(no) ");
+  EXPECT_EQ(split_of("35=0|12|34=5|", {35, 12, 34}), "35=0 12=(no) 34=(no) ");
+  EXPECT_EQ(split_of("35=0|123456789012|34=5|", {35, 34}), "35=0 34=(no) ");
 }
 
 TEST(ParseFields, stops_at_a_last_piece_without_its_end) {
@@ -391,6 +393,12 @@ TEST(ParseFields, reads_a_tag_up_to_its_first_other_character) {
   EXPECT_EQ(split_of("+12=a|", {12}), "12=a ");
   EXPECT_EQ(split_of("-12=a|", {12, -12}), "12=(no) -12=a ");
   EXPECT_EQ(split_of("012=a|", {12}), "12=a ");
+}
+
+TEST(ParseFields, reads_tags_of_any_length) {
+  EXPECT_EQ(split_of("9999=a|12345678=b|123456789=c|1234567890=d|0000000000000000034=e|",
+                     {9999, 12345678, 123456789, 1234567890, 34}),
+            "9999=a 12345678=b 123456789=c 1234567890=d 34=e ");
 }
 
 TEST(ParseFields, takes_a_tag_that_is_no_number_for_0) {
