@@ -62,7 +62,7 @@ TEST(Engine, an_order_rests_behind_those_at_its_price_and_marks_it) {
   order.locate = 1;
   order.price = 1900000;
   order.leaves = 100;
-  for (const uint64_t id : {7, 5, 6}) {
+  for (const uint64_t id : {7U, 5U, 6U}) {
     order.id = id;
     exchange.engine.rest_order(exchange.stock(), order);
   }

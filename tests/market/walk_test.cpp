@@ -393,7 +393,7 @@ TEST(WalkTick, picks_in_the_iteration_order_of_the_orders_afresh_for_each_attemp
   for (const uint64_t pick : {20U, 20U, 67U}) {
     pulls.push_back(picks(pick, ids.size()));
     doomed.push_back(ids[pick]);
-    ids.erase(ids.begin() + pick);
+    ids.erase(ids.begin() + static_cast<std::ptrdiff_t>(pick));
   }
   ticks_on(exchange, stands_still() + pulls + three_posts() + Draws{NO_TOUCH});
   for (const uint64_t id : doomed) EXPECT_FALSE(exchange.engine.orders.contains(id));
