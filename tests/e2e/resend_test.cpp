@@ -1,0 +1,442 @@
+// Resends both ways: what a client asks for again, what it is asked for, and what resets mean.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "client/fix_message.h"
+#include "client/fix_session.h"
+#include "tests/e2e/support/exchange.h"
+
+namespace e2e {
+namespace {
+
+using client::Continuity;
+using client::FixFields;
+using client::FixMessage;
+using client::FixSession;
+using std::chrono::steady_clock;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+/// What a resend brought, one text each: "8 34=2", "4 34=4 36=6".
+std::vector<std::string> told(const std::vector<FixMessage>& messages) {
+  std::vector<std::string> texts;
+  for (const FixMessage& message : messages) {
+    std::string text = message.type() + " 34=" + message.get(34);
+    if (message.type() == "4") text += " 36=" + message.get(36);
+    if (message.type() == "2") text += " 7=" + message.get(7) + " 16=" + message.get(16);
+    texts.push_back(text);
+  }
+  return texts;
+}
+
+/// Asks, and returns all that comes before a TestRequest behind it is answered.
+std::vector<std::string> asked(FixSession& session, const std::string& begin,
+                               const std::string& end) {
+  session.resend_request(begin, end);
+  return told(session.drain());
+}
+
+/// An exchange in whose market nothing moves, and the lines it prints.
+class Resend : public testing::Test {
+ protected:
+  FixSession logs_on(const std::string& comp_id) { return exchange_.logs_on(comp_id); }
+
+  /// A session that has heard 34=1 Logon, 2 and 3 reports, 4 Heartbeat; next comes 5.
+  FixSession with_four_messages() {
+    FixSession alpha = logs_on("ALPHA");
+    alpha.new_order({.cl_ord_id = "a1", .price = "1"});
+    alpha.hears("35=8|34=2|150=0|11=a1");
+    alpha.cancel({.cl_ord_id = "c1", .orig_cl_ord_id = "a1"});
+    alpha.hears("35=8|34=3|150=4|11=c1");
+    alpha.test_request("x");
+    alpha.hears("35=0|34=4|112=x");
+    return alpha;
+  }
+
+  void expect_line(const std::string& line) { exchange_.simulator().wait_for_line(line); }
+  size_t lines(const std::string& text) {
+    (void)exchange_.turn();
+    exchange_.control().ok("mark lines");
+    exchange_.simulator().wait_for_line("bench: mark lines", marked_);
+    marked_ = exchange_.simulator().line_count();
+    return exchange_.simulator().count_lines(text);
+  }
+
+  Exchange exchange_{still()};
+
+ private:
+  size_t marked_ = 0;
+};
+
+TEST_F(Resend, a_range_is_replayed_and_each_run_of_other_numbers_is_one_gap_fill) {
+  FixSession alpha = with_four_messages();
+  EXPECT_THAT(asked(alpha, "1", "0"),
+              ElementsAre("4 34=1 36=2", "8 34=2", "8 34=3", "4 34=4 36=5"));
+  expect_line("bench: ResendRequest from ALPHA 7=1 16=0 -> serving 1..4");
+  expect_line("bench: resend done: replayed 2 application message(s), 2 GapFill(s)");
+  EXPECT_EQ(alpha.next_in, 6u) << "the answer to the TestRequest took 5: a resend takes no numbers";
+  EXPECT_EQ(exchange_.counter("resend_requests"), 1u);
+  EXPECT_EQ(exchange_.counter("replays"), 1u);
+  EXPECT_EQ(exchange_.counter("replayed"), 2u);
+}
+
+TEST_F(Resend, a_range_ends_where_it_says_or_at_the_last_number_sent) {
+  FixSession alpha = with_four_messages();
+  // Each asking makes one more Heartbeat, so the last number rises by one each time.
+  EXPECT_THAT(asked(alpha, "2", "2"), ElementsAre("8 34=2"));
+  EXPECT_THAT(asked(alpha, "3", "100"), ElementsAre("8 34=3", "4 34=4 36=6"));
+  expect_line("7=3 16=100 -> serving 3..5");
+  EXPECT_THAT(asked(alpha, "4", "6"), ElementsAre("4 34=4 36=7"));
+  EXPECT_THAT(asked(alpha, "3", "6"), ElementsAre("8 34=3", "4 34=4 36=7"));
+  EXPECT_THAT(asked(alpha, "1", "1"), ElementsAre("4 34=1 36=2"));
+  EXPECT_THAT(asked(alpha, "7", ""), ElementsAre("4 34=7 36=10"));
+  expect_line("7=7 16=0 -> serving 7..9");
+  EXPECT_THAT(asked(alpha, "9", "4294967295"), ElementsAre("4 34=9 36=11"));
+  EXPECT_THAT(asked(alpha, "10", "many"), ElementsAre("4 34=10 36=12"));
+}
+
+TEST_F(Resend, a_range_that_begins_behind_the_last_number_brings_nothing) {
+  FixSession alpha = with_four_messages();
+  EXPECT_THAT(asked(alpha, "9", "0"), IsEmpty());
+  expect_line("bench: ResendRequest from ALPHA 7=9 16=0 -> serving 9..4");
+  expect_line("bench: resend done: replayed 0 application message(s), 0 GapFill(s)");
+  EXPECT_THAT(asked(alpha, "3", "2"), IsEmpty());
+  expect_line("7=3 16=2 -> serving 3..2");
+  EXPECT_EQ(exchange_.counter("resend_requests"), 2u);
+  EXPECT_EQ(exchange_.counter("replays"), 0u);
+}
+
+TEST_F(Resend, a_range_from_nought_begins_with_a_gap_fill_of_number_nought) {
+  FixSession alpha = with_four_messages();
+  EXPECT_THAT(asked(alpha, "0", "2"), ElementsAre("4 34=0 36=2", "8 34=2"));
+  EXPECT_THAT(asked(alpha, "", "2"), ElementsAre("4 34=0 36=2", "8 34=2"));
+  EXPECT_THAT(asked(alpha, "first", "1"), ElementsAre("4 34=0 36=2"));
+  expect_line("bench: ResendRequest from ALPHA 7=0 16=1 -> serving 0..1");
+}
+
+TEST_F(Resend, a_range_of_session_messages_counts_as_a_request_and_as_nothing_else) {
+  FixSession alpha = with_four_messages();
+  EXPECT_THAT(asked(alpha, "4", "4"), ElementsAre("4 34=4 36=5"));
+  expect_line("bench: resend done: replayed 0 application message(s), 1 GapFill(s)");
+  EXPECT_EQ(exchange_.counter("resend_requests"), 1u);
+  EXPECT_EQ(exchange_.counter("replays"), 0u);
+  EXPECT_EQ(exchange_.counter("replayed"), 0u);
+}
+
+TEST_F(Resend, a_replay_differs_from_the_first_transmission_in_its_header_alone) {
+  exchange_.empty_book("AAPL");
+  FixSession alpha = logs_on("ALPHA");
+  const std::string before = client::fix_timestamp_now();
+  alpha.new_order({.cl_ord_id = "rests", .side = "2", .quantity = "300", .price = "190.10"});
+  alpha.new_order({.cl_ord_id = "hits", .quantity = "500", .price = "190.10"});
+  alpha.new_order({.cl_ord_id = "bad", .quantity = "0"});
+  alpha.replace({.cl_ord_id = "r1", .orig_cl_ord_id = "hits", .quantity = "600", .price = "190"});
+  alpha.cancel({.cl_ord_id = "c1", .orig_cl_ord_id = "r1"});
+  alpha.cancel({.cl_ord_id = "c2", .orig_cl_ord_id = "never"});
+  alpha.replace({.cl_ord_id = "r2", .orig_cl_ord_id = "rests", .quantity = "1", .price = "1"});
+  // Two acknowledgements, two fills, refusal, replaced, cancelled and two 35=9.
+  std::vector<FixMessage> first;
+  for (int i = 0; i < 9; ++i) first.push_back(alpha.next());
+
+  alpha.resend_request("1", "0");
+  std::vector<FixMessage> again = alpha.drain();
+  ASSERT_EQ(again.size(), 1 + first.size()) << "a GapFill of the Logon ahead of all";
+  for (size_t i = 0; i < first.size(); ++i) {
+    const FixMessage& replay = again[i + 1];
+    SCOPED_TRACE(replay.text());
+    std::vector<int> tags = first[i].tags();
+    tags.insert(tags.begin() + 7, {43, 122});
+    EXPECT_EQ(replay.tags(), tags) << "43 and 122 stand behind 52";
+    for (const client::FixField& field : first[i].fields()) {
+      if (field.tag == 9 || field.tag == 10 || field.tag == 52) continue;
+      EXPECT_EQ(replay.find(field.tag), field.value) << "tag " << field.tag;
+    }
+    EXPECT_EQ(replay.get(43), "Y");
+    EXPECT_LE(before, replay.get(122));
+    EXPECT_LE(replay.get(122), first[i].get(52)) << "stored, then sent";
+    EXPECT_LE(again[0].get(52), replay.get(52));
+  }
+}
+
+TEST_F(Resend, a_gap_fill_carries_its_hole_and_no_original_time) {
+  FixSession alpha = with_four_messages();
+  alpha.resend_request("1", "1");
+  const FixMessage gap_fill = alpha.expect("4");
+  EXPECT_THAT(gap_fill.tags(), ElementsAre(8, 9, 35, 34, 49, 56, 52, 43, 123, 36, 10));
+  EXPECT_EQ(gap_fill.get(43), "Y");
+  EXPECT_EQ(gap_fill.get(123), "Y");
+}
+
+TEST_F(Resend, what_has_been_replayed_is_replayed_again_under_the_same_number) {
+  FixSession alpha = with_four_messages();
+  EXPECT_THAT(asked(alpha, "2", "3"), ElementsAre("8 34=2", "8 34=3"));
+  EXPECT_THAT(asked(alpha, "2", "3"), ElementsAre("8 34=2", "8 34=3"));
+  EXPECT_EQ(exchange_.counter("replays"), 2u);
+  EXPECT_EQ(exchange_.counter("replayed"), 4u);
+}
+
+TEST_F(Resend, reports_composed_for_an_absent_client_wait_for_its_next_resend_request) {
+  exchange_.empty_book("AAPL");
+  FixSession alpha = logs_on("ALPHA");
+  alpha.new_order({.cl_ord_id = "a1", .side = "2", .quantity = "300", .price = "190"});
+  alpha.hears("35=8|34=2|150=0");
+  alpha.logout();  // 34=3
+  FixSession beta = logs_on("BETA");
+  beta.new_order({.cl_ord_id = "b1", .quantity = "100", .price = "190"});
+  beta.hears("35=8|150=0");
+  beta.hears("35=8|150=2");
+  alpha.continuity = Continuity::TRACK;
+  EXPECT_EQ(alpha.logon().seq(), 5u) << "4 went to the fill";
+  expect_line("bench: logon ALPHA 34=4 141=N (stream expected 4, next out 5)");
+  EXPECT_THAT(alpha.missing(), ElementsAre(4));
+  alpha.resend_request("1", "0");
+  const std::vector<FixMessage> again = alpha.drain();
+  EXPECT_THAT(told(again),
+              ElementsAre("4 34=1 36=2", "8 34=2", "4 34=3 36=4", "8 34=4", "4 34=5 36=6"));
+  EXPECT_EQ(again.at(3).get(11), "a1");
+  EXPECT_EQ(again.at(3).get(32), "100");
+  EXPECT_EQ(again.at(3).get(851), "1");
+  EXPECT_THAT(alpha.missing(), IsEmpty());
+}
+
+TEST_F(Resend, a_stream_belongs_to_its_comp_id_and_to_nobody_else) {
+  FixSession alpha = with_four_messages();
+  FixSession beta = logs_on("BETA");
+  EXPECT_THAT(asked(beta, "1", "0"), ElementsAre("4 34=1 36=2"));
+}
+
+TEST_F(Resend, a_reset_logon_empties_the_store) {
+  FixSession alpha = with_four_messages();
+  alpha.logout();
+  const FixMessage reply = alpha.logon({.reset = true});
+  EXPECT_EQ(reply.seq(), 1u);
+  EXPECT_EQ(reply.get(141), "Y");
+  EXPECT_THAT(asked(alpha, "1", "0"), ElementsAre("4 34=1 36=2"));
+  alpha.new_order({.cl_ord_id = "a2", .price = "1"});
+  alpha.hears("35=8|34=3|150=0|11=a2");
+  EXPECT_THAT(asked(alpha, "1", "0"), ElementsAre("4 34=1 36=3", "8 34=3"));
+}
+
+TEST_F(Resend, a_lapse_swallows_a_resend_whole_and_it_is_counted_all_the_same) {
+  FixSession alpha = with_four_messages();
+  exchange_.control().ok("lapse 600000");
+  alpha.resend_request("1", "0");
+  expect_line("bench: resend done: replayed 2 application message(s), 2 GapFill(s)");
+  alpha.new_order({.cl_ord_id = "a2", .price = "1"});  // its report takes 5
+  alpha.test_request("unheard");                       // 6
+  (void)exchange_.turn();
+  EXPECT_EQ(exchange_.counter("replayed"), 2u);
+  exchange_.control().ok("lapse 0");
+  alpha.continuity = Continuity::TRACK;
+  EXPECT_THAT(alpha.drain(), IsEmpty());
+  EXPECT_THAT(alpha.missing(), ElementsAre(5, 6));
+  EXPECT_THAT(asked(alpha, "1", "0"), ElementsAre("4 34=1 36=2", "8 34=2", "8 34=3", "4 34=4 36=5",
+                                                  "8 34=5", "4 34=6 36=8"));
+  EXPECT_THAT(alpha.missing(), IsEmpty());
+  EXPECT_EQ(exchange_.counter("replayed"), 5u);
+}
+
+TEST_F(Resend, a_client_ahead_is_asked_for_the_gap_and_its_message_acts_at_once) {
+  FixSession alpha = logs_on("ALPHA");
+  alpha.next_out = 5;
+  alpha.new_order({.cl_ord_id = "a1", .price = "1"});
+  EXPECT_EQ(told({alpha.next()})[0], "2 34=2 7=2 16=4");
+  alpha.hears("35=8|34=3|150=0|11=a1");
+  expect_line("bench: client ALPHA seq gap expected 2 got 5 (D) — ResendRequest sent");
+  alpha.heartbeat();
+  alpha.hears_nothing();
+}
+
+TEST_F(Resend, a_gap_fill_from_the_client_pulls_its_number_back_and_draws_a_second_request) {
+  FixSession alpha = logs_on("ALPHA");
+  alpha.next_out = 5;
+  alpha.heartbeat();  // 5
+  EXPECT_EQ(told({alpha.next()})[0], "2 34=2 7=2 16=4");
+  alpha.send_message("4", {{123, "Y"}, {36, "5"}}, {.seq = "2", .header_extra = {{43, "Y"}}});
+  expect_line("bench: client ALPHA SequenceReset/GapFill 36=5");
+  alpha.heartbeat();  // 6
+  EXPECT_EQ(told({alpha.next()})[0], "2 34=3 7=5 16=5");
+  expect_line("bench: client ALPHA seq gap expected 5 got 6 (0) — ResendRequest sent");
+  alpha.hears_nothing();
+}
+
+TEST_F(Resend, a_sequence_reset_sets_the_expected_number_whatever_else_it_says) {
+  FixSession alpha = logs_on("ALPHA");
+  alpha.sequence_reset("20", false);
+  expect_line("bench: client ALPHA SequenceReset/GapFill 36=20");
+  alpha.next_out = 20;
+  alpha.hears_nothing();  // 20
+  alpha.send_message("4", {{36, "7"}}, {.seq = "1000"});
+  expect_line("bench: client ALPHA SequenceReset/GapFill 36=7");
+  alpha.next_out = 9;
+  alpha.heartbeat();
+  EXPECT_EQ(told({alpha.next()})[0].substr(7), "7=7 16=8");
+  alpha.sequence_reset("", true);
+  expect_line("bench: client ALPHA SequenceReset/GapFill 36=0");
+  alpha.next_out = 12;
+  alpha.heartbeat();
+  EXPECT_EQ(told({alpha.next()})[0].substr(7), "7=0 16=11");
+  alpha.sequence_reset("soon", true);
+  alpha.next_out = 2;
+  alpha.heartbeat();
+  EXPECT_EQ(told({alpha.next()})[0].substr(7), "7=0 16=1");
+  alpha.hears_nothing();
+}
+
+TEST_F(Resend, a_low_number_is_dropped_as_a_possible_duplicate_and_executed_without_that_flag) {
+  FixSession alpha = with_four_messages();
+  const FixFields order = client::fix_fields("11=b1|55=AAPL|54=1|38=100|40=2|44=1|59=0|18=i|47=P");
+  alpha.send_message("D", order, {.seq = "2", .header_extra = {{43, "Y"}}});
+  alpha.hears_nothing();
+  alpha.send_message("D", order, {.seq = "2"});
+  alpha.hears("35=8|150=0|11=b1");
+  alpha.send_message("1", {{112, "late"}}, {.seq = "0", .header_extra = {{43, "N"}}});
+  alpha.hears("35=0|112=late");
+  alpha.hears_nothing();
+  EXPECT_EQ(lines("seq gap"), 0u);
+}
+
+TEST_F(Resend, a_possible_duplicate_with_the_due_number_or_above_is_an_ordinary_message) {
+  FixSession alpha = logs_on("ALPHA");
+  alpha.send_message("1", {{112, "due"}}, {.header_extra = {{43, "Y"}}});
+  alpha.hears("35=0|112=due");
+  alpha.next_out = 7;
+  alpha.send_message("1", {{112, "ahead"}}, {.header_extra = {{43, "Y"}}});
+  EXPECT_EQ(told({alpha.next()})[0].substr(7), "7=3 16=6");
+  alpha.hears("35=0|112=ahead");
+}
+
+TEST_F(Resend, a_resend_request_leaves_a_gap_without_a_word_and_counts_its_own_number) {
+  FixSession alpha = with_four_messages();
+  alpha.next_out = 50;
+  EXPECT_THAT(asked(alpha, "2", "2"), ElementsAre("8 34=2"));
+  EXPECT_EQ(lines("seq gap"), 0u);
+  alpha.send_message("2", {{7, "3"}, {16, "3"}}, {.seq = "4", .header_extra = {{43, "Y"}}});
+  EXPECT_THAT(told(alpha.drain()), ElementsAre("8 34=3")) << "served, low and flagged as it is";
+  EXPECT_EQ(lines("seq gap"), 0u) << "its low number pulled nothing back";
+}
+
+TEST_F(Resend, a_client_ahead_at_logon_is_asked_behind_the_reply) {
+  FixSession alpha = with_four_messages();
+  alpha.logout();
+  ASSERT_EQ(alpha.next_out, 6u);
+  alpha.next_out = 9;
+  EXPECT_EQ(alpha.logon().seq(), 6u);
+  EXPECT_EQ(told({alpha.next()})[0], "2 34=7 7=6 16=8");
+  expect_line(
+      "bench: logon ALPHA 34=9 141=N (stream expected 6, next out 6) — the client's sequence is "
+      "ahead of ours: ResendRequest sent");
+  alpha.hears_nothing();  // 10 is due
+}
+
+TEST_F(Resend, a_client_that_continues_its_numbers_is_asked_for_nothing) {
+  FixSession alpha = with_four_messages();
+  alpha.logout();
+  EXPECT_EQ(alpha.logon().seq(), 6u);
+  alpha.hears_nothing();
+  expect_line("bench: logon ALPHA 34=6 141=N (stream expected 6, next out 6)");
+  EXPECT_EQ(lines("ahead of ours"), 0u);
+}
+
+TEST_F(Resend, a_client_behind_is_refused_and_each_refusal_takes_a_number_of_the_stream) {
+  FixSession alpha = with_four_messages();
+  alpha.logout();  // 34=5
+  for (const char* seq : {"6", "7"}) {
+    FixSession restarted = exchange_.session("ALPHA");
+    restarted.continuity = Continuity::UNCHECKED;
+    restarted.send_logon();
+    restarted.hears("35=5|34=" + std::string(seq) +
+                    "|58=Logon rejected: MsgSeqNum too low, expecting 6 but received 1");
+    restarted.expect_closed();
+  }
+  alpha.continuity = Continuity::TRACK;
+  EXPECT_EQ(alpha.logon().seq(), 8u);
+  EXPECT_THAT(alpha.missing(), ElementsAre(6, 7));
+  EXPECT_THAT(asked(alpha, "5", "0"), ElementsAre("4 34=5 36=9"));
+}
+
+/// Each cancel of an unknown order makes one application message.
+void hears_rejects(FixSession& session, unsigned count) {
+  constexpr unsigned AT_ONCE = 250;
+  for (unsigned done = 0; done < count; done += AT_ONCE) {
+    for (unsigned i = 0; i < AT_ONCE; ++i) {
+      session.cancel({.cl_ord_id = "c" + std::to_string(done + i), .orig_cl_ord_id = "never"});
+    }
+    for (unsigned i = 0; i < AT_ONCE; ++i) session.hears("35=9|41=never");
+  }
+}
+
+TEST_F(Resend, twenty_thousand_stored_messages_are_gone_through_and_resent_within_seconds) {
+  constexpr unsigned STORED = 20000;
+  constexpr std::chrono::seconds LIMIT{5};
+  FixSession alpha = logs_on("ALPHA");
+  hears_rejects(alpha, STORED);
+  std::map<uint32_t, FixFields> bodies;
+  for (const FixMessage& message : alpha.received()) {
+    if (message.type() == "9") bodies.emplace(message.seq(), message.body());
+  }
+  ASSERT_EQ(bodies.size(), STORED);
+
+  // In a lapse nothing goes out, so the time is the exchange's own.
+  exchange_.control().ok("lapse 600000");
+  auto begun = steady_clock::now();
+  alpha.resend_request("1", "0");
+  expect_line("bench: resend done: replayed 20000 application message(s), 1 GapFill(s)");
+  EXPECT_LT(steady_clock::now() - begun, LIMIT);
+  exchange_.control().ok("lapse 0");
+
+  // The exchange queues nothing, so what is asked for at once must fit the connection's buffers.
+  begun = steady_clock::now();
+  unsigned replayed = 0;
+  constexpr unsigned AT_ONCE = 1000;
+  for (unsigned first = 2; first < STORED + 2; first += AT_ONCE) {
+    alpha.resend_request(std::to_string(first), std::to_string(first + AT_ONCE - 1));
+    for (unsigned seq = first; seq < first + AT_ONCE; ++seq, ++replayed) {
+      const FixMessage replay = alpha.expect("9");
+      ASSERT_EQ(replay.seq(), seq);
+      ASSERT_TRUE(replay.is_possible_duplicate());
+      ASSERT_EQ(replay.body(), bodies.at(seq));
+    }
+  }
+  EXPECT_LT(steady_clock::now() - begun, 2 * LIMIT);
+  EXPECT_EQ(replayed, STORED);
+  alpha.hears_nothing();
+}
+
+TEST_F(Resend, numbers_that_hold_nothing_are_not_looked_for_one_by_one) {
+  constexpr unsigned NUMBERS = 20000;
+  constexpr unsigned REQUESTS = 20;
+  FixSession alpha = logs_on("ALPHA");
+  hears_rejects(alpha, NUMBERS);
+  exchange_.control().ok("lapse 600000");
+  for (unsigned i = 0; i < NUMBERS; ++i) alpha.test_request("");  // each answer spends a number
+  (void)exchange_.turn();
+  const auto begun = steady_clock::now();
+  for (unsigned i = 1; i <= REQUESTS; ++i)
+    alpha.resend_request(std::to_string(NUMBERS + 1 + i), "0");
+  expect_line("7=20021 16=0 -> serving 20021..40001");
+  (void)exchange_.turn();
+  EXPECT_LT(steady_clock::now() - begun, std::chrono::seconds(5));
+  EXPECT_EQ(lines("bench: resend done: replayed 0 application message(s), 1 GapFill(s)"), REQUESTS);
+}
+
+TEST_F(Resend, several_thousand_messages_come_in_answer_to_one_request) {
+  constexpr unsigned STORED = 4000;
+  FixSession alpha = logs_on("ALPHA");
+  hears_rejects(alpha, STORED);
+  alpha.resend_request("1", "0");
+  const std::vector<FixMessage> again = alpha.drain();
+  ASSERT_EQ(again.size(), STORED + 1);
+  for (unsigned i = 1; i <= STORED; ++i) ASSERT_EQ(again[i].seq(), i + 1);
+}
+
+}  // namespace
+}  // namespace e2e
