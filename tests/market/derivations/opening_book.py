@@ -9,7 +9,10 @@ reference per symbol no buy reaches a sell, so nothing trades; the model asserts
 Run it to print what walk_test.cpp pins.
 """
 
+import sys
 from decimal import Decimal
+
+sys.dont_write_bytecode = True  # nothing is left beside the sources
 
 from market_random import Mt19937_64, coin, uniform_index
 
