@@ -45,7 +45,6 @@ using testing::SizeIs;
 using testing::StartsWith;
 
 constexpr uint64_t START = test::START_STEADY_MS;
-constexpr uint32_t SESSION = 0x51554F52;  // of the exchange of these tests
 
 const std::string NO_COUNTS =
     "orders=0 accepts=0 fills=0 partials=0 cancels=0 replaces=0 rejects=0 replace_rejects=0 "
