@@ -2,9 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include "bench/scenario.h"
 #include "fix/stream_records.h"
 #include "support/exchange.h"
+#include "support/fix_wire_gateway.h"
 
 namespace quorl::test {
 namespace {
@@ -44,6 +47,36 @@ TEST(BenchStatsText, shows_each_counter_behind_its_key_and_the_logons_twice) {
             "replace_rejects=8 cancel_rejects=9 unsolicited_cancels=10 race_fills=11 "
             "late_cancels=12 stale_cancels=13 logins=14 logons=14 resend_requests=15 replays=16 "
             "replayed=18446744073709551615");
+}
+
+TEST(BenchStatsText, shows_an_accepted_logon_under_both_keys) {
+  WireGateway gateway;
+  standard_error_of([&] { gateway.logs_on("ALPHA"); });
+  EXPECT_EQ(bench_stats_text(gateway.exchange.scenario),
+            "orders=0 accepts=0 fills=0 partials=0 cancels=0 replaces=0 rejects=0 "
+            "replace_rejects=0 cancel_rejects=0 unsolicited_cancels=0 race_fills=0 late_cancels=0 "
+            "stale_cancels=0 logins=1 logons=1 resend_requests=0 replays=0 replayed=0");
+}
+
+TEST(BenchStatsText, does_not_move_for_an_order_that_the_ladder_refuses) {
+  Exchange exchange("AAPL:190.00");
+  const std::string before = bench_stats_text(exchange.scenario);
+  FixPeer alpha = exchange.logs_on("ALPHA");
+  alpha.says("35=D|11=a1|55=NOPE|54=1|38=100|40=2|44=190|18=i");
+  alpha.hears("35=8|150=8|55=NOPE|58=UnknownSymbol");
+  EXPECT_EQ(bench_stats_text(exchange.scenario), before);
+}
+
+TEST(BenchStatsText, counts_a_lost_race_as_a_fill_and_a_refused_cancel_and_not_as_a_cancel) {
+  Exchange exchange("AAPL:190.00");
+  exchange.scenario.fill_on_cancel_next = 1;
+  FixPeer alpha = exchange.logs_on("ALPHA");
+  alpha.says("35=D|11=a1|55=AAPL|54=1|38=100|40=2|44=190|18=i");
+  standard_error_of([&] { alpha.says("35=F|11=c1|41=a1"); });
+  EXPECT_EQ(bench_stats_text(exchange.scenario),
+            "orders=1 accepts=1 fills=1 partials=0 cancels=0 replaces=0 rejects=0 "
+            "replace_rejects=0 cancel_rejects=1 unsolicited_cancels=0 race_fills=1 late_cancels=0 "
+            "stale_cancels=0 logins=0 logons=0 resend_requests=0 replays=0 replayed=0");
 }
 
 TEST(FaultStatsText, counts_as_sent_what_was_not_dropped) {
