@@ -578,6 +578,13 @@ TEST_F(LongRun, orders_trades_books_files_and_counters_agree_at_the_end_of_it) {
   EXPECT_THAT(feed->skipped(), testing::IsEmpty());
   RecordProperty("actions", static_cast<int>(actions));
   RecordProperty("messages", static_cast<int>(messages.size()));
+  for (const char* name : {"orders", "fills", "partials", "race_fills", "unsolicited_cancels",
+                           "replace_rejects", "late_cancels", "replayed", "logons"}) {
+    RecordProperty(name, static_cast<int>(stats[name]));
+  }
+  RecordProperty("dropped", static_cast<int>(stats.faults.dropped));
+  RecordProperty("feed_messages", static_cast<int>(stats.next_seq - 1));
+  RecordProperty("filled_by_gap_fill", static_cast<int>(feed->counters().filled));
 }
 
 }  // namespace
