@@ -147,7 +147,7 @@ void expect_fills(WatchedExchange& exchange, FixSession& session,
                      std::to_string(cum) + " leaves " + std::to_string(total - cum) + " last " +
                      std::to_string(step));
   }
-  exchange.control().ok("pause");
+  exchange.control().ok("rate -1");
   session.hears_nothing();
   EXPECT_EQ(described(exchange.events()), events);
   const auto trades = trades_at(exchange, "195");
