@@ -12,7 +12,6 @@
 #include <variant>
 #include <vector>
 
-#include "client/fix_message.h"
 #include "client/json_lines.h"
 #include "client/temp_directory.h"
 #include "tests/e2e/support/one_turn.h"
@@ -22,7 +21,6 @@ namespace e2e {
 namespace {
 
 using client::ExitStatus;
-using client::FixMessage;
 using client::FixSession;
 using std::chrono::milliseconds;
 using testing::AllOf;
