@@ -24,7 +24,6 @@ namespace {
 using client::Bytes;
 using client::FixFields;
 using client::FixSession;
-using client::SimulatorOptions;
 using client::TcpStream;
 using client::UdpSocket;
 using std::chrono::milliseconds;

@@ -38,9 +38,7 @@ using client::TradeReport;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
-using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::MatchesRegex;
 
 // The layouts, field by field.
 

@@ -21,13 +21,11 @@ namespace {
 using client::FixFields;
 using client::FixMessage;
 using client::FixSession;
-using client::SendOverrides;
 using client::SimulatorOptions;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::MatchesRegex;
 
 constexpr const char* SCRIPTED =
