@@ -120,26 +120,25 @@ TEST(Hostile, noise_on_the_fix_port_is_no_message) {
   Exchange exchange(living());
   Noise noise(1);
   const std::vector<std::string> pieces = {"8=FIX",
-                                           "8=FIX.4.2\x01"
-                                           "9=",
-                                           "\x01"
-                                           "9=",
-                                           "\x01",
+                                           "8=FIX.4.2|9=",
+                                           "|9=",
+                                           "|",
                                            "10=",
-                                           "35=A\x01",
-                                           "18446744073709551615\x01",
-                                           "-1\x01",
-                                           "-18446744073709551615\x01",
-                                           "99999999999999999999999\x01",
-                                           "5\x01",
-                                           "0\x01",
+                                           "35=A|",
+                                           "18446744073709551615|",
+                                           "-1|",
+                                           "-18446744073709551615|",
+                                           "99999999999999999999999|",
+                                           "5|",
+                                           "0|",
                                            "=",
                                            "8=FI"};
   for (int i = 0; i < 120; ++i) {
     TcpStream stream = TcpStream::connect(exchange.ports().fix);
     for (uint64_t n = noise.below(30); n > 0; --n) {
-      const Bytes bytes =
-          noise.one_in(2) ? noise.bytes(noise.below(300)) : client::to_bytes(noise.one_of(pieces));
+      const Bytes bytes = noise.one_in(2)
+                              ? noise.bytes(noise.below(300))
+                              : client::to_bytes(client::with_soh(noise.one_of(pieces)));
       if (!bytes.empty() && !stream.send_all(bytes)) break;
     }
     if (noise.one_in(2)) stream.abort();
@@ -287,17 +286,17 @@ TEST(Hostile, frame_that_never_ends_holds_only_its_own_connection) {
   for (const std::string length : {"18446744073709551615", "18446744073709551600", "4294967296",
                                    "9223372036854775807", "1000000"}) {
     streams.push_back(TcpStream::connect(exchange.ports().fix));
-    streams.back().send_all(
-        client::to_bytes("8=FIX.4.2\x01"
-                         "9=" +
-                         length +
-                         "\x01"
-                         "35=A\x01"));
+    streams.back().send_all(client::to_bytes(client::with_soh("8=FIX.4.2|9=" + length + "|35=A|")));
     streams.back().send_all(Bytes(200000, 'x'));
   }
   exchange.turn();
   expect_normal_service(exchange);
-  for (const TcpStream& stream : streams) EXPECT_FALSE(stream.ended());
+  for (TcpStream& stream : streams) {
+    Bytes reply;
+    stream.receive(reply, client::Deadline::after(milliseconds(0)));
+    EXPECT_TRUE(reply.empty());
+    EXPECT_FALSE(stream.ended());
+  }
 }
 
 TEST(Hostile, noise_on_the_snap_port_is_survived) {
