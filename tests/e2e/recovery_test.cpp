@@ -408,18 +408,19 @@ class ReportRecovery : public testing::Test {
     const std::string& name = client.session().comp_id();
     for (unsigned i = 0; i < count; ++i) {
       const std::string id = name + "-" + std::to_string(++ids_);
-      client.session().new_order(orders_.order(id, "AAPL", exchange().book("AAPL")));
+      client.session().new_order(orders.order(id, "AAPL", exchange().book("AAPL")));
     }
   }
 
-  /// A large order on either side of the market: it cannot move without hitting one of them.
+  /// The largest order there is on either side of the market: it cannot move without hitting one
+  /// of them, and takes more than a minute to get through.
   void enclose_the_market(RecoveringFixClient& client) {
     for (const bool buy : {true, false}) {
       const client::SymbolBook& book = exchange().book("AAPL");
       client.session().new_order(
           {.cl_ord_id = client.session().comp_id() + "-" + std::to_string(++ids_),
            .side = buy ? "1" : "2",
-           .quantity = "20000",
+           .quantity = "10000000",
            .price = client::price_text(buy ? best_bid(book) : best_ask(book))});
     }
     (void)exchange().turn();
@@ -446,7 +447,7 @@ class ReportRecovery : public testing::Test {
     expect_told_exactly(exchange().simulator(), told);
   }
 
-  RandomOrders orders_{5};
+  RandomOrders orders{5};
 
  private:
   std::unique_ptr<Exchange> exchange_;
@@ -549,9 +550,9 @@ TEST_F(ReportRecovery, several_clients_under_random_misfortunes_lose_and_double_
   for (const char* name : {"ALPHA", "BETA", "GAMMA"}) clients.push_back(client(name));
   constexpr unsigned ROUNDS = 120;
   for (unsigned round = 0; round < ROUNDS; ++round) {
-    RecoveringFixClient& client = clients[orders_.below(3)];
+    RecoveringFixClient& client = clients[orders.below(3)];
     trade(client, 1);
-    switch (orders_.below(12)) {
+    switch (orders.below(12)) {
       case 0:
         exchange().control().ok("disconnect");
         break;

@@ -22,7 +22,6 @@ using client::FixMessage;
 using client::FixSession;
 using std::chrono::steady_clock;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 
 /// What a resend brought, one text each: "8 34=2", "4 34=4 36=6".
@@ -47,7 +46,7 @@ std::vector<std::string> asked(FixSession& session, const std::string& begin,
 /// An exchange in whose market nothing moves, and the lines it prints.
 class Resend : public testing::Test {
  protected:
-  FixSession logs_on(const std::string& comp_id) { return exchange_.logs_on(comp_id); }
+  FixSession logs_on(const std::string& comp_id) { return exchange.logs_on(comp_id); }
 
   /// A session that has heard 34=1 Logon, 2 and 3 reports, 4 Heartbeat; next comes 5.
   FixSession with_four_messages() {
@@ -61,16 +60,16 @@ class Resend : public testing::Test {
     return alpha;
   }
 
-  void expect_line(const std::string& line) { exchange_.simulator().wait_for_line(line); }
+  void expect_line(const std::string& line) { exchange.simulator().wait_for_line(line); }
   size_t lines(const std::string& text) {
-    (void)exchange_.turn();
-    exchange_.control().ok("mark lines");
-    exchange_.simulator().wait_for_line("bench: mark lines", marked_);
-    marked_ = exchange_.simulator().line_count();
-    return exchange_.simulator().count_lines(text);
+    (void)exchange.turn();
+    exchange.control().ok("mark lines");
+    exchange.simulator().wait_for_line("bench: mark lines", marked_);
+    marked_ = exchange.simulator().line_count();
+    return exchange.simulator().count_lines(text);
   }
 
-  Exchange exchange_{still()};
+  Exchange exchange{still()};
 
  private:
   size_t marked_ = 0;
@@ -83,9 +82,9 @@ TEST_F(Resend, a_range_is_replayed_and_each_run_of_other_numbers_is_one_gap_fill
   expect_line("bench: ResendRequest from ALPHA 7=1 16=0 -> serving 1..4");
   expect_line("bench: resend done: replayed 2 application message(s), 2 GapFill(s)");
   EXPECT_EQ(alpha.next_in, 6u) << "the answer to the TestRequest took 5: a resend takes no numbers";
-  EXPECT_EQ(exchange_.counter("resend_requests"), 1u);
-  EXPECT_EQ(exchange_.counter("replays"), 1u);
-  EXPECT_EQ(exchange_.counter("replayed"), 2u);
+  EXPECT_EQ(exchange.counter("resend_requests"), 1u);
+  EXPECT_EQ(exchange.counter("replays"), 1u);
+  EXPECT_EQ(exchange.counter("replayed"), 2u);
 }
 
 TEST_F(Resend, a_range_ends_where_it_says_or_at_the_last_number_sent) {
@@ -110,8 +109,8 @@ TEST_F(Resend, a_range_that_begins_behind_the_last_number_brings_nothing) {
   expect_line("bench: resend done: replayed 0 application message(s), 0 GapFill(s)");
   EXPECT_THAT(asked(alpha, "3", "2"), IsEmpty());
   expect_line("7=3 16=2 -> serving 3..2");
-  EXPECT_EQ(exchange_.counter("resend_requests"), 2u);
-  EXPECT_EQ(exchange_.counter("replays"), 0u);
+  EXPECT_EQ(exchange.counter("resend_requests"), 2u);
+  EXPECT_EQ(exchange.counter("replays"), 0u);
 }
 
 TEST_F(Resend, a_range_from_nought_begins_with_a_gap_fill_of_number_nought) {
@@ -126,13 +125,13 @@ TEST_F(Resend, a_range_of_session_messages_counts_as_a_request_and_as_nothing_el
   FixSession alpha = with_four_messages();
   EXPECT_THAT(asked(alpha, "4", "4"), ElementsAre("4 34=4 36=5"));
   expect_line("bench: resend done: replayed 0 application message(s), 1 GapFill(s)");
-  EXPECT_EQ(exchange_.counter("resend_requests"), 1u);
-  EXPECT_EQ(exchange_.counter("replays"), 0u);
-  EXPECT_EQ(exchange_.counter("replayed"), 0u);
+  EXPECT_EQ(exchange.counter("resend_requests"), 1u);
+  EXPECT_EQ(exchange.counter("replays"), 0u);
+  EXPECT_EQ(exchange.counter("replayed"), 0u);
 }
 
 TEST_F(Resend, a_replay_differs_from_the_first_transmission_in_its_header_alone) {
-  exchange_.empty_book("AAPL");
+  exchange.empty_book("AAPL");
   FixSession alpha = logs_on("ALPHA");
   const std::string before = client::fix_timestamp_now();
   alpha.new_order({.cl_ord_id = "rests", .side = "2", .quantity = "300", .price = "190.10"});
@@ -179,12 +178,12 @@ TEST_F(Resend, what_has_been_replayed_is_replayed_again_under_the_same_number) {
   FixSession alpha = with_four_messages();
   EXPECT_THAT(asked(alpha, "2", "3"), ElementsAre("8 34=2", "8 34=3"));
   EXPECT_THAT(asked(alpha, "2", "3"), ElementsAre("8 34=2", "8 34=3"));
-  EXPECT_EQ(exchange_.counter("replays"), 2u);
-  EXPECT_EQ(exchange_.counter("replayed"), 4u);
+  EXPECT_EQ(exchange.counter("replays"), 2u);
+  EXPECT_EQ(exchange.counter("replayed"), 4u);
 }
 
 TEST_F(Resend, reports_composed_for_an_absent_client_wait_for_its_next_resend_request) {
-  exchange_.empty_book("AAPL");
+  exchange.empty_book("AAPL");
   FixSession alpha = logs_on("ALPHA");
   alpha.new_order({.cl_ord_id = "a1", .side = "2", .quantity = "300", .price = "190"});
   alpha.hears("35=8|34=2|150=0");
@@ -227,21 +226,21 @@ TEST_F(Resend, a_reset_logon_empties_the_store) {
 
 TEST_F(Resend, a_lapse_swallows_a_resend_whole_and_it_is_counted_all_the_same) {
   FixSession alpha = with_four_messages();
-  exchange_.control().ok("lapse 600000");
+  exchange.control().ok("lapse 600000");
   alpha.resend_request("1", "0");
   expect_line("bench: resend done: replayed 2 application message(s), 2 GapFill(s)");
   alpha.new_order({.cl_ord_id = "a2", .price = "1"});  // its report takes 5
   alpha.test_request("unheard");                       // 6
-  (void)exchange_.turn();
-  EXPECT_EQ(exchange_.counter("replayed"), 2u);
-  exchange_.control().ok("lapse 0");
+  (void)exchange.turn();
+  EXPECT_EQ(exchange.counter("replayed"), 2u);
+  exchange.control().ok("lapse 0");
   alpha.continuity = Continuity::TRACK;
   EXPECT_THAT(alpha.drain(), IsEmpty());
   EXPECT_THAT(alpha.missing(), ElementsAre(5, 6));
   EXPECT_THAT(asked(alpha, "1", "0"), ElementsAre("4 34=1 36=2", "8 34=2", "8 34=3", "4 34=4 36=5",
                                                   "8 34=5", "4 34=6 36=8"));
   EXPECT_THAT(alpha.missing(), IsEmpty());
-  EXPECT_EQ(exchange_.counter("replayed"), 5u);
+  EXPECT_EQ(exchange.counter("replayed"), 5u);
 }
 
 TEST_F(Resend, a_client_ahead_is_asked_for_the_gap_and_its_message_acts_at_once) {
@@ -350,7 +349,7 @@ TEST_F(Resend, a_client_behind_is_refused_and_each_refusal_takes_a_number_of_the
   FixSession alpha = with_four_messages();
   alpha.logout();  // 34=5
   for (const char* seq : {"6", "7"}) {
-    FixSession restarted = exchange_.session("ALPHA");
+    FixSession restarted = exchange.session("ALPHA");
     restarted.continuity = Continuity::UNCHECKED;
     restarted.send_logon();
     restarted.hears("35=5|34=" + std::string(seq) +
@@ -386,12 +385,12 @@ TEST_F(Resend, twenty_thousand_stored_messages_are_gone_through_and_resent_withi
   ASSERT_EQ(bodies.size(), STORED);
 
   // In a lapse nothing goes out, so the time is the exchange's own.
-  exchange_.control().ok("lapse 600000");
+  exchange.control().ok("lapse 600000");
   auto begun = steady_clock::now();
   alpha.resend_request("1", "0");
   expect_line("bench: resend done: replayed 20000 application message(s), 1 GapFill(s)");
   EXPECT_LT(steady_clock::now() - begun, LIMIT);
-  exchange_.control().ok("lapse 0");
+  exchange.control().ok("lapse 0");
 
   // The exchange queues nothing, so what is asked for at once must fit the connection's buffers.
   begun = steady_clock::now();
@@ -416,14 +415,14 @@ TEST_F(Resend, numbers_that_hold_nothing_are_not_looked_for_one_by_one) {
   constexpr unsigned REQUESTS = 20;
   FixSession alpha = logs_on("ALPHA");
   hears_rejects(alpha, NUMBERS);
-  exchange_.control().ok("lapse 600000");
+  exchange.control().ok("lapse 600000");
   for (unsigned i = 0; i < NUMBERS; ++i) alpha.test_request("");  // each answer spends a number
-  (void)exchange_.turn();
+  (void)exchange.turn();
   const auto begun = steady_clock::now();
   for (unsigned i = 1; i <= REQUESTS; ++i)
     alpha.resend_request(std::to_string(NUMBERS + 1 + i), "0");
   expect_line("7=20021 16=0 -> serving 20021..40001");
-  (void)exchange_.turn();
+  (void)exchange.turn();
   EXPECT_LT(steady_clock::now() - begun, std::chrono::seconds(5));
   EXPECT_EQ(lines("bench: resend done: replayed 0 application message(s), 1 GapFill(s)"), REQUESTS);
 }

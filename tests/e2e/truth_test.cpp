@@ -102,17 +102,17 @@ std::string text_or(const FixMessage& message, int tag, const std::string& other
 
 /// The event line behind its time that belongs to an ExecutionReport.
 std::string line_of_report(const FixMessage& report) {
-  static const std::map<std::string, std::string> WORDS = {
+  static const std::map<std::string, std::string> words = {
       {"0", "new"}, {"5", "replace"}, {"8", "reject"}, {"4", "cancel"}};
   const std::string type = report.get(150);
-  const auto word = WORDS.find(type);
+  const auto word = words.find(type);
   const bool replace = type == "5";
   const std::string cl = replace ? report.get(11) : text_or(report, 41, report.get(11));
   const std::string oid = report.get(37) == "NONE" ? "0" : report.get(37);
   const std::string px = report.has(44) ? six_digit_text(to_price4(report.get(44))) : "0";
   std::string text = text_or(report, 58, type == "4" ? "cancel" : "");
   if (text == "AdminCancel") text = "unsolicited";
-  return "\"ev\":\"" + (word == WORDS.end() ? "fill" : word->second) + "\",\"cl\":\"" + cl +
+  return "\"ev\":\"" + (word == words.end() ? "fill" : word->second) + "\",\"cl\":\"" + cl +
          "\",\"oid\":" + oid + ",\"symbol\":\"" + report.get(55) + "\",\"side\":\"" +
          (report.get(54) == "1" ? "B" : "S") + "\",\"qty\":" + report.get(38) + ",\"px\":" + px +
          ",\"cum\":" + report.get(14) + ",\"leaves\":" + report.get(151) +
@@ -355,7 +355,7 @@ TEST(OrderEvents, a_price_has_six_significant_digits) {
   for (const auto& [price, px] : prices) {
     alpha.new_order({.cl_ord_id = px, .symbol = "NONE", .price = price});
     alpha.expect_report('8');
-    expected.push_back(px);
+    expected.emplace_back(px);
   }
   std::vector<std::string> written;
   for (const auto& event :
