@@ -290,8 +290,8 @@ TEST_F(Logon, of_each_sender_has_a_stream_of_its_own_by_its_exact_bytes) {
   gateway.logs_on("ALPHA");
   attempt("35=A|34=1|49=alpha|56=IEXG|108=30").first.hears("35=A|34=1");
   attempt("35=A|34=1|49=ALPHA |56=IEXG|108=30").first.hears("35=A|34=1");
-  attempt(std::string("35=A|34=1|49=A\0B|56=IEXG|108=30", 32)).first.hears("35=A|34=1");
-  attempt(std::string("35=A|34=1|49=A\0C|56=IEXG|108=30", 32)).first.hears("35=A|34=1");
+  attempt(std::string("35=A|34=1|49=A\0B|56=IEXG|108=30", 31)).first.hears("35=A|34=1");
+  attempt(std::string("35=A|34=1|49=A\0C|56=IEXG|108=30", 31)).first.hears("35=A|34=1");
   EXPECT_EQ(gateway.exchange.engine.streams.size(), 5U);
 }
 
