@@ -1,20 +1,17 @@
 #include "bench/control_port.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 
+#include "base/sockets.h"
 #include "bench/scenario.h"
 #include "bench/stats_text.h"
 #include "bench/truth_log.h"
 #include "driver/clocks.h"
 #include "driver/number_parsers.h"
 #include "driver/run_config.h"
-#include "driver/sockets.h"
 #include "feed/tp_publisher.h"
 #include "fix/stream_records.h"
 #include "market/engine.h"
@@ -147,10 +144,10 @@ std::string stats_reply(const ControlTargets& targets) {
 
 int open_control_port(uint16_t port) {
   if (port == 0) return -1;
-  const int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
+  const int fd = open_udp_socket();
   if (!bind_reusable(fd, INADDR_LOOPBACK, port)) {
     std::perror("quorl: control port");
-    ::close(fd);
+    close_socket(fd);
     return -1;
   }
   set_nonblocking(fd);
@@ -179,9 +176,7 @@ ControlReply run_control_command(std::string_view received, const ControlTargets
 void serve_control_port(int fd, const ControlTargets& targets, std::span<char> scratch) {
   while (true) {
     sockaddr_in peer{};
-    socklen_t peer_size = sizeof peer;
-    const ssize_t received = ::recvfrom(fd, scratch.data(), MOST_BYTES, 0,
-                                        reinterpret_cast<sockaddr*>(&peer), &peer_size);
+    const ssize_t received = receive_datagram(fd, scratch.data(), MOST_BYTES, peer);
     if (received <= 0) return;
     const ControlReply reply =
         run_control_command({scratch.data(), static_cast<size_t>(received)}, targets);

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "base/sockets.h"
 #include "bench/control_port.h"
 #include "bench/output_files.h"
 #include "bench/scenario.h"
@@ -157,7 +158,7 @@ void Driver::wait() {
     poll_set_.push_back({clients_[index].fd, POLLIN, 0});
   }
   for (const SnapConnection& snap : snaps_) poll_set_.push_back({snap.fd, POLLIN, 0});
-  ::poll(poll_set_.data(), poll_set_.size(), WAIT_MS);
+  wait_for_events(poll_set_, WAIT_MS);
 }
 
 }  // namespace quorl

@@ -1,13 +1,11 @@
 #include "feed/gap_fill.h"
 
-#include <sys/socket.h>
-
 #include <algorithm>
 #include <array>
 #include <cstring>
 
+#include "base/sockets.h"
 #include "driver/clocks.h"
-#include "driver/sockets.h"
 #include "feed/tp_publisher.h"
 
 namespace quorl {
@@ -76,9 +74,7 @@ void TpPublisher::serve_gap_fill() {
   std::array<uint8_t, LONGEST_REQUEST> datagram;
   while (true) {
     sockaddr_in from{};
-    socklen_t from_size = sizeof from;
-    const ssize_t received = ::recvfrom(gap_fd, datagram.data(), datagram.size(), 0,
-                                        reinterpret_cast<sockaddr*>(&from), &from_size);
+    const ssize_t received = receive_datagram(gap_fd, datagram.data(), datagram.size(), from);
     if (received < 1) return;  // an empty datagram ends the turn's service too
     answer_gap_request(datagram.data(), static_cast<size_t>(received), from);
   }

@@ -1,15 +1,11 @@
 #include "feed/snap.h"
 
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 
+#include "base/sockets.h"
 #include "driver/clocks.h"
-#include "driver/sockets.h"
 #include "feed/deep_messages.h"
 #include "feed/tp_publisher.h"
 #include "market/engine.h"
@@ -56,7 +52,7 @@ size_t complete_frame_size(const std::vector<uint8_t>& inbound) {
 }
 
 void close_connection(SnapConnection& snap) {
-  ::close(snap.fd);
+  close_socket(snap.fd);
   snap.fd = -1;
 }
 
@@ -64,7 +60,7 @@ void close_connection(SnapConnection& snap) {
 bool read_all(SnapConnection& snap, std::span<char> scratch) {
   const size_t piece = std::min(READ_SIZE, scratch.size());
   while (true) {
-    const ssize_t received = ::recv(snap.fd, scratch.data(), piece, 0);
+    const ssize_t received = receive(snap.fd, scratch.data(), piece);
     if (received <= 0) return received < 0 && errno == EAGAIN;
     snap.inbound.insert(snap.inbound.end(), scratch.data(), scratch.data() + received);
   }
@@ -72,12 +68,12 @@ bool read_all(SnapConnection& snap, std::span<char> scratch) {
 
 void send_all(int fd, std::span<const uint8_t> bytes) {
   while (!bytes.empty()) {
-    const ssize_t sent = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    const ssize_t sent = send_bytes(fd, bytes.data(), bytes.size());
     if (sent > 0) {
       bytes = bytes.subspan(static_cast<size_t>(sent));
     } else if (sent < 0 && errno == EAGAIN) {
       pollfd writable{fd, POLLOUT, 0};
-      ::poll(&writable, 1, WRITABLE_WAIT_MS);
+      wait_for_events({&writable, 1}, WRITABLE_WAIT_MS);
     } else {
       return;
     }
@@ -133,8 +129,7 @@ class SnapImage {
 }  // namespace
 
 void accept_snap_connections(int listen_fd, std::vector<SnapConnection>& snaps) {
-  for (int fd = ::accept(listen_fd, nullptr, nullptr); fd >= 0;
-       fd = ::accept(listen_fd, nullptr, nullptr)) {
+  for (int fd = accept_connection(listen_fd); fd >= 0; fd = accept_connection(listen_fd)) {
     set_nonblocking(fd);
     snaps.push_back({fd, {}, static_cast<int64_t>(steady_ms())});
   }

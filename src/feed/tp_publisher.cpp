@@ -1,15 +1,13 @@
 #include "feed/tp_publisher.h"
 
 #include <arpa/inet.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 
+#include "base/sockets.h"
 #include "driver/clocks.h"
-#include "driver/sockets.h"
 
 namespace quorl {
 namespace {
@@ -21,10 +19,10 @@ in_addr address_of(const std::string& dotted_quad) {
 }
 
 int open_gap_fill_socket(uint16_t port) {
-  const int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
+  const int fd = open_udp_socket();
   if (!bind_reusable(fd, INADDR_ANY, port)) {
     std::perror("quorl: gap-fill port");
-    ::close(fd);
+    close_socket(fd);
     return -1;
   }
   set_nonblocking(fd);
@@ -37,24 +35,19 @@ TpPublisher::TpPublisher(const std::string& group, uint16_t port,
                          const std::string& interface_address, uint16_t gap_port, uint32_t session)
     : session_id(session) {
   header.session_id = session;
-  fd = ::socket(AF_INET, SOCK_DGRAM, 0);
+  fd = open_udp_socket();
   dest.sin_family = AF_INET;
   dest.sin_port = htons(port);
   dest.sin_addr = address_of(group);
 
-  const in_addr interface = address_of(interface_address);
-  const uint8_t ttl = 1;
-  const uint8_t loop = 1;
-  ::setsockopt(fd, IPPROTO_IP, IP_MULTICAST_IF, &interface, sizeof interface);
-  ::setsockopt(fd, IPPROTO_IP, IP_MULTICAST_TTL, &ttl, sizeof ttl);
-  ::setsockopt(fd, IPPROTO_IP, IP_MULTICAST_LOOP, &loop, sizeof loop);
+  set_multicast_source(fd, address_of(interface_address));
   if (gap_port != 0) gap_fd = open_gap_fill_socket(gap_port);
   begin_packet();
 }
 
 TpPublisher::~TpPublisher() {
-  if (fd >= 0) ::close(fd);
-  if (gap_fd >= 0) ::close(gap_fd);
+  if (fd >= 0) close_socket(fd);
+  if (gap_fd >= 0) close_socket(gap_fd);
 }
 
 void TpPublisher::append(const void* message, size_t size) {

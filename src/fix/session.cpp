@@ -1,15 +1,11 @@
 #include "fix/session.h"
 
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <sys/socket.h>
-
 #include <cerrno>
 #include <cstdio>
 
+#include "base/sockets.h"
 #include "bench/scenario.h"
 #include "driver/clocks.h"
-#include "driver/sockets.h"
 #include "feed/tp_publisher.h"
 #include "fix/connection.h"
 #include "fix/stream_records.h"
@@ -38,11 +34,9 @@ FixGateway::FixGateway(Engine& engine, std::vector<Client>& clients, bool& silen
       quiet_(quiet) {}
 
 void FixGateway::accept_clients(int listen_fd) {
-  for (int fd = ::accept(listen_fd, nullptr, nullptr); fd >= 0;
-       fd = ::accept(listen_fd, nullptr, nullptr)) {
+  for (int fd = accept_connection(listen_fd); fd >= 0; fd = accept_connection(listen_fd)) {
     set_nonblocking(fd);
-    const int on = 1;
-    setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    set_no_delay(fd);
     Client& client = clients_.emplace_back();
     client.fd = fd;
     client.last_rx_ms = client.last_tx_ms = static_cast<int64_t>(steady_ms());
@@ -60,7 +54,7 @@ void FixGateway::serve_clients(std::span<char> scratch) {
 
 void FixGateway::serve_client(Client& client, std::span<char> scratch) {
   while (true) {
-    const ssize_t received = ::recv(client.fd, scratch.data(), scratch.size(), 0);
+    const ssize_t received = receive(client.fd, scratch.data(), scratch.size());
     if (received > 0) {
       client.inbound.append({scratch.data(), static_cast<size_t>(received)});
       client.last_rx_ms = static_cast<int64_t>(steady_ms());

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <string>
 
+#include "base/sockets.h"
 #include "support/udp_inbox.h"
 
 namespace quorl {
