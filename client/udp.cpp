@@ -29,7 +29,7 @@ sockaddr_in address_of(const std::string& host, uint16_t port) {
   address.sin_family = AF_INET;
   address.sin_port = htons(port);
   if (::inet_pton(AF_INET, host.c_str(), &address.sin_addr) != 1) {
-    throw SystemError("inet_pton " + host);
+    throw WireError("'" + host + "' is no IPv4 address");
   }
   return address;
 }
@@ -58,6 +58,14 @@ UdpSocket UdpSocket::on_loopback() {
   UdpSocket socket(make_socket());
   enlarge_buffer(socket.fd_);
   bind_to(socket.fd_, address_of("127.0.0.1", 0));
+  return socket;
+}
+
+UdpSocket UdpSocket::on_wildcard(uint16_t port) {
+  UdpSocket socket(make_socket());
+  const int on = 1;
+  set_option(socket.fd_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on, "SO_REUSEADDR");
+  bind_to(socket.fd_, address_of("0.0.0.0", port));
   return socket;
 }
 

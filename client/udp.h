@@ -22,6 +22,9 @@ class UdpSocket {
   /// Bound to 127.0.0.1 and a port the system chooses.
   static UdpSocket on_loopback();
 
+  /// Bound to the wildcard address and `port`, which another SO_REUSEADDR socket may be bound to.
+  static UdpSocket on_wildcard(uint16_t port);
+
   /// A member of `group` through interface 127.0.0.1, bound to the group's address and `port`:
   /// other groups on the same port are not heard.
   static UdpSocket in_group(const std::string& group, uint16_t port);

@@ -25,6 +25,7 @@
 
 #include "client/fix_message.h"
 #include "client/fix_session.h"
+#include "tools/usage.h"
 
 namespace {
 
@@ -123,6 +124,10 @@ bool line_waits() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  take_plain_words_only(argc, argv,
+                        "usage: quorl-trade [CompID [port]]\n"
+                        "A FIX session by hand with an exchange on this machine, by default as "
+                        "TRADER on port 28500.\nType help there for what can be typed.\n");
   try {
     Trader trader(argc > 1 ? argv[1] : "TRADER",
                   static_cast<uint16_t>(argc > 2 ? std::atoi(argv[2]) : 28500));

@@ -13,6 +13,7 @@
 #include "client/deep.h"
 #include "client/iex_tp.h"
 #include "client/multicast_receiver.h"
+#include "tools/usage.h"
 
 namespace {
 
@@ -34,6 +35,10 @@ void print(const client::RawPacket& raw) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  take_plain_words_only(argc, argv,
+                        "usage: quorl-watch [group [port]]\n"
+                        "Prints the feed of an exchange on this machine, by default that of "
+                        "233.54.26.111 25477, until Ctrl-C.\n");
   try {
     const std::string group = argc > 1 ? argv[1] : "233.54.26.111";
     const auto port = static_cast<uint16_t>(argc > 2 ? std::atoi(argv[2]) : 25477);

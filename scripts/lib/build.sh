@@ -13,5 +13,8 @@ build_target() (
     ! grep -qxF "CMAKE_HOME_DIRECTORY:INTERNAL=$root" "$build/CMakeCache.txt"; then
     quietly cmake -S "$root" --preset run --fresh
   fi
+  if [[ ! -x $build/$1 ]]; then
+    echo "building $1, which takes up to two minutes the first time" >&2
+  fi
   quietly cmake --build "$build" --target "$1"
 )

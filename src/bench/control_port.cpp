@@ -3,8 +3,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
+#include <cerrno>
+#include <cstring>
 
+#include "base/log.h"
 #include "base/sockets.h"
 #include "bench/scenario.h"
 #include "bench/stats_text.h"
@@ -52,18 +54,23 @@ std::string_view line_of(std::string_view received) {
   return line.substr(0, last == std::string_view::npos ? 0 : last + 1);
 }
 
+/// Another local program that shares the port can make it speak to itself.
+bool is_from_ourselves(const sockaddr_in& peer, uint16_t port) {
+  return peer.sin_addr.s_addr == htonl(INADDR_LOOPBACK) && peer.sin_port == htons(port);
+}
+
 unsigned long long last_seq(const ControlTargets& targets) {
   return targets.engine.publisher->next_seq - 1;
 }
 
 void pause(const ControlTargets& targets, std::string_view) {
   targets.engine.paused = true;
-  std::fprintf(stderr, "bench: paused at seq %llu\n", last_seq(targets));
+  print_log("bench: paused at seq %llu\n", last_seq(targets));
 }
 
 void resume(const ControlTargets& targets, std::string_view) {
   targets.engine.paused = false;
-  std::fprintf(stderr, "bench: resumed at seq %llu\n", last_seq(targets));
+  print_log("bench: resumed at seq %llu\n", last_seq(targets));
 }
 
 /// A count of faults to inject at once; the command alone asks for one.
@@ -93,9 +100,9 @@ void rate(const ControlTargets& targets, std::string_view argument) {
 
 void mark(const ControlTargets& targets, std::string_view label) {
   write_mark(targets.engine, label);
-  std::fprintf(stderr, "bench: mark %s at seq %llu orders %llu\n", std::string(label).c_str(),
-               last_seq(targets),
-               static_cast<unsigned long long>(targets.engine.scenario->counters.orders));
+  print_log("bench: mark %s at seq %llu orders %llu\n", std::string(label).c_str(),
+            last_seq(targets),
+            static_cast<unsigned long long>(targets.engine.scenario->counters.orders));
 }
 
 void disconnect(const ControlTargets& targets, std::string_view) {
@@ -136,7 +143,7 @@ std::string stats_reply(const ControlTargets& targets) {
 
 /// The abrupt end: no destructors, no exit handlers, nothing flushed.
 [[noreturn]] void stop_now(const ControlTargets& targets) {
-  std::fprintf(stderr, "%s\n", fault_stats_text(*targets.engine.publisher).c_str());
+  print_log("%s\n", fault_stats_text(*targets.engine.publisher).c_str());
   ::_exit(0);
 }
 
@@ -146,17 +153,17 @@ int open_control_port(uint16_t port) {
   if (port == 0) return -1;
   const int fd = open_udp_socket();
   if (!bind_reusable(fd, INADDR_LOOPBACK, port)) {
-    std::perror("quorl: control port");
+    print_log("quorl: control port: %s\n", std::strerror(errno));
     close_socket(fd);
     return -1;
   }
   set_nonblocking(fd);
-  std::fprintf(stderr,
-               "bench: control on 127.0.0.1:%u (pause | resume | drop N | dup N | reorder N | "
-               "drop_every N | dup_every N | reorder_every N | rate MS | disconnect | lapse MS | "
-               "reject N | partial N | fill_on_cancel N | unsolicited_cancel N | replace_reject N "
-               "| mark LABEL | stats | stop)\n",
-               static_cast<unsigned>(port));
+  print_log(
+      "bench: control on 127.0.0.1:%u (pause | resume | drop N | dup N | reorder N | "
+      "drop_every N | dup_every N | reorder_every N | rate MS | disconnect | lapse MS | "
+      "reject N | partial N | fill_on_cancel N | unsolicited_cancel N | replace_reject N "
+      "| mark LABEL | stats | stop)\n",
+      static_cast<unsigned>(port));
   return fd;
 }
 
@@ -173,11 +180,13 @@ ControlReply run_control_command(std::string_view received, const ControlTargets
   return {.text = "err unknown command '" + std::string(words.command) + "'\n"};
 }
 
-void serve_control_port(int fd, const ControlTargets& targets, std::span<char> scratch) {
+void serve_control_port(int fd, uint16_t port, const ControlTargets& targets,
+                        std::span<char> scratch) {
   while (true) {
     sockaddr_in peer{};
     const ssize_t received = receive_datagram(fd, scratch.data(), MOST_BYTES, peer);
     if (received <= 0) return;
+    if (is_from_ourselves(peer, port)) continue;
     const ControlReply reply =
         run_control_command({scratch.data(), static_cast<size_t>(received)}, targets);
     send_datagram(fd, reply.text.data(), reply.text.size(), peer);

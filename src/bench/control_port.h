@@ -24,9 +24,12 @@ struct ControlTargets {
 /// failed bind, which is said on standard error and leaves the run without a control port.
 int open_control_port(uint16_t port);
 
-/// Answers every datagram that waits on `fd`, in order of arrival; an empty one ends the service
-/// for this turn. `scratch` holds at least 512 bytes. The command "stop" ends the process.
-void serve_control_port(int fd, const ControlTargets& targets, std::span<char> scratch);
+/// Answers every datagram that waits on `fd`, which is bound to `port`, in order of arrival; an
+/// empty one ends the service for this turn. One whose source is the port itself is passed over:
+/// the answer would come back as the next command, for ever. `scratch` holds at least 512 bytes.
+/// The command "stop" ends the process.
+void serve_control_port(int fd, uint16_t port, const ControlTargets& targets,
+                        std::span<char> scratch);
 
 struct ControlReply {
   std::string text;    // whole, with its line end

@@ -1,8 +1,9 @@
 #include "bench/output_files.h"
 
 #include <cstdio>
-#include <fstream>
+#include <sstream>
 
+#include "base/output_file.h"
 #include "driver/clocks.h"
 #include "market/engine.h"
 #include "market/prices.h"
@@ -31,8 +32,11 @@ double best_price(const Levels& levels) {
 template <typename WriteContent>
 void replace_file(const std::string& path, const WriteContent& write_content) {
   const std::string temporary = path + ".tmp";
-  std::ofstream out(temporary, std::ios::trunc);
-  write_content(out);
+  std::ostringstream content;
+  write_content(content);
+  OutputFile out;
+  out.open_emptied(temporary);
+  out.append(content.view());
   out.close();
   [[maybe_unused]] const int result = std::rename(temporary.c_str(), path.c_str());
 }

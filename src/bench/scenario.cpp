@@ -1,7 +1,8 @@
 #include "bench/scenario.h"
 
-#include <cstdio>
 #include <cstdlib>
+
+#include "base/log.h"
 
 namespace quorl {
 namespace {
@@ -52,17 +53,17 @@ void apply_script(Scenario& scenario, std::string_view script) {
 
 Scenario::Scenario() {
   const char* const path = std::getenv("BENCH_ORDER_TRUTH");
-  if (path != nullptr && *path != '\0') order_truth.open(path, std::ios::app);
+  if (path != nullptr && *path != '\0') order_truth.open_for_appending(path);
 
   const char* const script = std::getenv("QUORL_SCENARIO");
   if (script == nullptr || *script == '\0') return;
   apply_script(*this, script);
-  std::fprintf(stderr,
-               "bench: scenario '%s' armed (disconnect after %u orders, lapse %d ms, reject every "
-               "%u, partial every %u, fill-on-cancel every %u, unsolicited cancel every %u, "
-               "replace reject every %u)\n",
-               name.c_str(), disconnect_after, lapse_ms, reject_every, partial_fill_every,
-               fill_on_cancel_every, unsolicited_cancel_every, replace_reject_every);
+  print_log(
+      "bench: scenario '%s' armed (disconnect after %u orders, lapse %d ms, reject every "
+      "%u, partial every %u, fill-on-cancel every %u, unsolicited cancel every %u, "
+      "replace reject every %u)\n",
+      name.c_str(), disconnect_after, lapse_ms, reject_every, partial_fill_every,
+      fill_on_cancel_every, unsolicited_cancel_every, replace_reject_every);
 }
 
 bool fires(uint64_t count, uint32_t every, uint32_t& next) {

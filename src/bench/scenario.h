@@ -1,10 +1,10 @@
 #pragma once
 
 #include <cstdint>
-#include <fstream>
 #include <string>
 #include <string_view>
 
+#include "base/output_file.h"
 #include "bench/counters.h"
 
 namespace quorl {
@@ -39,7 +39,7 @@ struct Scenario {
   uint64_t silent_until_ms = 0;       // steady clock; below it no FIX output is sent
   uint64_t disconnect_requested = 0;  // not 0: drop the connection at the next order
   BenchCounters counters;
-  std::ofstream order_truth;  // order events; open only if the variable named a file
+  OutputFile order_truth;  // order events; open only if the variable named a file
 };
 
 /// The one rule by which scripted behaviours fire: on each occurrence whose count is a multiple of

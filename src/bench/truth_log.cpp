@@ -1,7 +1,7 @@
 #include "bench/truth_log.h"
 
 #include <cstdio>
-#include <fstream>
+#include <string>
 
 #include "bench/scenario.h"
 #include "driver/clocks.h"
@@ -14,57 +14,69 @@ namespace {
 
 constexpr int LEVELS_PER_SIDE = 10;
 
-/// A stream that was never opened is good until its first write, so that is asked first.
-bool writable(const std::ofstream& stream) { return stream.is_open() && stream.good(); }
-
 template <typename ShownLevels>
-void write_levels(std::ofstream& out, const ShownLevels& levels) {
+void put_levels(std::string& line, const ShownLevels& levels) {
   char entry[48];
   int written = 0;
   for (const auto& [price, size] : levels) {
     if (written == LEVELS_PER_SIDE) return;
     std::snprintf(entry, sizeof entry, "%s[%.4f,%u]", written == 0 ? "" : ",", dollars_of(price),
                   size);
-    out << entry;
+    line += entry;
     ++written;
   }
+}
+
+/// Six significant digits, unlike the book lines.
+std::string short_price(Price4 price) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%g", dollars_of(price));
+  return text;
 }
 
 }  // namespace
 
 void write_order_event(Engine& engine, const OrderEvent& event) {
-  std::ofstream& out = engine.scenario->order_truth;
-  if (!writable(out)) return;
-  out << "{\"t\":" << system_ns() << ",\"ev\":\"" << event.ev << "\",\"cl\":\"" << event.cl
-      << "\",\"oid\":" << (event.oid.empty() ? "0" : event.oid) << ",\"symbol\":\"" << event.symbol
-      << "\",\"side\":\"" << event.side << "\",\"qty\":" << event.qty << ",\"px\":";
-  if (event.px == 0) {
-    out << 0;
-  } else {
-    out << dollars_of(event.px);  // six significant digits, unlike the book lines
-  }
-  out << ",\"cum\":" << event.cum << ",\"leaves\":" << event.leaves
-      << ",\"last_qty\":" << event.last_qty << ",\"text\":\"" << event.text << "\"";
-  if (!event.ref.empty()) out << ",\"ref\":\"" << event.ref << "\"";
-  out << "}\n";
+  OutputFile& out = engine.scenario->order_truth;
+  if (!out.is_writable()) return;
+  std::string line = "{\"t\":" + std::to_string(system_ns());
+  line.append(",\"ev\":\"").append(event.ev);
+  line.append("\",\"cl\":\"").append(event.cl);
+  line.append("\",\"oid\":").append(event.oid.empty() ? "0" : event.oid);
+  line.append(",\"symbol\":\"").append(event.symbol);
+  line.append("\",\"side\":\"").append(1, event.side);
+  line.append("\",\"qty\":").append(std::to_string(event.qty));
+  line.append(",\"px\":").append(event.px == 0 ? "0" : short_price(event.px));
+  line.append(",\"cum\":").append(std::to_string(event.cum));
+  line.append(",\"leaves\":").append(std::to_string(event.leaves));
+  line.append(",\"last_qty\":").append(std::to_string(event.last_qty));
+  line.append(",\"text\":\"").append(event.text).append("\"");
+  if (!event.ref.empty()) line.append(",\"ref\":\"").append(event.ref).append("\"");
+  line.append("}\n");
+  out.append(line);
   out.flush();
 }
 
 void write_book_line(Engine& engine, const Stock& stock) {
-  std::ofstream& out = engine.truth;
-  if (!writable(out)) return;
-  out << "{\"seq\":" << engine.publisher->next_seq - 1 << ",\"secid\":" << stock.locate
-      << ",\"symbol\":\"" << stock.symbol << "\",\"bid\":[";
-  write_levels(out, stock.shown_bids);
-  out << "],\"ask\":[";
-  write_levels(out, stock.shown_asks);
-  out << "]}\n";
+  OutputFile& out = engine.truth;
+  if (!out.is_writable()) return;
+  std::string line = "{\"seq\":" + std::to_string(engine.publisher->next_seq - 1);
+  line.append(",\"secid\":").append(std::to_string(stock.locate));
+  line.append(",\"symbol\":\"").append(stock.symbol).append("\",\"bid\":[");
+  put_levels(line, stock.shown_bids);
+  line.append("],\"ask\":[");
+  put_levels(line, stock.shown_asks);
+  line.append("]}\n");
+  out.append(line);
 }
 
 void write_mark(Engine& engine, std::string_view label) {
-  std::ofstream& out = engine.truth;
-  if (!writable(out)) return;
-  out << "{\"mark\":\"" << label << "\",\"seq\":" << engine.publisher->next_seq - 1 << "}\n";
+  OutputFile& out = engine.truth;
+  if (!out.is_writable()) return;
+  std::string line = "{\"mark\":\"";
+  line.append(label).append("\",\"seq\":").append(std::to_string(engine.publisher->next_seq - 1));
+  line.append("}\n");
+  out.append(line);
   out.flush();
 }
 

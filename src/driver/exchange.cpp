@@ -1,8 +1,8 @@
 #include "driver/exchange.h"
 
-#include <cstdio>
 #include <string>
 
+#include "base/log.h"
 #include "bench/control_port.h"
 #include "bench/stats_text.h"
 #include "driver/sockets.h"
@@ -17,7 +17,7 @@ Exchange::Exchange(const RunConfig& config)
       starting_faults_(fault_plan_of(config_)),
       engine_(publisher_, rng_, scenario_, config_.step_bps, config_.touch_hit, config_.quiet) {
   publisher_.faults = starting_faults_;
-  if (!config_.truth_out.empty()) engine_.truth.open(config_.truth_out, std::ios::app);
+  if (!config_.truth_out.empty()) engine_.truth.open_for_appending(config_.truth_out);
   listeners_.control_fd = open_control_port(config_.control_port);
   list_symbols(config_.symbols, engine_);
   engine_.open_market();  // the first packets leave before either TCP service listens
@@ -29,19 +29,19 @@ Exchange::Exchange(const RunConfig& config)
 void Exchange::begin() { driver_.emplace(config_, engine_, listeners_); }
 
 void Exchange::print_banner() const {
-  std::fprintf(stderr,
-               "[quorl] DEEP/IEX-TP %s:%u (iface %s, session %u, gap fill udp :%u) · DEEP SNAP tcp "
-               ":%u · FIX :%u as %s · %s\n",
-               config_.mcast.c_str(), static_cast<unsigned>(config_.port), config_.iface.c_str(),
-               config_.session, static_cast<unsigned>(config_.gapfill_port),
-               static_cast<unsigned>(config_.snap_port), static_cast<unsigned>(config_.fix_port),
-               std::string(EXCHANGE_COMP_ID).c_str(), config_.symbols.c_str());
+  print_log(
+      "[quorl] DEEP/IEX-TP %s:%u (iface %s, session %u, gap fill udp :%u) · DEEP SNAP tcp "
+      ":%u · FIX :%u as %s · %s\n",
+      config_.mcast.c_str(), static_cast<unsigned>(config_.port), config_.iface.c_str(),
+      config_.session, static_cast<unsigned>(config_.gapfill_port),
+      static_cast<unsigned>(config_.snap_port), static_cast<unsigned>(config_.fix_port),
+      std::string(EXCHANGE_COMP_ID).c_str(), config_.symbols.c_str());
 }
 
 void Exchange::print_final_lines() const {
-  std::fprintf(stderr, "%s\nbench: stats %s next_seq=%llu\n[quorl] stopped\n",
-               fault_stats_text(publisher_).c_str(), bench_stats_text(scenario_).c_str(),
-               static_cast<unsigned long long>(publisher_.next_seq));
+  print_log("%s\nbench: stats %s next_seq=%llu\n[quorl] stopped\n",
+            fault_stats_text(publisher_).c_str(), bench_stats_text(scenario_).c_str(),
+            static_cast<unsigned long long>(publisher_.next_seq));
 }
 
 }  // namespace quorl

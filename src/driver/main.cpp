@@ -1,14 +1,23 @@
 #include <csignal>
 
+#include "base/stop.h"
 #include "driver/clocks.h"
 #include "driver/exchange.h"
 #include "driver/run_config.h"
-#include "driver/turn.h"
 
 namespace quorl {
 namespace {
 
 void request_stop(int) { stop_requested.exchange(1); }
+
+/// Without a restart of the call that the signal finds blocked: it returns, and the stop is seen.
+void stop_on(int signal) {
+  struct sigaction action {};
+  action.sa_handler = request_stop;
+  sigemptyset(&action.sa_mask);
+  action.sa_flags = 0;
+  sigaction(signal, &action, nullptr);
+}
 
 int run(int argc, const char* const* argv) {
   RunConfig config;
@@ -16,8 +25,8 @@ int run(int argc, const char* const* argv) {
   if (const auto status = parse_options(argc, argv, config)) return *status;
 
   Exchange exchange(config);
-  std::signal(SIGINT, request_stop);
-  std::signal(SIGTERM, request_stop);
+  stop_on(SIGINT);
+  stop_on(SIGTERM);
   exchange.begin();
   while (exchange.turn()) {
   }

@@ -1,8 +1,8 @@
 #include "driver/run_config.h"
 
-#include <cstdio>
 #include <string_view>
 
+#include "base/log.h"
 #include "feed/fault_plan.h"
 #include "market/engine.h"
 
@@ -87,11 +87,11 @@ std::optional<int> parse_options(int argc, const char* const* argv, RunConfig& c
     }
     const Option* const option = option_of(flag);
     if (option == nullptr) {
-      std::fprintf(stderr, "unknown flag %s\n", flag);
+      print_log("unknown flag %s\n", flag);
       return USAGE_STATUS;
     }
     if (i + 1 >= argc) {
-      std::fprintf(stderr, "%s needs a value\n", flag);
+      print_log("%s needs a value\n", flag);
       return USAGE_STATUS;
     }
     option->set(config, argv[++i]);

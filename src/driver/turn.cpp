@@ -1,8 +1,8 @@
 #include "driver/turn.h"
 
-#include <cstdio>
-
+#include "base/log.h"
 #include "base/sockets.h"
+#include "base/stop.h"
 #include "bench/control_port.h"
 #include "bench/output_files.h"
 #include "bench/scenario.h"
@@ -24,9 +24,6 @@ constexpr uint64_t DEEP_STATS_MS = 10000;
 using Printed = unsigned long long;  // what %llu takes
 
 }  // namespace
-
-std::atomic<unsigned char> stop_requested{0};
-static_assert(std::atomic<unsigned char>::is_always_lock_free);  // written by a signal handler
 
 Driver::Driver(RunConfig& config, Engine& engine, const Listeners& listeners)
     : config_(config),
@@ -61,8 +58,8 @@ bool Driver::turn() {
 
 void Driver::serve_control() {
   if (listeners_.control_fd < 0) return;
-  serve_control_port(listeners_.control_fd, {engine_, config_, silence_announced_, clients_},
-                     scratch_);
+  serve_control_port(listeners_.control_fd, config_.control_port,
+                     {engine_, config_, silence_announced_, clients_}, scratch_);
 }
 
 void Driver::serve_fix() {
@@ -96,11 +93,11 @@ void Driver::announce_silence(uint64_t now_ms) {
   const uint64_t silent_until_ms = engine_.scenario->silent_until_ms;
   if (steady_ms() >= silent_until_ms) return;
   if (!silence_announced_) {
-    std::fprintf(stderr,
-                 "bench: going silent for %llu ms (no heartbeats, no reports on the wire — the "
-                 "client should Test Request, then drop and log on again; a ResendRequest brings "
-                 "what it missed)\n",
-                 static_cast<Printed>(silent_until_ms - now_ms));
+    print_log(
+        "bench: going silent for %llu ms (no heartbeats, no reports on the wire — the "
+        "client should Test Request, then drop and log on again; a ResendRequest brings "
+        "what it missed)\n",
+        static_cast<Printed>(silent_until_ms - now_ms));
   }
   silence_announced_ = true;
 }
@@ -114,10 +111,9 @@ bool Driver::bench_stats_armed() const {
 
 void Driver::print_bench_stats_if_due(uint64_t now_ms) {
   if (!bench_stats_armed() || now_ms - last_stats_ms_ < BENCH_STATS_MS) return;
-  std::fprintf(stderr, "bench: stats %s next_seq=%llu %s%s\n",
-               bench_stats_text(*engine_.scenario).c_str(),
-               static_cast<Printed>(engine_.publisher->next_seq),
-               fault_stats_text(*engine_.publisher).c_str(), session_text(clients_).c_str());
+  print_log("bench: stats %s next_seq=%llu %s%s\n", bench_stats_text(*engine_.scenario).c_str(),
+            static_cast<Printed>(engine_.publisher->next_seq),
+            fault_stats_text(*engine_.publisher).c_str(), session_text(clients_).c_str());
   last_stats_ms_ = now_ms;
 }
 
@@ -137,14 +133,13 @@ void Driver::write_files_if_due(uint64_t now_ms) {
 void Driver::print_deep_stats_if_due(uint64_t now_ms) {
   if (now_ms - last_deep_ms_ < DEEP_STATS_MS) return;
   const TpPublisher& publisher = *engine_.publisher;
-  std::fprintf(stderr,
-               "[quorl] deep msgs %llu packets %llu dropped %llu gapfill %llu snapshots %llu "
-               "resting %zu clients %zu\n%s\n",
-               static_cast<Printed>(publisher.messages), static_cast<Printed>(publisher.packets),
-               static_cast<Printed>(publisher.dropped),
-               static_cast<Printed>(publisher.gap_requests),
-               static_cast<Printed>(engine_.snapshots_served), engine_.orders.size(),
-               clients_.size(), fault_stats_text(publisher).c_str());
+  print_log(
+      "[quorl] deep msgs %llu packets %llu dropped %llu gapfill %llu snapshots %llu "
+      "resting %zu clients %zu\n%s\n",
+      static_cast<Printed>(publisher.messages), static_cast<Printed>(publisher.packets),
+      static_cast<Printed>(publisher.dropped), static_cast<Printed>(publisher.gap_requests),
+      static_cast<Printed>(engine_.snapshots_served), engine_.orders.size(), clients_.size(),
+      fault_stats_text(publisher).c_str());
   last_deep_ms_ = now_ms;
 }
 

@@ -3,7 +3,6 @@
 #include <poll.h>
 
 #include <array>
-#include <atomic>
 #include <cstdint>
 #include <vector>
 
@@ -15,9 +14,6 @@ namespace quorl {
 
 struct Engine;
 struct RunConfig;
-
-/// Set to 1 by the signal handler: the one thing that is written outside the loop's thread.
-extern std::atomic<unsigned char> stop_requested;
 
 /// The loop's sockets, owned by the process to its end.
 struct Listeners {

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 
+#include "base/log.h"
 #include "base/sockets.h"
 #include "driver/clocks.h"
 #include "feed/deep_messages.h"
@@ -165,9 +165,9 @@ std::vector<uint8_t> answer_snap_request(Engine& engine, std::span<const uint8_t
   if (last_seq < minimum) return error_reply('R');
 
   std::vector<uint8_t> image = build_snap_image(engine);
-  std::fprintf(stderr, "bench: DEEP SNAP served at seq %llu (%zu bytes; requested minimum %llu)\n",
-               static_cast<unsigned long long>(last_seq), image.size(),
-               static_cast<unsigned long long>(minimum));
+  print_log("bench: DEEP SNAP served at seq %llu (%zu bytes; requested minimum %llu)\n",
+            static_cast<unsigned long long>(last_seq), image.size(),
+            static_cast<unsigned long long>(minimum));
   return image;
 }
 

@@ -3,9 +3,10 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
-#include <cstdio>
+#include <cerrno>
 #include <cstring>
 
+#include "base/log.h"
 #include "base/sockets.h"
 #include "driver/clocks.h"
 
@@ -21,7 +22,7 @@ in_addr address_of(const std::string& dotted_quad) {
 int open_gap_fill_socket(uint16_t port) {
   const int fd = open_udp_socket();
   if (!bind_reusable(fd, INADDR_ANY, port)) {
-    std::perror("quorl: gap-fill port");
+    print_log("quorl: gap-fill port: %s\n", std::strerror(errno));
     close_socket(fd);
     return -1;
   }
@@ -111,24 +112,23 @@ void TpPublisher::carry_out(const PacketFate& fate) {
   const auto first_seq = static_cast<unsigned long long>(header.first_seq);
   if (fate.drop) {
     ++dropped;
-    std::fprintf(stderr, "quorl fault: dropped seq %llu (packet %llu, %u message(s))\n", first_seq,
-                 static_cast<unsigned long long>(packets),
-                 static_cast<unsigned>(header.message_count));
+    print_log("quorl fault: dropped seq %llu (packet %llu, %u message(s))\n", first_seq,
+              static_cast<unsigned long long>(packets),
+              static_cast<unsigned>(header.message_count));
     return;
   }
   if (fate.reorder) {
     // A packet that is already held is replaced and never reaches the wire.
     held.assign(packet.data(), packet.data() + fill);
     ++reordered;
-    std::fprintf(stderr, "quorl fault: reordered seq %llu (held behind the next packet)\n",
-                 first_seq);
+    print_log("quorl fault: reordered seq %llu (held behind the next packet)\n", first_seq);
     return;
   }
   send_datagram(fd, packet.data(), fill, dest);
   if (fate.duplicate) {
     send_datagram(fd, packet.data(), fill, dest);
     ++duplicated;
-    std::fprintf(stderr, "quorl fault: duplicated seq %llu\n", first_seq);
+    print_log("quorl fault: duplicated seq %llu\n", first_seq);
   }
   if (!held.empty()) {
     send_datagram(fd, held.data(), held.size(), dest);

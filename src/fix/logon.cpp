@@ -1,5 +1,5 @@
-#include <cstdio>
 
+#include "base/log.h"
 #include "bench/scenario.h"
 #include "driver/clocks.h"
 #include "driver/number_parsers.h"
@@ -52,10 +52,9 @@ void FixGateway::accept_logon(const std::string& sender, Client& client, FixStre
 
   const uint32_t expected = stream.next_in;
   const bool ahead = !reset && client.last_seq > expected;
-  std::fprintf(stderr, "bench: logon %s 34=%u 141=%s (stream expected %u, next out %u)%s\n",
-               client.comp_id.c_str(), client.last_seq, reset ? "Y" : "N", expected,
-               stream.next_out,
-               ahead ? " — the client's sequence is ahead of ours: ResendRequest sent" : "");
+  print_log("bench: logon %s 34=%u 141=%s (stream expected %u, next out %u)%s\n",
+            client.comp_id.c_str(), client.last_seq, reset ? "Y" : "N", expected, stream.next_out,
+            ahead ? " — the client's sequence is ahead of ours: ResendRequest sent" : "");
   stream.next_in = client.last_seq + 1;  // jumps over any gap at once
 
   FixFieldList reply{{TAG_ENCRYPT_METHOD, "0"}};
@@ -71,14 +70,14 @@ void FixGateway::accept_logon(const std::string& sender, Client& client, FixStre
     scenario_.silent_until_ms = steady_ms() + static_cast<uint64_t>(scenario_.lapse_ms);
   }
   if (!quiet_) {
-    std::fprintf(stderr, "[quorl] logon %s accepted (heartbeat %d s)\n", client.comp_id.c_str(),
-                 client.heartbeat_s);
+    print_log("[quorl] logon %s accepted (heartbeat %d s)\n", client.comp_id.c_str(),
+              client.heartbeat_s);
   }
 }
 
 void FixGateway::reject_logon(const std::string& sender, Client& client, FixStream& stream,
                               const std::string& reason) {
-  std::fprintf(stderr, "bench: logon of %s rejected (%s)\n", sender.c_str(), reason.c_str());
+  print_log("bench: logon of %s rejected (%s)\n", sender.c_str(), reason.c_str());
   client.comp_id = sender;
   const std::string text = "Logon rejected: " + reason;
   send_ignoring_result(client.fd, compose_message("5", stream.next_out++, EXCHANGE_COMP_ID, sender,

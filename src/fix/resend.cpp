@@ -1,6 +1,6 @@
 #include <algorithm>
-#include <cstdio>
 
+#include "base/log.h"
 #include "bench/scenario.h"
 #include "fix/session.h"
 #include "fix/stream_records.h"
@@ -40,8 +40,8 @@ void FixGateway::serve_resend(Client& client, const FixStream& stream, const Fix
   // In 32 bits 0 - 1 is above every top: an end of 0, "all there is", takes the same way as an end
   // beyond the stream.
   const uint32_t end = asked_end - 1 < top ? asked_end : top;
-  std::fprintf(stderr, "bench: ResendRequest from %s 7=%u 16=%u -> serving %u..%u\n",
-               client.comp_id.c_str(), begin, asked_end, begin, end);
+  print_log("bench: ResendRequest from %s 7=%u 16=%u -> serving %u..%u\n", client.comp_id.c_str(),
+            begin, asked_end, begin, end);
 
   uint32_t replayed = 0;
   uint32_t gap_fills = 0;
@@ -67,19 +67,19 @@ void FixGateway::serve_resend(Client& client, const FixStream& stream, const Fix
   }
   scenario_.counters.replayed += replayed;
   if (replayed > 0) ++scenario_.counters.replays;
-  std::fprintf(stderr, "bench: resend done: replayed %u application message(s), %u GapFill(s)\n",
-               replayed, gap_fills);
+  print_log("bench: resend done: replayed %u application message(s), %u GapFill(s)\n", replayed,
+            gap_fills);
 }
 
 void FixGateway::on_sequence_reset(Client& client, FixStream& stream, const FixFieldMap& fields) {
   stream.next_in = fields.number(TAG_NEW_SEQ_NO);
-  std::fprintf(stderr, "bench: client %s SequenceReset/GapFill 36=%u\n", client.comp_id.c_str(),
-               stream.next_in);
+  print_log("bench: client %s SequenceReset/GapFill 36=%u\n", client.comp_id.c_str(),
+            stream.next_in);
 }
 
 void FixGateway::on_inbound_gap(Client& client, const FixStream& stream, std::string_view type) {
-  std::fprintf(stderr, "bench: client %s seq gap expected %u got %u (%s) — ResendRequest sent\n",
-               client.comp_id.c_str(), stream.next_in, client.last_seq, std::string(type).c_str());
+  print_log("bench: client %s seq gap expected %u got %u (%s) — ResendRequest sent\n",
+            client.comp_id.c_str(), stream.next_in, client.last_seq, std::string(type).c_str());
   ask_for_resend(client, stream.next_in, client.last_seq - 1);
 }
 

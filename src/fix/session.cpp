@@ -1,8 +1,8 @@
 #include "fix/session.h"
 
 #include <cerrno>
-#include <cstdio>
 
+#include "base/log.h"
 #include "base/sockets.h"
 #include "bench/scenario.h"
 #include "driver/clocks.h"
@@ -41,7 +41,7 @@ void FixGateway::accept_clients(int listen_fd) {
     client.fd = fd;
     client.last_rx_ms = client.last_tx_ms = static_cast<int64_t>(steady_ms());
     open_clients_.push_back(clients_.size() - 1);
-    if (!quiet_) std::fprintf(stderr, "[quorl] FIX client connected (fd %d)\n", fd);
+    if (!quiet_) print_log("[quorl] FIX client connected (fd %d)\n", fd);
   }
 }
 
@@ -69,8 +69,8 @@ void FixGateway::serve_client(Client& client, std::span<char> scratch) {
 }
 
 void FixGateway::on_end_of_stream(Client& client) {
-  std::fprintf(stderr, "bench: client %s disconnected (%zu resting order(s) kept)\n",
-               client.comp_id.c_str(), engine_.resting_orders_of(client.comp_id));
+  print_log("bench: client %s disconnected (%zu resting order(s) kept)\n", client.comp_id.c_str(),
+            engine_.resting_orders_of(client.comp_id));
   close_connection(client);
 }
 
@@ -117,8 +117,8 @@ void FixGateway::on_new_order_single(Client& client, const FixFieldMap& fields) 
 }
 
 void FixGateway::close_before_logon(Client& client, std::string_view type) {
-  std::fprintf(stderr, "bench: message 35=%s before Logon from fd %d — connection closed\n",
-               std::string(type).c_str(), client.fd);
+  print_log("bench: message 35=%s before Logon from fd %d — connection closed\n",
+            std::string(type).c_str(), client.fd);
   close_connection(client);
 }
 
@@ -130,8 +130,8 @@ void FixGateway::on_test_request(Client& client, const FixFieldMap& fields) {
 }
 
 void FixGateway::on_logout(Client& client) {
-  std::fprintf(stderr, "bench: client %s logged out (%zu resting order(s) kept)\n",
-               client.comp_id.c_str(), engine_.resting_orders_of(client.comp_id));
+  print_log("bench: client %s logged out (%zu resting order(s) kept)\n", client.comp_id.c_str(),
+            engine_.resting_orders_of(client.comp_id));
   send_admin(client, "5", {});
   close_connection(client);
 }
@@ -152,11 +152,11 @@ bool FixGateway::connection_drop(Client& client) {
 
   scenario_.disconnect_fired = true;
   scenario_.disconnect_requested = 0;
-  std::fprintf(stderr,
-               "bench: dropping the connection of %s (%s); %zu resting order(s) kept — the IEX FIX "
-               "spec defines no cancel-on-disconnect\n",
-               client.comp_id.c_str(), threshold != 0 ? SCRIPTED_DROP : "driven",
-               engine_.resting_orders_of(client.comp_id));
+  print_log(
+      "bench: dropping the connection of %s (%s); %zu resting order(s) kept — the IEX FIX "
+      "spec defines no cancel-on-disconnect\n",
+      client.comp_id.c_str(), threshold != 0 ? SCRIPTED_DROP : "driven",
+      engine_.resting_orders_of(client.comp_id));
   close_connection(client);
   return true;
 }
@@ -195,8 +195,8 @@ void FixGateway::send_heartbeat_if_due(Client& client, uint64_t now_ms) {
 void FixGateway::time_out_if_due(Client& client, uint64_t now_ms) {
   const auto heartbeat_s = static_cast<uint64_t>(client.heartbeat_s);
   if (age_ms(now_ms, client.last_rx_ms) < heartbeat_s * 2500) return;
-  std::fprintf(stderr, "[quorl] client %s timed out (no message for %d s; resting orders kept)\n",
-               client.comp_id.c_str(), static_cast<int>(heartbeat_s * 5 / 2));
+  print_log("[quorl] client %s timed out (no message for %d s; resting orders kept)\n",
+            client.comp_id.c_str(), static_cast<int>(heartbeat_s * 5 / 2));
   close_connection(client);
 }
 

@@ -1,9 +1,9 @@
 #include <algorithm>
-#include <cstdio>
 #include <iterator>
 #include <string>
 #include <vector>
 
+#include "base/log.h"
 #include "bench/scenario.h"
 #include "fix/fix_codec.h"
 #include "fix/reports.h"
@@ -57,10 +57,10 @@ std::vector<std::string> Engine::lose_race(Stock& stock, Order& order, Client& c
                                            const std::string& orig_cl_ord_id) {
   BenchCounters& counters = scenario->counters;
   ++counters.race_fills;
-  std::fprintf(stderr,
-               "bench: cancel of %s loses the race to a fill (filled in full, cancel rejected 'too "
-               "late to cancel')\n",
-               orig_cl_ord_id.c_str());
+  print_log(
+      "bench: cancel of %s loses the race to a fill (filled in full, cancel rejected 'too "
+      "late to cancel')\n",
+      orig_cl_ord_id.c_str());
   const std::string owner = order.owner;
   const std::string order_id = std::to_string(order.id);
   begin_event();
@@ -113,8 +113,7 @@ std::vector<std::string> Engine::refuse_cancel(const Client& client, const std::
     ++counters.late_cancels;
   } else {
     ++counters.stale_cancels;
-    std::fprintf(stderr, "bench: stale cancel for %s (%s)\n", orig_cl_ord_id.c_str(),
-                 refusal.stale_because);
+    print_log("bench: stale cancel for %s (%s)\n", orig_cl_ord_id.c_str(), refusal.stale_because);
   }
   ++counters.cancel_rejects;
   return {build_cancel_reject(*this, client, cl_ord_id, orig_cl_ord_id, "", refusal.ord_status,

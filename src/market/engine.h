@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <fstream>
 #include <random>
 #include <set>
 #include <string>
@@ -11,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/output_file.h"
 #include "fix/stream_records.h"
 #include "market/random.h"
 #include "market/records.h"
@@ -126,7 +126,7 @@ struct Engine {
   double touch_hit;
   bool quiet;
   Scenario* scenario;
-  std::ofstream truth;                         // market truth; open only with --truth-out
+  OutputFile truth;                            // market truth; open only with --truth-out
   std::vector<Stock> stocks;                   // in the order of --symbols; fixed once open
   std::unordered_map<uint64_t, Order> orders;  // every resting order, in exactly one Level.
                                                // Never reserved: its iteration order is part of

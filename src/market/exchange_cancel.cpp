@@ -1,10 +1,10 @@
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <iterator>
 #include <string>
 #include <vector>
 
+#include "base/log.h"
 #include "bench/scenario.h"
 #include "driver/clocks.h"
 #include "fix/reports.h"
@@ -34,10 +34,10 @@ void Engine::cancel_unasked(const ScheduledCancel& due) {
   if (stock == nullptr) return;
 
   ++scenario->counters.unsolicited_cancels;
-  std::fprintf(stderr,
-               "bench: unsolicited cancel of %s (exchange-initiated; the client must mark it "
-               "cancelled)\n",
-               order->cl_ord_id.c_str());
+  print_log(
+      "bench: unsolicited cancel of %s (exchange-initiated; the client must mark it "
+      "cancelled)\n",
+      order->cl_ord_id.c_str());
   const Order cancelled = *order;
   begin_event();
   withdraw(*stock, *order);

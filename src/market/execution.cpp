@@ -1,9 +1,9 @@
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <string>
 #include <vector>
 
+#include "base/log.h"
 #include "bench/scenario.h"
 #include "feed/deep_messages.h"
 #include "feed/tp_publisher.h"
@@ -74,8 +74,7 @@ uint32_t Engine::scripted_quantity(const Order& order, uint32_t qty, bool script
   const uint32_t half_in_lots = order.leaves / 200 * 100;
   const uint32_t cut = half_in_lots != 0 ? half_in_lots : order.leaves / 2;
   ++counters.partials;
-  std::fprintf(stderr, "bench: partial fill of %s: %u of %u\n", order.cl_ord_id.c_str(), cut,
-               order.leaves);
+  print_log("bench: partial fill of %s: %u of %u\n", order.cl_ord_id.c_str(), cut, order.leaves);
   return cut;
 }
 

@@ -1,8 +1,8 @@
 #include <cstdint>
-#include <cstdio>
 #include <string>
 #include <vector>
 
+#include "base/log.h"
 #include "bench/scenario.h"
 #include "driver/number_parsers.h"
 #include "fix/fix_codec.h"
@@ -79,7 +79,7 @@ void nothing_to_count(Scenario&, const ReplaceRequest&) {}
 void count_late(Scenario& scenario, const ReplaceRequest&) { ++scenario.counters.late_cancels; }
 void count_stale(Scenario& scenario, const ReplaceRequest& r) {
   ++scenario.counters.stale_cancels;
-  std::fprintf(stderr, "bench: stale replace for %s\n", r.orig_cl_ord_id.c_str());
+  print_log("bench: stale replace for %s\n", r.orig_cl_ord_id.c_str());
 }
 
 struct ReplaceRule {
@@ -141,9 +141,8 @@ std::vector<std::string> Engine::on_cancel_replace(const std::string& owner, Cli
   ++scenario->counters.replace_requests;
   if (fires(scenario->counters.replace_requests, scenario->replace_reject_every,
             scenario->replace_reject_next)) {
-    std::fprintf(stderr,
-                 "bench: scripted replace reject for %s -> %s (the order stands as it was)\n",
-                 request.orig_cl_ord_id.c_str(), request.cl_ord_id.c_str());
+    print_log("bench: scripted replace reject for %s -> %s (the order stands as it was)\n",
+              request.orig_cl_ord_id.c_str(), request.cl_ord_id.c_str());
     return reject_replace(*this, client, request, by_executed(request), '2',
                           "bench:scripted_replace_reject");
   }

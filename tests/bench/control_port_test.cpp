@@ -250,8 +250,8 @@ class ControlMark : public Control {
 };
 
 TEST_F(ControlMark, writes_a_line_of_market_truth_and_one_on_standard_error) {
-  exchange.engine.truth.open(path, std::ios::app);
-  exchange.engine.truth << "waiting\n";
+  exchange.engine.truth.open_for_appending(path);
+  exchange.engine.truth.append("waiting\n");
   scenario().counters.orders = 5;
   EXPECT_EQ(reply_to("mark phase-2"), "ok mark phase-2\n");
   EXPECT_EQ(log, "bench: mark phase-2 at seq 812 orders 5\n");
@@ -259,21 +259,21 @@ TEST_F(ControlMark, writes_a_line_of_market_truth_and_one_on_standard_error) {
 }
 
 TEST_F(ControlMark, takes_its_second_word_and_echoes_the_rest) {
-  exchange.engine.truth.open(path, std::ios::app);
+  exchange.engine.truth.open_for_appending(path);
   EXPECT_EQ(reply_to("mark two words"), "ok mark two words\n");
   EXPECT_EQ(log, "bench: mark two at seq 812 orders 0\n");
   EXPECT_EQ(truth(), "{\"mark\":\"two\",\"seq\":812}\n");
 }
 
 TEST_F(ControlMark, may_be_without_a_label) {
-  exchange.engine.truth.open(path, std::ios::app);
+  exchange.engine.truth.open_for_appending(path);
   EXPECT_EQ(reply_to("mark"), "ok mark\n");
   EXPECT_EQ(log, "bench: mark  at seq 812 orders 0\n");
   EXPECT_EQ(truth(), "{\"mark\":\"\",\"seq\":812}\n");
 }
 
 TEST_F(ControlMark, escapes_and_interprets_nothing_of_its_label) {
-  exchange.engine.truth.open(path, std::ios::app);
+  exchange.engine.truth.open_for_appending(path);
   EXPECT_EQ(reply_to("mark \"\\%s%n"), "ok mark \"\\%s%n\n");
   EXPECT_EQ(log, "bench: mark \"\\%s%n at seq 812 orders 0\n");
   EXPECT_EQ(truth(), "{\"mark\":\"\"\\%s%n\",\"seq\":812}\n");
@@ -282,7 +282,7 @@ TEST_F(ControlMark, escapes_and_interprets_nothing_of_its_label) {
 TEST_F(ControlMark, is_told_as_ever_without_a_market_truth_file) {
   EXPECT_EQ(reply_to("mark a"), "ok mark a\n");
   EXPECT_EQ(log, "bench: mark a at seq 812 orders 0\n");
-  exchange.engine.truth.open(path + ".none/file", std::ios::app);
+  exchange.engine.truth.open_for_appending(path + ".none/file");
   EXPECT_EQ(reply_to("mark b"), "ok mark b\n");
   EXPECT_EQ(log, "bench: mark b at seq 812 orders 0\n");
 }
@@ -391,7 +391,7 @@ class ControlSocket : public Control {
 
   void sends(std::string_view text) { bench.send(Bytes(text.begin(), text.end()), port.number()); }
   void serves() {
-    log = standard_error_of([this] { serve_control_port(fd, targets(), scratch); });
+    log = standard_error_of([this] { serve_control_port(fd, port.number(), targets(), scratch); });
   }
   std::vector<std::string> hears() {
     std::vector<std::string> replies;
@@ -421,6 +421,21 @@ TEST_F(ControlSocket, answers_each_bench_by_itself) {
   serves();
   EXPECT_THAT(hears(), ElementsAre("ok pause\n"));
   EXPECT_THAT(other.take(), ElementsAre(Bytes{'o', 'k', ' ', 'r', 'a', 't', 'e', '\n'}));
+}
+
+TEST_F(ControlSocket, passes_over_a_datagram_from_its_own_address) {
+  const std::string word = "HELP";
+  sockaddr_in own{};
+  own.sin_family = AF_INET;
+  own.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  own.sin_port = htons(port.number());
+  ASSERT_EQ(::sendto(fd, word.data(), word.size(), 0, reinterpret_cast<const sockaddr*>(&own),
+                     sizeof own),
+            static_cast<ssize_t>(word.size()));
+  sends("drop 3");
+  serves();  // it would not return, were the first one answered
+  EXPECT_THAT(hears(), ElementsAre("ok drop 3\n"));
+  EXPECT_EQ(log, "");
 }
 
 TEST_F(ControlSocket, does_nothing_when_nothing_waits) {
@@ -482,7 +497,7 @@ class ControlStopDeathTest : public ControlSocket {
   void SetUp() override {
     exchange.publisher.packets = 9;
     exchange.publisher.dropped = 4;
-    exchange.engine.truth.open(truth_path, std::ios::app);
+    exchange.engine.truth.open_for_appending(truth_path);
   }
   void TearDown() override { std::remove(truth_path.c_str()); }
   const std::string truth_path =
@@ -492,7 +507,7 @@ class ControlStopDeathTest : public ControlSocket {
 TEST_F(ControlStopDeathTest, ends_the_process_with_status_0_and_the_fault_line_alone) {
   sends("stop");
   sends("drop 9");  // never served
-  EXPECT_EXIT(serve_control_port(fd, targets(), scratch), testing::ExitedWithCode(0),
+  EXPECT_EXIT(serve_control_port(fd, port.number(), targets(), scratch), testing::ExitedWithCode(0),
               "^quorl faults: sent 5 dropped 4 duplicated 0 reordered 0\n$");
   EXPECT_THAT(hears(), ElementsAre("ok stopping"));
 }
@@ -501,8 +516,8 @@ TEST_F(ControlStopDeathTest, loses_what_waits_behind_the_last_mark) {
   const auto stop_behind_a_mark = [this] {
     std::atexit([] { std::fputs("an exit handler ran\n", stderr); });
     run_control_command("mark a", targets());
-    exchange.engine.truth << "waiting\n";
-    serve_control_port(fd, targets(), scratch);
+    exchange.engine.truth.append("waiting\n");
+    serve_control_port(fd, port.number(), targets(), scratch);
   };
   sends("stop");
   EXPECT_EXIT(stop_behind_a_mark(), testing::ExitedWithCode(0),

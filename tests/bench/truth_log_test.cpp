@@ -34,8 +34,8 @@ class TruthLog : public testing::Test {
     std::remove(market_path.c_str());
   }
 
-  void opens_order_events() { exchange.scenario.order_truth.open(orders_path, std::ios::app); }
-  void opens_market_truth() { exchange.engine.truth.open(market_path, std::ios::app); }
+  void opens_order_events() { exchange.scenario.order_truth.open_for_appending(orders_path); }
+  void opens_market_truth() { exchange.engine.truth.open_for_appending(market_path); }
 
   /// What is on disk by now.
   std::string order_events() const { return content_of(orders_path); }
@@ -153,17 +153,17 @@ TEST_F(TruthLog, reads_the_clock_once_for_an_order_event_and_not_at_all_without_
 }
 
 TEST_F(TruthLog, leaves_out_order_events_once_the_file_has_failed) {
-  exchange.scenario.order_truth.open(base + ".none/file", std::ios::app);
+  exchange.scenario.order_truth.open_for_appending(base + ".none/file");
   write_order_event(exchange.engine, FILL);
   EXPECT_EQ(system_readings(), 0U);
-  EXPECT_FALSE(exchange.scenario.order_truth.good());
+  EXPECT_FALSE(exchange.scenario.order_truth.is_writable());
 }
 
 TEST_F(TruthLog, stops_writing_after_a_write_that_fails) {
-  exchange.scenario.order_truth.open("/dev/full", std::ios::app);
-  ASSERT_TRUE(exchange.scenario.order_truth.good());
+  exchange.scenario.order_truth.open_for_appending("/dev/full");
+  ASSERT_TRUE(exchange.scenario.order_truth.is_writable());
   write_order_event(exchange.engine, FILL);
-  EXPECT_FALSE(exchange.scenario.order_truth.good());
+  EXPECT_FALSE(exchange.scenario.order_truth.is_writable());
   write_order_event(exchange.engine, FILL);
   EXPECT_EQ(system_readings(), 1U);
 }
@@ -300,11 +300,11 @@ TEST_F(TruthLog, keeps_the_two_files_apart) {
 TEST_F(TruthLog, writes_no_market_truth_without_a_file_and_none_into_a_failed_one) {
   write_book_line(exchange.engine, exchange.stock());
   write_mark(exchange.engine, "a");
-  exchange.engine.truth.open(base + ".none/file", std::ios::app);
+  exchange.engine.truth.open_for_appending(base + ".none/file");
   write_book_line(exchange.engine, exchange.stock());
   write_mark(exchange.engine, "b");
   EXPECT_EQ(market_truth(), "");
-  EXPECT_FALSE(exchange.engine.truth.good());
+  EXPECT_FALSE(exchange.engine.truth.is_writable());
 }
 
 }  // namespace

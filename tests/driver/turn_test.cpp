@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "base/stop.h"
 #include "driver/run_config.h"
 #include "support/exchange.h"
 #include "support/fix_wire.h"

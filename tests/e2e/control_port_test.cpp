@@ -14,6 +14,7 @@
 
 #include "client/json_lines.h"
 #include "client/temp_directory.h"
+#include "client/udp.h"
 #include "tests/e2e/support/one_turn.h"
 #include "tests/e2e/support/watched_exchange.h"
 
@@ -107,6 +108,24 @@ TEST(ControlPort, line_loses_blanks_and_line_ends_at_its_end_but_nothing_else) {
   EXPECT_THAT(exchange.lines(),
               ElementsAre("bench: paused" + at, "bench: paused" + at, "bench: paused" + at,
                           "bench: resumed" + at, "bench: mark a" + at + " orders 0"));
+}
+
+/// Another program bound to the wildcard address and the control port itself, as SO_REUSEADDR
+/// allows, so that the exchange's answers to it come back to the exchange.
+TEST(ControlPort, does_not_talk_to_itself) {
+  WatchedExchange exchange(still());
+  const uint16_t port = exchange.ports().control;
+  client::UdpSocket twin = client::UdpSocket::on_wildcard(port);
+  FixSession alpha = exchange.logs_on("ALPHA");
+  exchange.ignore_so_far();
+  for (const std::string text : {"HELP", "stats", "pause", "err unknown command 'err'"}) {
+    twin.send_to(port, client::Bytes(text.begin(), text.end()));
+  }
+  EXPECT_TRUE(exchange.control().stats().session_up);  // it serves on
+  alpha.test_request("still there");
+  alpha.hears("35=0|112=still there");
+  EXPECT_THAT(exchange.lines(), IsEmpty());  // nor has it paused
+  EXPECT_EQ(exchange.simulator().terminate(), STATUS_0);
 }
 
 TEST(ControlPort, datagram_is_cut_to_511_bytes) {

@@ -329,7 +329,7 @@ TEST(BookPublication, a_dropped_packet_changes_nothing_of_what_counts_as_shown) 
 TEST(BookPublication, each_update_writes_a_truth_line_of_the_book_as_it_stands_behind_it) {
   const TemporaryFile file;
   Market market;
-  market.engine.truth.open(file.path, std::ios::app);
+  market.engine.truth.open_for_appending(file.path);
   market.begin();
   market.buy("190.00", 300);
   market.sell("190.01", 200);
@@ -344,7 +344,7 @@ TEST(BookPublication, each_update_writes_a_truth_line_of_the_book_as_it_stands_b
 
 TEST(BookPublication, a_truth_file_that_cannot_be_opened_does_not_hold_up_the_feed) {
   Market market;
-  market.engine.truth.open(testing::TempDir() + "no_such_directory/truth", std::ios::app);
+  market.engine.truth.open_for_appending(testing::TempDir() + "no_such_directory/truth");
   market.begin();
   market.buy("190.00", 300);
   market.publish();
@@ -354,7 +354,7 @@ TEST(BookPublication, a_truth_file_that_cannot_be_opened_does_not_hold_up_the_fe
 TEST(BookPublication, a_long_symbol_is_cut_on_the_wire_and_whole_in_the_truth) {
   const TemporaryFile file;
   Exchange exchange{"LONGSYMBOL1:10.00"};
-  exchange.engine.truth.open(file.path, std::ios::app);
+  exchange.engine.truth.open_for_appending(file.path);
   exchange.engine.post_liquidity(exchange.stock(), 100000, 1);
   exchange.engine.truth.flush();
   const auto messages = exchange.feed();

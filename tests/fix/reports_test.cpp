@@ -23,7 +23,7 @@ class Reports : public testing::Test {
  protected:
   Reports() {
     alpha.comp_id = "ALPHA";
-    exchange.scenario.order_truth.open(truth_path, std::ios::app);
+    exchange.scenario.order_truth.open_for_appending(truth_path);
   }
   ~Reports() override { std::remove(truth_path.c_str()); }
 

@@ -569,7 +569,7 @@ void Exchange::writes_order_events() {
   const int created = ::mkstemp(order_event_path_.data());
   ASSERT_GE(created, 0) << order_event_path_;
   ::close(created);
-  scenario.order_truth.open(order_event_path_, std::ios::app);
+  scenario.order_truth.open_for_appending(order_event_path_);
 }
 
 std::vector<std::string> Exchange::order_events() const {

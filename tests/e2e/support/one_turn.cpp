@@ -39,15 +39,21 @@ uint64_t unread(const client::Ports& ports) {
   return unread("tcp", ports.fix) + unread("udp", ports.control);
 }
 
-/// A turn ends in poll(). Where the kernel does not tell, we have to hope.
+/// A turn ends in poll(), with both listeners in the set: a wait for one descriptor stands within a
+/// turn. Where the kernel does not tell, we have to hope.
 bool is_in_poll(const client::Simulator& simulator) {
   std::ifstream file("/proc/" + std::to_string(simulator.pid()) + "/syscall");
   long call = 0;
+  std::string set;
+  std::string size;
   if (!(file >> call)) return true;
+  if (call == SYS_restart_syscall) return true;  // after an earlier stop
 #ifdef SYS_poll
-  if (call == SYS_poll) return true;
+  if (call != SYS_poll && call != SYS_ppoll) return false;
+#else
+  if (call != SYS_ppoll) return false;
 #endif
-  return call == SYS_ppoll || call == SYS_restart_syscall;  // the latter after an earlier stop
+  return static_cast<bool>(file >> set >> size) && size != "0x1";
 }
 
 void stop_between_turns(client::Simulator& simulator) {
