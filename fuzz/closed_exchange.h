@@ -3,9 +3,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <memory>
 #include <random>
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -29,6 +31,21 @@ inline std::string_view take_until(std::string_view& rest, char separator) {
   rest.remove_prefix(std::min(rest.size(), part.size() + 1));
   return part;
 }
+
+/// QUORL_SCENARIO in the environment, for as long as this lives.
+class ScenarioVariable {
+ public:
+  explicit ScenarioVariable(std::string_view text)
+      : assignment_("QUORL_SCENARIO=" + std::string(text)) {
+    ::putenv(assignment_.data());  // setenv would keep a copy of every text for ever
+  }
+  ScenarioVariable(const ScenarioVariable&) = delete;
+  ScenarioVariable& operator=(const ScenarioVariable&) = delete;
+  ~ScenarioVariable() { ::unsetenv("QUORL_SCENARIO"); }
+
+ private:
+  std::string assignment_;  // the environment points into it
+};
 
 /// The exchange that a command line asks for, cut off from the network: what its feed sends goes
 /// to no socket. The market is not open yet and has no symbols.

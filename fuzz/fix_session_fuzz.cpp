@@ -5,24 +5,39 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <memory>
+#include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
+#include "bench/control_port.h"
 #include "closed_exchange.h"
 #include "driver/clocks.h"
 #include "fix/session.h"
 #include "support/test_clock.h"
 
-// A whole session in text, one message a line, "|" for SOH: each line is framed with a right
-// length and checksum, so that what the fuzzer invents reaches the handlers behind the codec. A
-// line that begins with "!" arrives unframed, one that begins with "~" lets so many times 100 ms
-// pass as it has bytes.
+// A whole day of an exchange in text, one event a line. A message is its fields, "|" for SOH, and
+// is framed with a right length and checksum, so that what the fuzzer invents reaches the handlers
+// behind the codec. The first byte of a line says if it is something else:
+//   $  the script of misbehaviours as in QUORL_SCENARIO, in place of the usual one; only as the
+//      very first line
+//   #  a remark
+//   ~  so many times 100 ms pass as the line has bytes, and then a turn of the market
+//   @  a command to the control port; "stop" is answered and no more
+//   !  bytes to send as they stand
+//   +  another client connects; what follows is said on its connection
+//   -  the latest client hangs up; the one before it goes on
 
 namespace quorl {
 namespace {
 
 constexpr char SOH_BYTE = '\x01';
 constexpr size_t MOST_LINES = 40;
+constexpr std::string_view USUAL_SCRIPT =  // each behaviour fires now and then
+    "reject_every=5,partial_fill_every=3,fill_on_cancel_every=3,unsolicited_cancel_every=3,"
+    "replace_reject_every=4";
 
 std::string with_soh(std::string_view line) {
   std::string message(line);
@@ -69,49 +84,78 @@ class Listener {
   int fd_;
 };
 
+/// Null for a script with a malformed number, which ends the program. All else that the opening
+/// reads is the same each time.
+std::unique_ptr<fuzz::ClosedExchange> open_exchange(std::string_view script) {
+  const fuzz::ScenarioVariable variable(script);
+  RunConfig config;
+  config.symbols = "A:10";
+  try {
+    return fuzz::open_exchange(config);
+  } catch (const std::logic_error&) {  // as std::stoi and std::stoul report both
+    return nullptr;
+  }
+}
+
 class Conversation {
  public:
-  Conversation()
-      : exchange_(open_exchange()),
+  explicit Conversation(std::unique_ptr<fuzz::ClosedExchange> exchange)
+      : exchange_(std::move(exchange)),
         gateway_(exchange_->engine, exchange_->clients, exchange_->silence_announced, true) {
-    static Listener listener;
-    peer_ = listener.connect();
-    gateway_.accept_clients(listener.fd());
+    connect();
   }
   Conversation(const Conversation&) = delete;
   Conversation& operator=(const Conversation&) = delete;
   ~Conversation() {
-    ::close(peer_);
-    gateway_.serve_clients(scratch_);  // the exchange closes its end
+    while (!peers_.empty()) hang_up();
   }
 
   void takes_place(std::string_view line) {
-    if (line.starts_with('~')) {
-      test::advance_ms(100 * line.size());
-      pass_a_turn();
-    } else if (line.starts_with('!')) {
-      say(with_soh(line.substr(1)));
-    } else {
-      say(framed(line));
+    const std::string_view rest = line.substr(std::min<size_t>(line.size(), 1));
+    switch (line.empty() ? '\0' : line.front()) {
+      case '#':
+        return;
+      case '~':
+        test::advance_ms(100 * line.size());
+        return pass_a_turn();
+      case '@':
+        return command(rest);
+      case '!':
+        return say(with_soh(rest));
+      case '+':
+        return connect();
+      case '-':
+        return hang_up();
+      default:
+        return say(framed(line));
     }
   }
 
  private:
-  static std::unique_ptr<fuzz::ClosedExchange> open_exchange() {
-    RunConfig config;
-    config.symbols = "A:10";
-    auto exchange = fuzz::open_exchange(config);
-    Scenario& scenario = exchange->scenario;  // every script fires now and then
-    scenario.reject_every = 5;
-    scenario.partial_fill_every = 3;
-    scenario.fill_on_cancel_every = 3;
-    scenario.unsolicited_cancel_every = 3;
-    scenario.replace_reject_every = 4;
-    return exchange;
+  void connect() {
+    static Listener listener;
+    peers_.push_back(listener.connect());
+    gateway_.accept_clients(listener.fd());
   }
 
+  void hang_up() {
+    if (peers_.empty()) return;
+    ::close(peers_.back());
+    peers_.pop_back();
+    gateway_.serve_clients(scratch_);  // the exchange closes its end
+  }
+
+  void command(std::string_view line) {
+    run_control_command(line, {exchange_->engine, exchange_->config, exchange_->silence_announced,
+                               exchange_->clients});
+  }
+
+  /// What is said before the next turn of the market came in one turn of the exchange: the reports
+  /// that it owes to others wait until then.
   void say(const std::string& bytes) {
-    [[maybe_unused]] const auto sent = ::send(peer_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    if (peers_.empty()) return;
+    [[maybe_unused]] const auto sent =
+        ::send(peers_.back(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
     gateway_.serve_clients(scratch_);
     exchange_->engine.publisher->flush_if_pending();
     hear();
@@ -126,17 +170,20 @@ class Conversation {
       gateway_.send_gated(exchange_->clients[index], message);
     }
     gateway_.run_timers(steady_ms());
+    gateway_.forget_closed_clients();
     hear();
   }
 
   void hear() {
-    while (::recv(peer_, heard_.data(), heard_.size(), 0) > 0) {
+    for (const int peer : peers_) {
+      while (::recv(peer, heard_.data(), heard_.size(), 0) > 0) {
+      }
     }
   }
 
   std::unique_ptr<fuzz::ClosedExchange> exchange_;
   FixGateway gateway_;
-  int peer_ = -1;
+  std::vector<int> peers_;  // the clients' ends, in order of connecting
   std::array<char, 65536> scratch_;
   std::array<char, 65536> heard_;
 };
@@ -145,11 +192,17 @@ class Conversation {
 }  // namespace quorl
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  quorl::test::reset_clocks();
-  quorl::Conversation conversation;
-  std::string_view rest = quorl::fuzz::text_of(data, size);
-  for (size_t lines = 0; lines < quorl::MOST_LINES && !rest.empty(); ++lines) {
-    conversation.takes_place(quorl::fuzz::take_until(rest, '\n'));
+  using namespace quorl;
+  test::reset_clocks();
+  std::string_view rest = fuzz::text_of(data, size);
+  std::string_view script = USUAL_SCRIPT;
+  if (rest.starts_with('$')) script = fuzz::take_until(rest, '\n').substr(1);
+  auto exchange = open_exchange(script);
+  if (exchange == nullptr) return 0;
+
+  Conversation conversation(std::move(exchange));
+  for (size_t lines = 0; lines < MOST_LINES && !rest.empty(); ++lines) {
+    conversation.takes_place(fuzz::take_until(rest, '\n'));
   }
   return 0;
 }

@@ -1,6 +1,4 @@
-#include <cstdlib>
 #include <stdexcept>
-#include <string>
 
 #include "bench/scenario.h"
 #include "closed_exchange.h"
@@ -9,12 +7,10 @@
 // may happen.
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  std::string variable = "QUORL_SCENARIO=" + std::string(quorl::fuzz::text_of(data, size));
-  ::putenv(variable.data());  // setenv would keep a copy of every text for ever
+  const quorl::fuzz::ScenarioVariable variable(quorl::fuzz::text_of(data, size));
   try {
     const quorl::Scenario scenario;
   } catch (const std::logic_error&) {  // as std::stoi and std::stoul report both
   }
-  ::unsetenv("QUORL_SCENARIO");
   return 0;
 }
