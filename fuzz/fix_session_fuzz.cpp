@@ -12,9 +12,9 @@
 #include <utility>
 #include <vector>
 
+#include "base/clocks.h"
 #include "bench/control_port.h"
 #include "closed_exchange.h"
-#include "driver/clocks.h"
 #include "fix/session.h"
 #include "support/test_clock.h"
 

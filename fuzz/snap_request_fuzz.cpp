@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <vector>
 
+#include "base/clocks.h"
 #include "closed_exchange.h"
-#include "driver/clocks.h"
 #include "feed/snap.h"
 
 // The bytes of one connection to the DEEP SNAP service, in two reads: the first byte says where

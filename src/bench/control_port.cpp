@@ -6,13 +6,13 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/clocks.h"
 #include "base/log.h"
+#include "base/number_parsers.h"
 #include "base/sockets.h"
 #include "bench/scenario.h"
 #include "bench/stats_text.h"
 #include "bench/truth_log.h"
-#include "driver/clocks.h"
-#include "driver/number_parsers.h"
 #include "driver/run_config.h"
 #include "feed/tp_publisher.h"
 #include "fix/stream_records.h"

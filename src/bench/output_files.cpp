@@ -3,10 +3,10 @@
 #include <cstdio>
 #include <sstream>
 
+#include "base/clocks.h"
 #include "base/output_file.h"
-#include "driver/clocks.h"
+#include "base/price4.h"
 #include "market/engine.h"
-#include "market/prices.h"
 
 namespace quorl {
 namespace {

@@ -3,11 +3,11 @@
 #include <cstdio>
 #include <string>
 
+#include "base/clocks.h"
+#include "base/price4.h"
 #include "bench/scenario.h"
-#include "driver/clocks.h"
 #include "feed/tp_publisher.h"
 #include "market/engine.h"
-#include "market/prices.h"
 
 namespace quorl {
 namespace {

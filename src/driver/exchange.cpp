@@ -5,7 +5,7 @@
 #include "base/log.h"
 #include "bench/control_port.h"
 #include "bench/stats_text.h"
-#include "driver/sockets.h"
+#include "driver/listener.h"
 #include "fix/fix_codec.h"
 
 namespace quorl {

@@ -1,7 +1,7 @@
 #include <csignal>
 
+#include "base/clocks.h"
 #include "base/stop.h"
-#include "driver/clocks.h"
 #include "driver/exchange.h"
 #include "driver/run_config.h"
 

@@ -1,5 +1,6 @@
 #include "driver/turn.h"
 
+#include "base/clocks.h"
 #include "base/log.h"
 #include "base/sockets.h"
 #include "base/stop.h"
@@ -7,7 +8,6 @@
 #include "bench/output_files.h"
 #include "bench/scenario.h"
 #include "bench/stats_text.h"
-#include "driver/clocks.h"
 #include "driver/run_config.h"
 #include "feed/tp_publisher.h"
 #include "market/engine.h"

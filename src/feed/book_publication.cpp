@@ -1,11 +1,11 @@
 #include <cstdint>
 
+#include "base/clocks.h"
+#include "base/price4.h"
 #include "bench/truth_log.h"
-#include "driver/clocks.h"
 #include "feed/deep_messages.h"
 #include "feed/tp_publisher.h"
 #include "market/engine.h"
-#include "market/prices.h"
 
 // How changes of a book and the opening of the market become DEEP messages.
 

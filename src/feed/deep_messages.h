@@ -3,8 +3,8 @@
 #include <array>
 #include <cstdint>
 
-#include "feed/little_endian.h"
-#include "market/records.h"
+#include "base/little_endian.h"
+#include "base/price4.h"
 
 // The ten DEEP messages that this exchange sends. A record has the fields that vary; its `encode`
 // is the layout.

@@ -4,8 +4,8 @@
 #include <array>
 #include <cstring>
 
+#include "base/clocks.h"
 #include "base/sockets.h"
-#include "driver/clocks.h"
 #include "feed/tp_publisher.h"
 
 namespace quorl {

@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "base/clocks.h"
 #include "base/log.h"
+#include "base/price4.h"
 #include "base/sockets.h"
-#include "driver/clocks.h"
 #include "feed/deep_messages.h"
 #include "feed/tp_publisher.h"
 #include "market/engine.h"
-#include "market/prices.h"
 
 namespace quorl {
 namespace {

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "feed/little_endian.h"
+#include "base/little_endian.h"
 
 namespace quorl {
 

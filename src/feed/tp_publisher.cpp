@@ -6,9 +6,9 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/clocks.h"
 #include "base/log.h"
 #include "base/sockets.h"
-#include "driver/clocks.h"
 
 namespace quorl {
 namespace {

@@ -4,8 +4,8 @@
 #include <array>
 #include <limits>
 
-#include "driver/number_parsers.h"
-#include "fix/text_writer.h"
+#include "base/number_parsers.h"
+#include "base/text_writer.h"
 
 namespace quorl {
 namespace {

@@ -1,7 +1,7 @@
 #include "fix/fix_fields.h"
 
-#include "driver/number_parsers.h"
-#include "fix/text_writer.h"
+#include "base/number_parsers.h"
+#include "base/text_writer.h"
 
 namespace quorl {
 namespace {

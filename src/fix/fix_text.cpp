@@ -5,7 +5,7 @@
 #include <ctime>
 #include <limits>
 
-#include "driver/clocks.h"
+#include "base/clocks.h"
 
 namespace quorl {
 namespace {

@@ -1,8 +1,8 @@
 
+#include "base/clocks.h"
 #include "base/log.h"
+#include "base/number_parsers.h"
 #include "bench/scenario.h"
-#include "driver/clocks.h"
-#include "driver/number_parsers.h"
 #include "fix/connection.h"
 #include "fix/session.h"
 #include "fix/stream_records.h"

@@ -2,12 +2,12 @@
 
 #include <utility>
 
+#include "base/price4.h"
 #include "bench/scenario.h"
 #include "bench/truth_log.h"
 #include "fix/fix_codec.h"
 #include "fix/stream_records.h"
 #include "market/engine.h"
-#include "market/prices.h"
 
 namespace quorl {
 namespace {

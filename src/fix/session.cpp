@@ -2,10 +2,10 @@
 
 #include <cerrno>
 
+#include "base/clocks.h"
 #include "base/log.h"
 #include "base/sockets.h"
 #include "bench/scenario.h"
-#include "driver/clocks.h"
 #include "feed/tp_publisher.h"
 #include "fix/connection.h"
 #include "fix/stream_records.h"

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "driver/clocks.h"
+#include "base/clocks.h"
 
 namespace quorl {
 namespace {

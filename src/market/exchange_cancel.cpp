@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "base/clocks.h"
 #include "base/log.h"
 #include "bench/scenario.h"
-#include "driver/clocks.h"
 #include "fix/reports.h"
 #include "market/engine.h"
 

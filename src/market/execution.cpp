@@ -4,12 +4,12 @@
 #include <vector>
 
 #include "base/log.h"
+#include "base/price4.h"
 #include "bench/scenario.h"
 #include "feed/deep_messages.h"
 #include "feed/tp_publisher.h"
 #include "fix/reports.h"
 #include "market/engine.h"
-#include "market/prices.h"
 
 // The one place where quantity leaves an order.
 

@@ -4,14 +4,14 @@
 #include <string>
 #include <vector>
 
+#include "base/clocks.h"
+#include "base/number_parsers.h"
+#include "base/price4.h"
 #include "bench/scenario.h"
-#include "driver/clocks.h"
-#include "driver/number_parsers.h"
 #include "fix/fix_codec.h"
 #include "fix/reports.h"
 #include "market/engine.h"
 #include "market/order_checks.h"
-#include "market/prices.h"
 
 namespace quorl {
 namespace {

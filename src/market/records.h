@@ -8,11 +8,11 @@
 #include <string>
 #include <string_view>
 
+#include "base/price4.h"
+
 namespace quorl {
 
 struct Client;
-
-using Price4 = int64_t;  // ten-thousandths of a dollar; 0 means no limit
 
 /// One order, client or synthetic. An empty owner is the one and only test for a synthetic order.
 struct Order {

@@ -3,13 +3,13 @@
 #include <vector>
 
 #include "base/log.h"
+#include "base/number_parsers.h"
+#include "base/price4.h"
 #include "bench/scenario.h"
-#include "driver/number_parsers.h"
 #include "fix/fix_codec.h"
 #include "fix/reports.h"
 #include "market/engine.h"
 #include "market/order_checks.h"
-#include "market/prices.h"
 
 namespace quorl {
 namespace {

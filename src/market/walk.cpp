@@ -2,9 +2,9 @@
 #include <cstdint>
 #include <vector>
 
+#include "base/price4.h"
 #include "feed/tp_publisher.h"
 #include "market/engine.h"
-#include "market/prices.h"
 
 // The market's own life: a random walk per symbol, synthetic orders posted and pulled around it,
 // and synthetic aggressors at the touch. The order of the draws decides the market of a seed,

@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <utility>
 
-#include "driver/clocks.h"
+#include "base/clocks.h"
 #include "support/fix_wire.h"
 
 namespace quorl::test {

@@ -1,6 +1,6 @@
 #include "support/test_clock.h"
 
-#include "driver/clocks.h"
+#include "base/clocks.h"
 
 namespace quorl {
 namespace {

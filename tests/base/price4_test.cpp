@@ -1,4 +1,4 @@
-#include "market/prices.h"
+#include "base/price4.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "driver/clocks.h"
+#include "base/clocks.h"
 
 #include <ctime>
 

@@ -1,4 +1,4 @@
-#include "driver/sockets.h"
+#include "base/sockets.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -10,7 +10,7 @@
 #include <cerrno>
 #include <string>
 
-#include "base/sockets.h"
+#include "driver/listener.h"
 #include "support/udp_inbox.h"
 
 namespace quorl {

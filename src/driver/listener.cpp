@@ -1,4 +1,4 @@
-#include "driver/sockets.h"
+#include "driver/listener.h"
 
 #include <cerrno>
 #include <cstdlib>

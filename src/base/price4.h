@@ -4,9 +4,11 @@
 #include <cstdint>
 #include <limits>
 
-#include "market/records.h"
+// Prices, and the arithmetic on them.
 
 namespace quorl {
+
+using Price4 = int64_t;  // ten-thousandths of a dollar; 0 means no limit
 
 /// Nearest integer, halves away from zero. What does not fit (NaN and infinities too) becomes the
 /// lowest integer, which every price check refuses.

@@ -1,4 +1,4 @@
-#include "driver/number_parsers.h"
+#include "base/number_parsers.h"
 
 #include <gtest/gtest.h>
 
