@@ -1,6 +1,6 @@
 #include "day/day_clock.h"
 
-#include "driver/clocks.h"
+#include "base/clocks.h"
 
 namespace day {
 namespace {

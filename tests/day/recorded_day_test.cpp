@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/clocks.h"
 #include "day/day_clock.h"
 #include "day/day_dice.h"
 #include "day/day_market_view.h"
@@ -21,7 +22,6 @@
 #include "day/day_outputs.h"
 #include "day/day_traders.h"
 #include "day/day_watchers.h"
-#include "driver/clocks.h"
 #include "driver/exchange.h"
 #include "driver/run_config.h"
 
