@@ -10,9 +10,11 @@
 #include <sstream>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "support/exchange.h"
 #include "support/fix_wire.h"
+#include "support/inside.h"
 #include "support/test_clock.h"
 
 namespace quorl::test {
@@ -492,10 +494,10 @@ TEST_F(Reports, an_absent_owner_s_report_is_numbered_stored_logged_and_counted_a
   exchange.is_hit("AAPL buy 100");
   exchange.drains_deferred();
   owner.hears_nothing();
-  EXPECT_EQ(owner.stream().next_out, 3U);
-  ASSERT_EQ(owner.stream().store.size(), 2U);
-  EXPECT_THAT(readable(owner.stream().store.back().fields.wire()),
-              testing::HasSubstr("|150=2|39=2|"));
+  EXPECT_EQ(owner.stream().next_out(), 3U);
+  const std::vector<Stored> stored = owner.stream().stored();
+  ASSERT_EQ(stored.size(), 2U);
+  EXPECT_THAT(readable(stored.back().body), testing::HasSubstr("|150=2|39=2|"));
   EXPECT_THAT(events(), testing::HasSubstr("\"ev\":\"fill\",\"cl\":\"o1\""));
   EXPECT_EQ(exchange.scenario.counters.fills, 1U);
 }

@@ -349,7 +349,7 @@ std::mt19937_64 rng_yielding(const std::vector<uint64_t>& outputs) {
 // --- FixPeer ---
 
 Client& FixPeer::client() { return exchange_->clients.at(index_); }
-FixStream& FixPeer::stream() { return exchange_->engine.streams[client().comp_id]; }
+SessionMemory FixPeer::stream() { return {exchange_->engine, client().comp_id}; }
 std::deque<std::string>& FixPeer::inbox() { return exchange_->inboxes_[index_]; }
 
 void FixPeer::says(std::string_view message) {

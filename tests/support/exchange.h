@@ -104,7 +104,7 @@ class FixPeer {
   void disconnects();
 
   Client& client();
-  FixStream& stream();
+  SessionMemory stream();
 
  private:
   friend class Exchange;
