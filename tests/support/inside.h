@@ -54,7 +54,7 @@ uint32_t shares_at(const Engine& engine, const Stock& stock, bool buy, Price4 pr
 using ShownLevels = std::vector<std::pair<Price4, uint32_t>>;
 
 ShownLevels shown_levels(const Engine& engine, const Stock& stock, bool buy);
-/// From now on the feed has said this of a side, whatever rests there.
+/// From now on the feed has said this of a side, best price first, whatever rests there.
 void plant_shown_levels(Engine& engine, Stock& stock, bool buy, const ShownLevels& levels);
 
 /// Part of an event that the caller has begun: a synthetic order under the next id comes to rest,
