@@ -17,6 +17,7 @@
 #include "feed/tp_publisher.h"
 #include "fix/stream_records.h"
 #include "market/engine.h"
+#include "support/inside.h"
 
 namespace quorl::fuzz {
 
@@ -55,8 +56,7 @@ struct ClosedExchange {
         rng(config.seed),
         publisher(config.mcast, config.port, config.iface, 0, config.session),
         engine(publisher, rng, scenario, config.step_bps, config.touch_hit, config.quiet) {
-    ::close(publisher.fd);
-    publisher.fd = -1;
+    test::close_feed(publisher);
   }
 
   RunConfig config;

@@ -33,7 +33,7 @@ struct Service {
     config.session = 1;
     exchange = fuzz::open_exchange(config);
     if (::socketpair(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0, ends.data()) != 0) std::abort();
-    exchange->publisher.gap_fd = ends[0];
+    test::serve_gap_fill_on(exchange->publisher, ends[0]);
   }
 
   std::unique_ptr<fuzz::ClosedExchange> exchange;

@@ -19,6 +19,7 @@
 
 #include "driver/run_config.h"
 #include "support/exchange.h"
+#include "support/inside.h"
 #include "support/test_clock.h"
 #include "support/udp_inbox.h"
 
@@ -30,7 +31,7 @@ using testing::IsEmpty;
 
 class Control : public testing::Test {
  protected:
-  Control() { exchange.publisher.next_seq = 813; }
+  Control() { set_next_seq(exchange.publisher, 813); }
 
   ControlTargets targets() {
     return {exchange.engine, config, silence_announced, exchange.clients};
@@ -71,7 +72,7 @@ TEST_F(Control, resume_starts_the_walk_and_says_where) {
 }
 
 TEST_F(Control, places_before_the_first_message_are_told_as_0) {
-  exchange.publisher.next_seq = 1;
+  set_next_seq(exchange.publisher, 1);
   reply_to("pause");
   EXPECT_EQ(log, "bench: paused at seq 0\n");
 }
@@ -220,8 +221,7 @@ TEST_F(Control, lapse_of_minus_1_is_the_longest_there_is) {
 TEST_F(Control, stats_tells_all_counters_the_place_the_faults_and_the_session) {
   scenario().counters.orders = 3;
   scenario().counters.logons = 2;
-  exchange.publisher.packets = 9;
-  exchange.publisher.dropped = 4;
+  set_fault_counts(exchange.publisher, {.packets = 9, .dropped = 4});
   const std::string expected =
       "ok orders=3 accepts=0 fills=0 partials=0 cancels=0 replaces=0 rejects=0 replace_rejects=0 "
       "cancel_rejects=0 unsolicited_cancels=0 race_fills=0 late_cancels=0 stale_cancels=0 "
@@ -495,8 +495,7 @@ TEST_F(Control, stop_is_answered_without_a_line_end) {
 class ControlStopDeathTest : public ControlSocket {
  protected:
   void SetUp() override {
-    exchange.publisher.packets = 9;
-    exchange.publisher.dropped = 4;
+    set_fault_counts(exchange.publisher, {.packets = 9, .dropped = 4});
     exchange.engine.truth.open_for_appending(truth_path);
   }
   void TearDown() override { std::remove(truth_path.c_str()); }

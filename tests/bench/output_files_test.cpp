@@ -12,6 +12,7 @@
 #include <string>
 
 #include "support/exchange.h"
+#include "support/inside.h"
 #include "support/test_clock.h"
 
 namespace quorl::test {
@@ -61,8 +62,8 @@ class OutputFiles : public testing::Test {
 
 TEST_F(OutputFiles, show_the_book_of_every_symbol_byte_for_byte) {
   Stock& apple = exchange.stock();
-  apple.shown_bids = {{1899900, 300}, {1899800, 100}};
-  apple.shown_asks = {{1900000, 500}};
+  plant_shown_levels(exchange.engine, apple, BUYS, {{1899900, 300}, {1899800, 100}});
+  plant_shown_levels(exchange.engine, apple, SELLS, {{1900000, 500}});
   apple.last_price = 1900000;
   apple.volume = 1200;
   set_system_ns(1'700'000'000'000'000'000);
@@ -74,10 +75,14 @@ TEST_F(OutputFiles, show_the_book_of_every_symbol_byte_for_byte) {
 }
 
 TEST_F(OutputFiles, show_the_five_best_levels_of_each_side) {
+  ShownLevels bids;
+  ShownLevels asks;
   for (uint32_t i = 1; i <= 6; ++i) {
-    exchange.stock().shown_bids[1900000 - i * 10000] = i;
-    exchange.stock().shown_asks[1900000 + i * 10000] = i;
+    bids.emplace_back(1900000 - i * 10000, i);
+    asks.emplace_back(1900000 + i * 10000, i);
   }
+  plant_shown_levels(exchange.engine, exchange.stock(), BUYS, bids);
+  plant_shown_levels(exchange.engine, exchange.stock(), SELLS, asks);
   EXPECT_EQ(
       book_text(),
       "{\"ts_ns\":1700000000123456789,\"symbols\":{\"AAPL\":{\"bid\":[[189,1],[188,2],"
@@ -87,7 +92,8 @@ TEST_F(OutputFiles, show_the_five_best_levels_of_each_side) {
 
 TEST_F(OutputFiles, write_prices_with_six_significant_digits) {
   Stock& apple = exchange.stock();
-  apple.shown_asks = {{1, 1}, {9999, 2}, {123456700, 3}, {12345678901, 4}};
+  plant_shown_levels(exchange.engine, apple, SELLS,
+                     {{1, 1}, {9999, 2}, {123456700, 3}, {12345678901, 4}});
   apple.last_price = 12345670;
   apple.volume = 18446744073709551615U;
   EXPECT_EQ(book_text(),
@@ -134,14 +140,9 @@ TEST_F(OutputFiles, show_the_best_bid_and_offer_of_every_symbol) {
 }
 
 TEST_F(OutputFiles, take_the_bbo_from_the_live_book_and_the_book_from_what_was_shown) {
-  Order order;
-  order.id = 1;
-  order.locate = 1;
-  order.price = 1890000;
-  order.leaves = order.qty = 100;
   exchange.engine.begin_event();
-  exchange.engine.rest_order(exchange.stock(), order);  // not published yet
-  exchange.stock().shown_asks = {{1910000, 700}};
+  rest_synthetic(exchange.engine, exchange.stock(), BUYS, 1890000, 100);  // not published yet
+  plant_shown_levels(exchange.engine, exchange.stock(), SELLS, {{1910000, 700}});
   EXPECT_EQ(bbo_text(), "AAPL 189 0\nMSFT 0 0\n");
   EXPECT_EQ(
       book_text(),

@@ -8,6 +8,7 @@
 #include "fix/stream_records.h"
 #include "support/exchange.h"
 #include "support/fix_wire_gateway.h"
+#include "support/inside.h"
 
 namespace quorl::test {
 namespace {
@@ -83,10 +84,8 @@ TEST(FaultStatsText, counts_as_sent_what_was_not_dropped) {
   Exchange exchange("AAPL:190.00");
   EXPECT_EQ(fault_stats_text(exchange.publisher),
             "quorl faults: sent 0 dropped 0 duplicated 0 reordered 0");
-  exchange.publisher.packets = 100;
-  exchange.publisher.dropped = 7;
-  exchange.publisher.duplicated = 5;
-  exchange.publisher.reordered = 3;
+  set_fault_counts(exchange.publisher,
+                   {.packets = 100, .dropped = 7, .duplicated = 5, .reordered = 3});
   EXPECT_EQ(fault_stats_text(exchange.publisher),
             "quorl faults: sent 93 dropped 7 duplicated 5 reordered 3");
 }

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "support/exchange.h"
+#include "support/inside.h"
 #include "support/test_clock.h"
 
 namespace quorl::test {
@@ -202,11 +203,10 @@ TEST_F(TruthLog, shows_no_price_for_a_market_order) {
 
 TEST_F(TruthLog, writes_a_book_line_byte_for_byte) {
   opens_market_truth();
-  exchange.publisher.next_seq = 813;
-  Stock& stock = exchange.stock();
-  stock.shown_bids = {{1899900, 300}, {1899800, 100}};
-  stock.shown_asks = {{1900000, 500}};
-  write_book_line(exchange.engine, stock);
+  set_next_seq(exchange.publisher, 813);
+  plant_shown_levels(exchange.engine, exchange.stock(), BUYS, {{1899900, 300}, {1899800, 100}});
+  plant_shown_levels(exchange.engine, exchange.stock(), SELLS, {{1900000, 500}});
+  write_book_line(exchange.engine, exchange.stock());
   exchange.engine.truth.flush();
   EXPECT_EQ(market_truth(),
             "{\"seq\":812,\"secid\":1,\"symbol\":\"AAPL\",\"bid\":[[189.9900,300],[189.9800,100]],"
@@ -223,12 +223,15 @@ TEST_F(TruthLog, writes_empty_sides_and_the_whole_symbol) {
 
 TEST_F(TruthLog, writes_the_ten_best_levels_of_each_side_in_a_book_line) {
   opens_market_truth();
-  Stock& stock = exchange.stock();
+  ShownLevels bids;
+  ShownLevels asks;
   for (uint32_t i = 1; i <= 11; ++i) {
-    stock.shown_bids[1900000 - i * 100] = i;
-    stock.shown_asks[1900000 + i * 100] = i;
+    bids.emplace_back(1900000 - i * 100, i);
+    asks.emplace_back(1900000 + i * 100, i);
   }
-  write_book_line(exchange.engine, stock);
+  plant_shown_levels(exchange.engine, exchange.stock(), BUYS, bids);
+  plant_shown_levels(exchange.engine, exchange.stock(), SELLS, asks);
+  write_book_line(exchange.engine, exchange.stock());
   exchange.engine.truth.flush();
   EXPECT_EQ(market_truth(),
             "{\"seq\":0,\"secid\":1,\"symbol\":\"AAPL\",\"bid\":[[189.9900,1],[189.9800,2],"
@@ -240,14 +243,14 @@ TEST_F(TruthLog, writes_the_ten_best_levels_of_each_side_in_a_book_line) {
 
 TEST_F(TruthLog, writes_book_prices_with_four_decimals_at_any_size) {
   opens_market_truth();
-  Stock& stock = exchange.stock();
-  stock.shown_asks = {{std::numeric_limits<int64_t>::min(), 4294967295},
+  plant_shown_levels(exchange.engine, exchange.stock(), SELLS,
+                     {{std::numeric_limits<int64_t>::min(), 4294967295},
                       {-100, 1},
                       {0, 2},
                       {1, 3},
                       {12345678901, 4},
-                      {std::numeric_limits<int64_t>::max(), 4294967295}};
-  write_book_line(exchange.engine, stock);
+                      {std::numeric_limits<int64_t>::max(), 4294967295}});
+  write_book_line(exchange.engine, exchange.stock());
   exchange.engine.truth.flush();
   EXPECT_THAT(market_truth(),
               HasSubstr("\"ask\":[[-922337203685477.6250,4294967295],[-0.0100,1],[0.0000,2],"
@@ -259,7 +262,7 @@ TEST_F(TruthLog, holds_book_lines_back_until_a_mark) {
   write_book_line(exchange.engine, exchange.stock());
   write_book_line(exchange.engine, exchange.stock(1));
   EXPECT_EQ(market_truth(), "");
-  exchange.publisher.next_seq = 5;
+  set_next_seq(exchange.publisher, 5);
   write_mark(exchange.engine, "here");
   EXPECT_EQ(market_truth(),
             "{\"seq\":0,\"secid\":1,\"symbol\":\"AAPL\",\"bid\":[],\"ask\":[]}\n"

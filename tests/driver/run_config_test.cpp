@@ -16,6 +16,7 @@
 #include "feed/fault_plan.h"
 #include "feed/tp_publisher.h"
 #include "market/engine.h"
+#include "support/inside.h"
 #include "support/test_clock.h"
 
 namespace quorl {
@@ -405,8 +406,10 @@ TEST(Symbols, are_listed_in_order_with_their_prices) {
 TEST(Symbols, a_fresh_stock_is_empty_and_trading) {
   const Market market("X:5");
   const Stock& stock = market.engine.stocks.at(0);
-  EXPECT_TRUE(stock.bids.empty() && stock.asks.empty());
-  EXPECT_TRUE(stock.shown_bids.empty() && stock.shown_asks.empty());
+  for (const bool buy : {test::BUYS, test::SELLS}) {
+    EXPECT_THAT(test::level_prices(market.engine, stock, buy), testing::IsEmpty());
+    EXPECT_THAT(test::shown_levels(market.engine, stock, buy), testing::IsEmpty());
+  }
   EXPECT_EQ(stock.volume, 0u);
   EXPECT_EQ(stock.last_price, 0);
   EXPECT_EQ(stock.status, 'T');
@@ -416,7 +419,7 @@ TEST(Symbols, an_empty_list_lists_none_and_the_market_runs_empty) {
   EXPECT_THAT(listed(""), testing::IsEmpty());
   Market market("");
   market.runs_for(3);
-  EXPECT_EQ(market.publisher.next_seq, 4u);
+  EXPECT_EQ(test::state_of(market.publisher).next_seq, 4u);
 }
 
 TEST(Symbols, one_without_a_price_opens_at_100) {
@@ -466,7 +469,7 @@ TEST(Symbols, prices_that_are_no_prices_still_make_a_market) {
                               "X:1e-300", "X:922337203685477", "X:-922337203685477"}) {
     Market market(symbols);
     market.runs_for(20);
-    EXPECT_GT(market.publisher.next_seq, 9u) << symbols;
+    EXPECT_GT(test::state_of(market.publisher).next_seq, 9u) << symbols;
   }
 }
 
@@ -475,7 +478,7 @@ TEST(Symbols, steps_that_blow_the_price_up_do_not_end_the_run) {
                                 -std::numeric_limits<double>::infinity(), std::nan("")}) {
     Market market("X:190", step_bps);
     market.runs_for(200);
-    EXPECT_GT(market.publisher.next_seq, 9u) << step_bps;
+    EXPECT_GT(test::state_of(market.publisher).next_seq, 9u) << step_bps;
   }
 }
 

@@ -21,6 +21,7 @@
 #include "driver/run_config.h"
 #include "support/exchange.h"
 #include "support/fix_wire.h"
+#include "support/inside.h"
 #include "support/test_clock.h"
 #include "support/udp_inbox.h"
 
@@ -34,13 +35,13 @@ using test::joined;
 using test::Packet;
 using test::packets_of;
 using test::standard_error_of;
+using test::state_of;
 using test::UdpInbox;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::MatchesRegex;
 using testing::Not;
 using testing::SizeIs;
 using testing::StartsWith;
@@ -122,6 +123,14 @@ class TcpPeer {
     }
     return types;
   }
+  /// The ClOrdIDs of the messages that have come since the last look.
+  std::vector<std::string> hears_of() {
+    std::vector<std::string> cl_ord_ids;
+    for (const std::string& message : test::split_messages(receives())) {
+      cl_ord_ids.push_back(test::value_of(test::fields_of(message), 11));
+    }
+    return cl_ord_ids;
+  }
   bool is_closed() {
     receives();
     return closed_;
@@ -169,18 +178,23 @@ class Bench {
     stop_requested = 0;
     config.interval_ms = -1;
     config.quiet = true;
-    exchange.publisher.dest.sin_port = htons(inbox.port());
-    exchange.publisher.gap_fd = ::dup(gap_port.fd);
-    exchange.publisher.last_flush_ms = START;
+    test::send_feed_to(exchange.publisher, inbox.port());
+    test::serve_gap_fill_on(exchange.publisher, ::dup(gap_port.fd));
+    test::set_last_flush_ms(exchange.publisher, START);
   }
-  ~Bench() { stop_requested = 0; }
+  ~Bench() {
+    stop_requested = 0;
+    test::at_each_system_reading(nullptr);
+  }
 
   void with_control_port() { listeners_.control_fd = control_port.fd; }
 
   /// One turn; returns what it wrote to standard error.
   std::string turn() {
     if (!driver_) starts();
-    return standard_error_of([this] { EXPECT_TRUE(driver_->turn()); });
+    std::string said = standard_error_of([this] { EXPECT_TRUE(driver_->turn()); });
+    EXPECT_FALSE(waits_to_act_) << "no report was composed";
+    return said;
   }
   void starts() {
     listeners_.fix_listen_fd = fix_port.fd;
@@ -217,31 +231,43 @@ class Bench {
     return words;
   }
 
-  /// Does something in the middle of the next turn: behind the walk and the flush, ahead of the
-  /// lapse line. The message is for nobody.
-  void in_the_next_turn(std::function<void()> act) {
-    exchange.engine.deferred.push_back({"NOBODY", [act = std::move(act)](Client&) {
-                                          act();
-                                          return std::string();
-                                        }});
-  }
-  /// A report of any text that is owed to a client.
-  void owes(const std::string& owner, const std::string& message) {
-    exchange.engine.deferred.push_back({owner, [message](Client&) { return message; }});
-  }
-
-  /// A synthetic order of 100 shares, an event of its own.
-  void rest(bool buy, Price4 price) {
+  /// A client is owed the report of a fill, of an order of that name. What the feed tells of the
+  /// trade has been sent and counts as seen.
+  void owes(const std::string& owner, const std::string& cl_ord_id) {
     Engine& engine = exchange.engine;
     Order order;
     order.id = engine.next_order_id++;
     order.locate = 1;
-    order.buy = buy;
-    order.price = price;
+    order.price = 500000;
     order.leaves = order.qty = 100;
+    order.owner = owner;
+    order.cl_ord_id = cl_ord_id;
     engine.begin_event();
     engine.rest_order(exchange.stock(), order);
+    test::trade_with_order(engine, exchange.stock(), order.id, 100, 0);
     engine.publish_dirty(exchange.stock());
+    exchange.publisher.flush_if_pending();
+    inbox.take();
+  }
+  /// Does something in the middle of the next turn: behind the walk and the flush, ahead of the
+  /// lapse line. That is when the report of a fill is composed, which takes an ExecID and then the
+  /// time; it is owed to nobody who is there.
+  void in_the_next_turn(const std::function<void()>& act) {
+    owes("NOBODY", "n1");
+    waits_to_act_ = true;
+    test::at_each_system_reading([this, act, taken = exchange.engine.next_exec_id] {
+      if (exchange.engine.next_exec_id == taken) return;
+      test::at_each_system_reading(nullptr);
+      waits_to_act_ = false;
+      act();
+    });
+  }
+
+  /// A synthetic order of 100 shares, an event of its own.
+  void rest(bool buy, Price4 price) {
+    exchange.engine.begin_event();
+    test::rest_synthetic(exchange.engine, exchange.stock(), buy, price, 100);
+    exchange.engine.publish_dirty(exchange.stock());
   }
 
   /// True if a walk has moved the price since the last look.
@@ -262,6 +288,7 @@ class Bench {
   Listeners listeners_;
   std::optional<Driver> driver_;
   double last_mid_ = 190.0;
+  bool waits_to_act_ = false;
 };
 
 std::string logon(const std::string& comp_id, int heartbeat_s = 1000) {
@@ -392,7 +419,7 @@ TEST(Turn, a_walk_sends_its_packets_at_once) {
   bench.config.interval_ms = 0;
   bench.turn();
   EXPECT_THAT(bench.feed(), Not(IsEmpty()));
-  EXPECT_EQ(bench.exchange.publisher.header.message_count, 0u);
+  EXPECT_EQ(state_of(bench.exchange.publisher).waiting, 0u);
 }
 
 // --- What waits in the packet, and what is owed ---
@@ -403,7 +430,7 @@ TEST(Turn, flushes_what_waits_once) {
   bench.turn();
   bench.turn();
   EXPECT_THAT(bench.feed(), ElementsAre("1"));
-  EXPECT_EQ(bench.exchange.publisher.packets, 1u);
+  EXPECT_EQ(state_of(bench.exchange.publisher).packets, 1u);
 }
 
 TEST(Turn, exchange_initiated_cancels_fire_and_their_updates_leave_before_the_owner_is_told) {
@@ -416,13 +443,12 @@ TEST(Turn, exchange_initiated_cancels_fire_and_their_updates_leave_before_the_ow
   bench.turn();
   EXPECT_EQ(client.hears(), "A8");
   bench.inbox.take();
-  bench.exchange.engine.scheduled_cancels.push_back(
-      {"ALPHA", "a1", static_cast<int64_t>(START + 300)});
+  test::schedule_cancel(bench.exchange.engine, {"ALPHA", "a1", static_cast<int64_t>(START + 300)});
   EXPECT_EQ(bench.turn_after(299), "");
   EXPECT_EQ(client.hears(), "");
 
-  size_t waiting = 99;
-  bench.in_the_next_turn([&] { waiting = bench.exchange.publisher.header.message_count; });
+  uint64_t waiting = 99;
+  bench.in_the_next_turn([&] { waiting = state_of(bench.exchange.publisher).waiting; });
   EXPECT_EQ(bench.turn_after(1),
             "bench: unsolicited cancel of a1 (exchange-initiated; the client must mark it "
             "cancelled)\n");
@@ -440,14 +466,15 @@ TEST(Turn, reports_owed_are_sent_in_order_to_those_who_are_connected) {
   bench.turn();
   alpha.hears();
   beta.hears();
-  bench.owes("ALPHA", "one ");
-  bench.owes("BETA", "two ");
-  bench.owes("GAMMA", "three ");
-  bench.owes("ALPHA", "four ");
+  bench.owes("ALPHA", "one");
+  bench.owes("BETA", "two");
+  bench.owes("GAMMA", "three");
+  bench.owes("ALPHA", "four");
+  EXPECT_THAT(test::owed_to(bench.exchange.engine), ElementsAre("ALPHA", "BETA", "GAMMA", "ALPHA"));
   bench.turn();
-  EXPECT_EQ(alpha.receives(), "one four ");
-  EXPECT_EQ(beta.receives(), "two ");
-  EXPECT_THAT(bench.exchange.engine.deferred, IsEmpty());
+  EXPECT_THAT(alpha.hears_of(), ElementsAre("one", "four"));
+  EXPECT_THAT(beta.hears_of(), ElementsAre("two"));
+  EXPECT_THAT(test::owed_to(bench.exchange.engine), IsEmpty());
 }
 
 TEST(Turn, reports_owed_are_composed_in_a_lapse_and_not_sent) {
@@ -457,18 +484,15 @@ TEST(Turn, reports_owed_are_composed_in_a_lapse_and_not_sent) {
   bench.turn();
   client.hears();
   bench.exchange.scenario.silent_until_ms = START + 1;
-  bool composed = false;
-  bench.exchange.engine.deferred.push_back({"ALPHA", [&](Client&) {
-                                              composed = true;
-                                              return std::string("lost");
-                                            }});
+  bench.owes("ALPHA", "lost");
   bench.turn();
-  EXPECT_TRUE(composed);
+  EXPECT_EQ(bench.exchange.scenario.counters.fills, 1u);
+  EXPECT_EQ(test::SessionMemory(bench.exchange.engine, "ALPHA").stored_count(), 1u);
   EXPECT_EQ(client.receives(), "");
 
   bench.owes("ALPHA", "heard");  // at its very end a lapse is over
   bench.turn_after(1);
-  EXPECT_EQ(client.receives(), "heard");
+  EXPECT_THAT(client.hears_of(), ElementsAre("heard"));
 }
 
 TEST(Turn, a_lapse_that_ends_between_two_reports_lets_the_second_through) {
@@ -484,7 +508,10 @@ TEST(Turn, a_lapse_that_ends_between_two_reports_lets_the_second_through) {
   bench.owes("ALPHA", "second");
   bench.turn();
   // "first" is lost; "second" is stamped later than the turn's reading, and so a Heartbeat follows.
-  EXPECT_THAT(test::readable(client.receives()), MatchesRegex("second8=FIX.*35=0.*"));
+  const std::vector<std::string> heard = test::split_messages(client.receives());
+  ASSERT_THAT(heard, SizeIs(2));
+  EXPECT_THAT(test::readable(heard[0]), AllOf(HasSubstr("|35=8|"), HasSubstr("|11=second|")));
+  EXPECT_THAT(test::readable(heard[1]), HasSubstr("|35=0|"));
 }
 
 // --- The lapse line ---
@@ -595,7 +622,7 @@ TEST(Turn, a_report_sent_later_than_the_turn_s_reading_brings_an_extra_heartbeat
   bench.turn();
   client.hears();
   bench.in_the_next_turn([] { test::advance_ms(1); });
-  bench.owes("ALPHA", test::framed("35=8|34=2"));
+  bench.owes("ALPHA", "a1");
   bench.turn();
   EXPECT_EQ(client.hears(), "80");
   bench.turn();
@@ -725,7 +752,7 @@ TEST(Turn, the_feed_s_heartbeat_comes_1000_ms_after_the_last_flush) {
   EXPECT_THAT(bench.feed(), IsEmpty());
   bench.turn_after(1);
   EXPECT_THAT(bench.feed(), ElementsAre("heartbeat"));
-  EXPECT_EQ(bench.exchange.publisher.packets, 0u);
+  EXPECT_EQ(state_of(bench.exchange.publisher).packets, 0u);
 }
 
 TEST(Turn, a_flush_puts_the_feed_s_heartbeat_off) {
@@ -741,7 +768,7 @@ TEST(Turn, a_flush_puts_the_feed_s_heartbeat_off) {
 
 TEST(Turn, a_feed_that_has_never_been_flushed_begins_with_a_heartbeat) {
   Bench bench;
-  bench.exchange.publisher.last_flush_ms = 0;
+  test::set_last_flush_ms(bench.exchange.publisher, 0);
   bench.turn();
   EXPECT_THAT(bench.feed(), ElementsAre("heartbeat"));
 }
@@ -751,7 +778,7 @@ TEST(Turn, the_feed_s_heartbeat_is_due_by_a_fresh_reading) {
   bench.in_the_next_turn([] { test::advance_ms(1); });
   bench.turn_after(999);
   EXPECT_THAT(bench.feed(), ElementsAre("heartbeat"));
-  EXPECT_EQ(bench.exchange.publisher.last_flush_ms, START + 1000);
+  EXPECT_EQ(state_of(bench.exchange.publisher).last_flush_ms, START + 1000);
 }
 
 TEST(Turn, while_paused_and_dropping_the_feed_still_says_that_it_lives) {
@@ -761,7 +788,7 @@ TEST(Turn, while_paused_and_dropping_the_feed_still_says_that_it_lives) {
   bench.exchange.publisher.faults.drop_every = 1;
   for (int i = 0; i < 3; ++i) bench.turn_after(1000);
   EXPECT_THAT(bench.feed(), ElementsAre("heartbeat", "heartbeat", "heartbeat"));
-  EXPECT_EQ(bench.exchange.publisher.packets, 0u);
+  EXPECT_EQ(state_of(bench.exchange.publisher).packets, 0u);
 }
 
 // --- Gap fill and DEEP SNAP ---
@@ -770,7 +797,7 @@ TEST(Turn, gap_fill_is_served_once_a_turn) {
   Bench bench;
   bench.asks_for_gap_fill();
   bench.turn();
-  EXPECT_EQ(bench.exchange.publisher.gap_requests, 1u);
+  EXPECT_EQ(state_of(bench.exchange.publisher).gap_requests, 1u);
   EXPECT_THAT(bench.feed(), ElementsAre("heartbeat"));  // a status reply looks like one
 }
 
@@ -942,8 +969,12 @@ TEST(Turn, does_everything_in_its_fixed_order) {
 
   test::advance_ms(10000);
   test::step_system_clock_by(1);
-  bench.exchange.engine.scheduled_cancels.push_back(
-      {"ALPHA", "a1", static_cast<int64_t>(START + 300)});
+  test::schedule_cancel(bench.exchange.engine, {"ALPHA", "a1", static_cast<int64_t>(START + 300)});
+  bench.in_the_next_turn([&bench] {
+    std::fprintf(stderr, "reports are composed\n");
+    test::advance_ms(1000);  // the feed's heartbeat becomes due behind the flushes
+    bench.exchange.publisher.append("late", 4);
+  });
   bench.exchange.scenario.silent_until_ms = START + 15000;
   bench.exchange.publisher.faults.dup_every = 1;  // each flush says so
   bench.commands("mark here");
@@ -952,11 +983,6 @@ TEST(Turn, does_everything_in_its_fixed_order) {
   TcpPeer subscriber(bench.snap_port);
   subscriber.sends(snap_request());
   bench.asks_for_the_first_message();
-  bench.in_the_next_turn([&bench] {
-    std::fprintf(stderr, "reports are composed\n");
-    test::advance_ms(1000);  // the feed's heartbeat becomes due behind the flushes
-    bench.exchange.publisher.append("late", 4);
-  });
   const std::string said = bench.turn();
   expect_in_order(said, {
                             "bench: mark here at seq ",
@@ -993,7 +1019,7 @@ TEST(Turn, does_everything_in_its_fixed_order) {
   EXPECT_LT(update.send_time, late.send_time);
   EXPECT_LT(late.send_time, heartbeat.send_time);
   EXPECT_LT(heartbeat.send_time, replay.send_time);
-  EXPECT_EQ(bench.exchange.publisher.gap_requests, 1u);
+  EXPECT_EQ(state_of(bench.exchange.publisher).gap_requests, 1u);
   EXPECT_THAT(book.take(), StartsWith("{\"ts_ns\":" + std::to_string(replay.send_time + 1) + ","));
 }
 

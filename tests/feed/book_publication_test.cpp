@@ -13,6 +13,7 @@
 #include "feed/tp_publisher.h"
 #include "market/engine.h"
 #include "support/exchange.h"
+#include "support/inside.h"
 #include "support/test_clock.h"
 #include "support/udp_inbox.h"
 
@@ -21,13 +22,20 @@
 namespace quorl {
 namespace {
 
+using test::BUYS;
 using test::Exchange;
 using test::FeedMessage;
 using test::FeedPacket;
 using test::hex;
 using test::price4;
+using test::SELLS;
+using test::shown_levels;
+using test::state_of;
+using test::touch_price;
+using test::touched_prices;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Not;
 using testing::Pair;
 using testing::SizeIs;
 
@@ -58,22 +66,16 @@ struct TemporaryFile {
 /// A market of one empty book whose events are spelled out.
 struct Market {
   /// Part of an event that the caller has begun.
-  uint64_t rest(bool buy, const std::string& price, uint32_t shares) {
-    Order order;
-    order.id = exchange.engine.next_order_id++;
-    order.locate = 1;
-    order.buy = buy;
-    order.price = price4(price);
-    order.leaves = order.qty = shares;
-    exchange.engine.rest_order(exchange.stock(), order);
-    return order.id;
+  uint64_t buy(const std::string& price, uint32_t shares) {
+    return test::rest_synthetic(engine, stock, BUYS, price4(price), shares);
   }
-  uint64_t buy(const std::string& price, uint32_t shares) { return rest(true, price, shares); }
-  uint64_t sell(const std::string& price, uint32_t shares) { return rest(false, price, shares); }
-  void withdraw(uint64_t id) { exchange.engine.withdraw(exchange.stock(), engine.orders.at(id)); }
+  uint64_t sell(const std::string& price, uint32_t shares) {
+    return test::rest_synthetic(engine, stock, SELLS, price4(price), shares);
+  }
+  void withdraw(uint64_t id) { test::withdraw_order(engine, stock, id); }
 
   void begin() { engine.begin_event(); }
-  void publish() { engine.publish_dirty(exchange.stock()); }
+  void publish() { engine.publish_dirty(stock); }
 
   /// One message of our own that leaves the packet under assembly `bytes` long.
   void fill_packet_to(size_t bytes) {
@@ -83,6 +85,7 @@ struct Market {
 
   Exchange exchange{"AAPL:190.00"};
   Engine& engine = exchange.engine;
+  Stock& stock = exchange.stock();
   TpPublisher& publisher = exchange.publisher;
 };
 
@@ -126,7 +129,7 @@ TEST(BookPublication, the_flag_goes_to_the_last_change_and_not_to_the_last_touch
   market.exchange.rests({"AAPL buy 100 @ 100.01"});
   market.begin();
   market.buy("100.00", 200);
-  market.engine.dirty.emplace(true, price4("100.01"));
+  touch_price(market.engine, market.stock, BUYS, price4("100.01"));
   market.publish();
   market.exchange.feed_shows({"8 200 @ 100.00 last"});
 }
@@ -141,16 +144,20 @@ TEST(BookPublication, a_size_is_the_sum_of_all_that_rests_at_the_price) {
   market.buy("190.00", 1);
   market.publish();
   market.exchange.feed_shows({"8 350 @ 190.00 last", "8 351 @ 190.00 last"});
-  EXPECT_THAT(market.exchange.stock().shown_bids, ElementsAre(Pair(1900000, 351)));
+  EXPECT_THAT(shown_levels(market.engine, market.stock, BUYS), ElementsAre(Pair(1900000, 351)));
 }
 
 TEST(BookPublication, an_id_in_a_queue_that_is_no_order_counts_nothing) {
   Market market;
   market.begin();
   market.buy("190.00", 100);
-  market.exchange.stock().bids[1900000].push_back(777);
+  test::plant_departed_order(market.engine, market.stock, BUYS, 1900000, test::QueueEnd::BACK);
   market.publish();
   market.exchange.feed_shows({"8 100 @ 190.00 last"});
+  market.begin();
+  market.buy("190.00", 50);
+  market.publish();
+  market.exchange.feed_shows({"8 150 @ 190.00 last"});
 }
 
 TEST(BookPublication, a_level_that_is_gone_shows_size_0_and_leaves_the_shown_map) {
@@ -165,18 +172,18 @@ TEST(BookPublication, a_level_that_is_gone_shows_size_0_and_leaves_the_shown_map
   market.publish();
   market.exchange.feed_shows({"5 100 @ 190.05", "8 100 @ 190.00 last",  //
                               "5 0 @ 190.05", "8 0 @ 190.00 last"});
-  EXPECT_THAT(market.exchange.stock().shown_bids, IsEmpty());
-  EXPECT_THAT(market.exchange.stock().shown_asks, IsEmpty());
+  EXPECT_THAT(shown_levels(market.engine, market.stock, BUYS), IsEmpty());
+  EXPECT_THAT(shown_levels(market.engine, market.stock, SELLS), IsEmpty());
 }
 
 TEST(BookPublication, an_order_that_comes_and_goes_within_one_event_publishes_nothing) {
   Market market;
   market.begin();
   market.withdraw(market.buy("190.00", 100));
-  EXPECT_THAT(market.engine.dirty, SizeIs(1));
+  EXPECT_THAT(touched_prices(market.engine, market.stock), ElementsAre(Pair(BUYS, 1900000)));
   market.publish();
   market.exchange.feed_shows({});
-  EXPECT_EQ(market.publisher.next_seq, 1u);
+  EXPECT_EQ(state_of(market.publisher).next_seq, 1u);
 }
 
 TEST(BookPublication, a_total_that_stays_as_it_was_publishes_nothing_for_its_price) {
@@ -192,13 +199,13 @@ TEST(BookPublication, a_total_that_stays_as_it_was_publishes_nothing_for_its_pri
 
 TEST(BookPublication, publishing_forgets_the_touched_prices_even_if_none_has_changed) {
   Market market;
-  market.engine.dirty.emplace(true, price4("190.00"));
+  touch_price(market.engine, market.stock, BUYS, price4("190.00"));
   market.publish();
-  EXPECT_THAT(market.engine.dirty, IsEmpty());
+  EXPECT_THAT(touched_prices(market.engine, market.stock), IsEmpty());
   market.begin();
   market.buy("190.00", 100);
   market.publish();
-  EXPECT_THAT(market.engine.dirty, IsEmpty());
+  EXPECT_THAT(touched_prices(market.engine, market.stock), IsEmpty());
 }
 
 TEST(BookPublication, a_total_of_2_to_the_32_shares_wraps_to_0_and_the_level_is_not_shown) {
@@ -210,7 +217,7 @@ TEST(BookPublication, a_total_of_2_to_the_32_shares_wraps_to_0_and_the_level_is_
   market.buy("190.00", 0x80000000);
   market.publish();
   market.exchange.feed_shows({"8 2147483648 @ 190.00 last", "8 0 @ 190.00 last"});
-  EXPECT_THAT(market.exchange.stock().shown_bids, IsEmpty());
+  EXPECT_THAT(shown_levels(market.engine, market.stock, BUYS), IsEmpty());
 }
 
 TEST(BookPublication, a_batch_that_just_fits_stays_in_the_packet_under_assembly) {
@@ -220,8 +227,8 @@ TEST(BookPublication, a_batch_that_just_fits_stays_in_the_packet_under_assembly)
   market.buy("190.00", 100);
   market.sell("190.01", 100);
   market.publish();
-  EXPECT_EQ(market.publisher.packets, 0u);
-  EXPECT_EQ(market.publisher.fill, 1500u);
+  EXPECT_EQ(state_of(market.publisher).packets, 0u);
+  EXPECT_EQ(state_of(market.publisher).packet_size, 1500u);
 }
 
 TEST(BookPublication, a_batch_that_would_end_at_byte_1501_flushes_ahead_of_its_first_update) {
@@ -231,9 +238,9 @@ TEST(BookPublication, a_batch_that_would_end_at_byte_1501_flushes_ahead_of_its_f
   market.buy("190.00", 100);
   market.sell("190.01", 100);
   market.publish();
-  EXPECT_EQ(market.publisher.packets, 1u);
-  EXPECT_EQ(market.publisher.header.message_count, 2u);
-  EXPECT_EQ(market.publisher.header.first_seq, 2u);  // flushed from outside append: true
+  EXPECT_EQ(state_of(market.publisher).packets, 1u);
+  EXPECT_EQ(state_of(market.publisher).waiting, 2u);
+  EXPECT_EQ(state_of(market.publisher).announced_seq, 2u);  // flushed from outside append: true
 }
 
 TEST(BookPublication, with_1450_bytes_in_the_packet_a_batch_of_two_is_not_split) {
@@ -243,8 +250,8 @@ TEST(BookPublication, with_1450_bytes_in_the_packet_a_batch_of_two_is_not_split)
   market.buy("190.00", 100);
   market.sell("190.01", 100);
   market.publish();
-  EXPECT_EQ(market.publisher.packets, 1u);
-  EXPECT_EQ(market.publisher.fill, 40u + 64u);
+  EXPECT_EQ(state_of(market.publisher).packets, 1u);
+  EXPECT_EQ(state_of(market.publisher).packet_size, 40u + 64u);
 }
 
 TEST(BookPublication, prices_that_have_not_changed_take_no_room_in_that_reckoning) {
@@ -254,9 +261,9 @@ TEST(BookPublication, prices_that_have_not_changed_take_no_room_in_that_reckonin
   market.begin();
   market.buy("190.00", 100);
   market.sell("190.01", 100);
-  market.engine.dirty.emplace(true, price4("189.00"));
+  touch_price(market.engine, market.stock, BUYS, price4("189.00"));
   market.publish();
-  EXPECT_EQ(market.publisher.fill, 1500u);
+  EXPECT_EQ(state_of(market.publisher).packet_size, 1500u);
 }
 
 TEST(BookPublication, fifty_updates_into_an_empty_packet_flush_nothing_ahead_and_overflow_later) {
@@ -264,7 +271,7 @@ TEST(BookPublication, fifty_updates_into_an_empty_packet_flush_nothing_ahead_and
   market.begin();
   for (int i = 0; i < 50; ++i) market.buy("1" + std::to_string(10 + i) + ".00", 100);
   market.publish();
-  EXPECT_EQ(market.publisher.packets, 1u);
+  EXPECT_EQ(state_of(market.publisher).packets, 1u);
   market.publisher.flush();
   const auto packets = market.exchange.packets();
   ASSERT_THAT(packets, SizeIs(2));
@@ -273,8 +280,8 @@ TEST(BookPublication, fifty_updates_into_an_empty_packet_flush_nothing_ahead_and
   EXPECT_EQ(packets[1].message_count, 5);
   EXPECT_EQ(packets[1].first_seq, 47u);  // its first message is number 46
   EXPECT_EQ(packets[1].stream_offset, 45u * 32);
-  EXPECT_EQ(market.publisher.retained[45].seq, 46u);
-  EXPECT_EQ(market.publisher.retained[45].stream_offset, 45u * 32);
+  EXPECT_EQ(test::retained_message(market.publisher, 45).seq, 46u);
+  EXPECT_EQ(test::retained_message(market.publisher, 45).stream_offset, 45u * 32);
   for (const FeedMessage& message : packets[0].messages) EXPECT_EQ(message.flags, 0);
   EXPECT_EQ(packets[1].messages.back().flags, 1);
 }
@@ -285,8 +292,8 @@ TEST(BookPublication, fifty_updates_behind_a_message_flush_it_first) {
   market.begin();
   for (int i = 0; i < 50; ++i) market.buy("1" + std::to_string(10 + i) + ".00", 100);
   market.publish();
-  EXPECT_EQ(market.publisher.packets, 2u);
-  EXPECT_EQ(market.publisher.header.message_count, 5u);
+  EXPECT_EQ(state_of(market.publisher).packets, 2u);
+  EXPECT_EQ(state_of(market.publisher).waiting, 5u);
 }
 
 TEST(BookPublication, a_trade_report_stands_ahead_of_the_updates_of_its_event) {
@@ -319,11 +326,11 @@ TEST(BookPublication, a_dropped_packet_changes_nothing_of_what_counts_as_shown) 
     market.publish();
     market.publisher.flush();
   });
-  EXPECT_THAT(market.exchange.stock().shown_bids, ElementsAre(Pair(1900000, 100)));
+  EXPECT_THAT(shown_levels(market.engine, market.stock, BUYS), ElementsAre(Pair(1900000, 100)));
   market.begin();
-  market.engine.dirty.emplace(true, price4("190.00"));
+  touch_price(market.engine, market.stock, BUYS, price4("190.00"));
   market.publish();
-  EXPECT_EQ(market.publisher.next_seq, 2u);  // not said again
+  EXPECT_EQ(state_of(market.publisher).next_seq, 2u);  // not said again
 }
 
 TEST(BookPublication, each_update_writes_a_truth_line_of_the_book_as_it_stands_behind_it) {
@@ -436,7 +443,7 @@ TEST(OpenMarket, the_statuses_share_one_reading_and_each_security_event_has_its_
 TEST(OpenMarket, begins_the_feed_at_number_1_and_offset_0_and_leaves_nothing_waiting) {
   Exchange exchange{"AAPL:190.00,MSFT:410.00,SPY:520.00"};
   exchange.engine.open_market();
-  EXPECT_EQ(exchange.publisher.header.message_count, 0u);
+  EXPECT_EQ(state_of(exchange.publisher).waiting, 0u);
   const auto packets = exchange.packets();
   ASSERT_FALSE(packets.empty());
   EXPECT_EQ(packets.front().first_seq, 1u);
@@ -449,7 +456,7 @@ TEST(OpenMarket, begins_the_feed_at_number_1_and_offset_0_and_leaves_nothing_wai
     offset += packet.payload_length;
     messages += packet.message_count;
   }
-  EXPECT_EQ(messages, exchange.publisher.next_seq - 1);
+  EXPECT_EQ(messages, state_of(exchange.publisher).next_seq - 1);
 }
 
 TEST(OpenMarket, posts_forty_orders_per_symbol_and_sets_the_system_status) {
@@ -459,8 +466,8 @@ TEST(OpenMarket, posts_forty_orders_per_symbol_and_sets_the_system_status) {
   EXPECT_EQ(exchange.engine.next_order_id, 1000u + 80u);
   EXPECT_EQ(exchange.engine.system_status, 'R');
   for (const Stock& stock : exchange.engine.stocks) {
-    EXPECT_FALSE(stock.shown_bids.empty());
-    EXPECT_FALSE(stock.shown_asks.empty());
+    EXPECT_THAT(shown_levels(exchange.engine, stock, BUYS), Not(IsEmpty()));
+    EXPECT_THAT(shown_levels(exchange.engine, stock, SELLS), Not(IsEmpty()));
   }
 }
 
@@ -469,11 +476,8 @@ TEST(OpenMarket, the_books_are_seeded_around_the_mid_in_whole_cents_halves_away_
   exchange.engine.open_market();
   const auto messages = exchange.feed();
   EXPECT_EQ(bytes_of(messages[1].bytes.substr(22, 8)), hex("B4 8B 01 00 00 00 00 00"));  // 10.13
-  for (const Order& order : [&] {
-         std::vector<Order> orders;
-         for (const auto& [id, resting] : exchange.engine.orders) orders.push_back(resting);
-         return orders;
-       }()) {
+  for (const uint64_t id : test::order_ids(exchange.engine)) {
+    const Order& order = test::order_by_id(exchange.engine, id);
     EXPECT_EQ(order.price % 100, 0);
     if (order.buy) {
       EXPECT_LE(order.price, 101300 - 100);

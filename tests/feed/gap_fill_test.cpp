@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "feed/tp_publisher.h"
+#include "support/inside.h"
 #include "support/test_clock.h"
 #include "support/udp_inbox.h"
 
@@ -187,6 +188,8 @@ struct Feed {
     return packets_of(replies_to({.ranges = ranges}));
   }
 
+  test::PublisherState state() const { return test::state_of(publisher); }
+
   UdpInbox inbox;
   std::optional<ReservedUdpPort> reserved{std::in_place};
   uint16_t gap_port = 0;
@@ -218,9 +221,9 @@ TEST(GapFill, a_reply_byte_by_byte) {
                               "03 00 00 00 00 00 00 00 02 00 00 00 00 00 00 00"
                               "01 02 03 04 05 06 07 08"
                               "02 00 0B 0C 01 00 0D")));
-  EXPECT_EQ(feed.publisher.gap_requests, 1u);
-  EXPECT_EQ(feed.publisher.gap_messages, 2u);
-  EXPECT_EQ(feed.publisher.gap_rejects, 0u);
+  EXPECT_EQ(feed.state().gap_requests, 1u);
+  EXPECT_EQ(feed.state().gap_messages, 2u);
+  EXPECT_EQ(feed.state().gap_rejects, 0u);
 }
 
 TEST(GapFill, a_request_without_ranges_is_answered_with_the_state_of_the_feed) {
@@ -234,30 +237,30 @@ TEST(GapFill, a_request_without_ranges_is_answered_with_the_state_of_the_feed) {
   EXPECT_THAT(feed.replies_to({}), ElementsAre(hex("01 00 04 80 01 00 00 00 44 33 22 11 00 00 00 00"
                                                    "06 00 00 00 00 00 00 00 04 00 00 00 00 00 00 00"
                                                    "01 02 03 04 05 06 07 08")));
-  EXPECT_EQ(feed.publisher.gap_requests, 1u);
-  EXPECT_EQ(feed.publisher.gap_messages, 0u);
+  EXPECT_EQ(feed.state().gap_requests, 1u);
+  EXPECT_EQ(feed.state().gap_messages, 0u);
 }
 
 TEST(GapFill, kind_2_is_refused_though_it_is_well_formed) {
   Feed feed;
   feed.publish(3);
   EXPECT_THAT(feed.replies_to({.kind = 2, .ranges = {{1, 3}}}), IsEmpty());
-  EXPECT_EQ(feed.publisher.gap_rejects, 1u);
-  EXPECT_EQ(feed.publisher.gap_requests, 0u);
+  EXPECT_EQ(feed.state().gap_rejects, 1u);
+  EXPECT_EQ(feed.state().gap_requests, 0u);
 }
 
 TEST(GapFill, a_foreign_protocol_channel_or_session_is_refused_in_silence) {
   Feed feed;
   feed.publish(3);
   EXPECT_THAT(feed.replies_to({.protocol = 0x8003, .ranges = {{1, 3}}}), IsEmpty());
-  EXPECT_EQ(feed.publisher.gap_rejects, 1u);
+  EXPECT_EQ(feed.state().gap_rejects, 1u);
   EXPECT_THAT(feed.replies_to({.channel = 2, .ranges = {{1, 3}}}), IsEmpty());
-  EXPECT_EQ(feed.publisher.gap_rejects, 2u);
+  EXPECT_EQ(feed.state().gap_rejects, 2u);
   EXPECT_THAT(feed.replies_to({.session = SESSION + 1, .ranges = {{1, 3}}}), IsEmpty());
-  EXPECT_EQ(feed.publisher.gap_rejects, 3u);
+  EXPECT_EQ(feed.state().gap_rejects, 3u);
   EXPECT_THAT(feed.replies_to({.session = SESSION + 1}), IsEmpty());
-  EXPECT_EQ(feed.publisher.gap_rejects, 4u);
-  EXPECT_EQ(feed.publisher.gap_requests, 0u);
+  EXPECT_EQ(feed.state().gap_rejects, 4u);
+  EXPECT_EQ(feed.state().gap_requests, 0u);
 }
 
 TEST(GapFill, a_malformed_datagram_is_refused_and_the_next_is_served_in_the_same_turn) {
@@ -266,16 +269,16 @@ TEST(GapFill, a_malformed_datagram_is_refused_and_the_next_is_served_in_the_same
   feed.inbox.send(Bytes(15, 1), feed.gap_port);
   feed.inbox.send(Request{.ranges = {{1, 1}}, .count = 2}.datagram(), feed.gap_port);
   EXPECT_THAT(feed.replies_to({.ranges = {{1, 3}}}), SizeIs(1));
-  EXPECT_EQ(feed.publisher.gap_rejects, 2u);
-  EXPECT_EQ(feed.publisher.gap_requests, 1u);
+  EXPECT_EQ(feed.state().gap_rejects, 2u);
+  EXPECT_EQ(feed.state().gap_requests, 1u);
 }
 
 TEST(GapFill, one_bad_range_refuses_the_whole_request) {
   Feed feed;
   feed.publish(12);
   EXPECT_THAT(feed.packets_for({{5, 9}, {9, 12}}), IsEmpty());
-  EXPECT_EQ(feed.publisher.gap_rejects, 1u);
-  EXPECT_EQ(feed.publisher.gap_messages, 0u);
+  EXPECT_EQ(feed.state().gap_rejects, 1u);
+  EXPECT_EQ(feed.state().gap_messages, 0u);
 }
 
 TEST(GapFill, neighbouring_ranges_are_accepted_and_each_begins_a_packet_of_its_own) {
@@ -332,7 +335,7 @@ TEST(GapFill, a_request_is_cut_at_1000_messages) {
   EXPECT_EQ(messages_in(packets), 1000u);
   EXPECT_EQ(packets.front().first_seq, 1u);
   EXPECT_EQ(packets.back().first_seq + packets.back().message_count, 1001u);
-  EXPECT_EQ(feed.publisher.gap_messages, 1000u);
+  EXPECT_EQ(feed.state().gap_messages, 1000u);
 
   // The budget is the request's: the next one begins anew.
   EXPECT_EQ(messages_in(feed.packets_for({{1001, 5000}})), 1000u);
@@ -373,14 +376,14 @@ TEST(GapFill, a_range_wholly_in_the_future_is_left_out_without_a_word) {
   ASSERT_THAT(packets, SizeIs(1));
   EXPECT_EQ(packets[0].first_seq, 9u);
   EXPECT_THAT(feed.packets_for({{11, 20}}), IsEmpty());
-  EXPECT_EQ(feed.publisher.gap_requests, 2u);
-  EXPECT_EQ(feed.publisher.gap_rejects, 0u);
+  EXPECT_EQ(feed.state().gap_requests, 2u);
+  EXPECT_EQ(feed.state().gap_rejects, 0u);
 }
 
 TEST(GapFill, after_an_eviction_a_spanning_request_begins_at_the_oldest_kept) {
   Feed feed;
   feed.publish(10);
-  for (int i = 0; i < 4; ++i) feed.publisher.retained.pop_front();
+  test::forget_retained(feed.publisher, 4);
   const auto packets = feed.packets_for({{1, 7}});
   ASSERT_THAT(packets, SizeIs(1));
   EXPECT_EQ(packets[0].first_seq, 5u);
@@ -391,15 +394,15 @@ TEST(GapFill, after_an_eviction_a_spanning_request_begins_at_the_oldest_kept) {
 TEST(GapFill, a_request_for_evicted_messages_alone_gets_no_reply_at_all) {
   Feed feed;
   feed.publish(10);
-  for (int i = 0; i < 4; ++i) feed.publisher.retained.pop_front();
+  test::forget_retained(feed.publisher, 4);
   EXPECT_THAT(feed.packets_for({{1, 4}}), IsEmpty());
-  EXPECT_EQ(feed.publisher.gap_requests, 1u);
+  EXPECT_EQ(feed.state().gap_requests, 1u);
 }
 
 TEST(GapFill, before_the_first_message_there_is_nothing_to_replay) {
   Feed feed;
   EXPECT_THAT(feed.packets_for({{0, UINT64_MAX}}), IsEmpty());
-  EXPECT_EQ(feed.publisher.gap_requests, 1u);
+  EXPECT_EQ(feed.state().gap_requests, 1u);
 }
 
 TEST(GapFill, a_message_that_still_waits_can_be_replayed_before_its_multicast) {
@@ -417,12 +420,12 @@ TEST(GapFill, the_packet_under_assembly_and_the_counts_of_the_feed_stay_untouche
   feed.publish(2);
   feed.append(hex("AA BB"));
   feed.packets_for({{1, 3}});
-  EXPECT_EQ(feed.publisher.fill, 44u);
-  EXPECT_EQ(feed.publisher.header.message_count, 1u);
-  EXPECT_EQ(feed.publisher.next_seq, 4u);
-  EXPECT_EQ(feed.publisher.packets, 1u);
-  EXPECT_EQ(feed.publisher.messages, 3u);
-  EXPECT_EQ(feed.publisher.last_flush_ms, test::START_STEADY_MS);
+  EXPECT_EQ(feed.state().packet_size, 44u);
+  EXPECT_EQ(feed.state().waiting, 1u);
+  EXPECT_EQ(feed.state().next_seq, 4u);
+  EXPECT_EQ(feed.state().packets, 1u);
+  EXPECT_EQ(feed.state().messages, 3u);
+  EXPECT_EQ(feed.state().last_flush_ms, test::START_STEADY_MS);
   feed.publisher.flush();
   const auto packets = packets_of(feed.inbox.take());
   ASSERT_THAT(packets, SizeIs(1));
@@ -505,7 +508,7 @@ TEST(GapFill, all_that_waits_is_served_in_one_turn) {
   feed.publish(5);
   for (int i = 0; i < 20; ++i) feed.inbox.send(Request{}.datagram(), feed.gap_port);
   feed.publisher.serve_gap_fill();
-  EXPECT_EQ(feed.publisher.gap_requests, 20u);
+  EXPECT_EQ(feed.state().gap_requests, 20u);
 }
 
 TEST(GapFill, an_empty_datagram_ends_the_service_of_the_turn_and_counts_as_nothing) {
@@ -513,11 +516,11 @@ TEST(GapFill, an_empty_datagram_ends_the_service_of_the_turn_and_counts_as_nothi
   feed.publish(5);
   feed.inbox.send({}, feed.gap_port);
   EXPECT_THAT(feed.packets_for({{1, 1}}), IsEmpty());
-  EXPECT_EQ(feed.publisher.gap_rejects, 0u);
-  EXPECT_EQ(feed.publisher.gap_requests, 0u);
+  EXPECT_EQ(feed.state().gap_rejects, 0u);
+  EXPECT_EQ(feed.state().gap_requests, 0u);
   feed.publisher.serve_gap_fill();
   EXPECT_THAT(feed.inbox.take(), SizeIs(1));
-  EXPECT_EQ(feed.publisher.gap_requests, 1u);
+  EXPECT_EQ(feed.state().gap_requests, 1u);
 }
 
 TEST(GapFill, a_datagram_is_cut_at_2048_bytes_which_hold_127_ranges) {
@@ -530,7 +533,7 @@ TEST(GapFill, a_datagram_is_cut_at_2048_bytes_which_hold_127_ranges) {
 
   request.ranges.emplace_back(299, 300);
   EXPECT_THAT(feed.replies_to(request), IsEmpty());
-  EXPECT_EQ(feed.publisher.gap_rejects, 1u);
+  EXPECT_EQ(feed.state().gap_rejects, 1u);
 
   request.count = 127;  // the range behind them is junk now
   EXPECT_EQ(messages_in(packets_of(feed.replies_to(request))), 127u);
@@ -540,7 +543,7 @@ TEST(GapFill, without_a_gap_fill_socket_nothing_happens) {
   UdpInbox inbox;
   TpPublisher publisher("127.0.0.1", inbox.port(), "127.0.0.1", 0, SESSION);
   publisher.serve_gap_fill();
-  EXPECT_EQ(publisher.gap_requests + publisher.gap_rejects, 0u);
+  EXPECT_EQ(test::state_of(publisher).gap_requests + test::state_of(publisher).gap_rejects, 0u);
   EXPECT_THAT(inbox.take(), IsEmpty());
 }
 
@@ -548,7 +551,7 @@ TEST(GapFill, with_no_request_the_service_returns_at_once) {
   Feed feed;
   feed.publish(5);
   feed.publisher.serve_gap_fill();
-  EXPECT_EQ(feed.publisher.gap_requests + feed.publisher.gap_rejects, 0u);
+  EXPECT_EQ(feed.state().gap_requests + feed.state().gap_rejects, 0u);
 }
 
 }  // namespace

@@ -15,6 +15,7 @@
 
 #include "market/engine.h"
 #include "support/exchange.h"
+#include "support/inside.h"
 #include "support/test_clock.h"
 #include "support/udp_inbox.h"
 
@@ -111,16 +112,9 @@ bool is_image(const Bytes& reply) { return reply.size() > 4 && reply[2] == 's'; 
 
 /// A change of the first book that is published and waits in the packet under assembly.
 void rest_unflushed(Exchange& exchange, bool buy, Price4 price, uint32_t shares) {
-  Engine& engine = exchange.engine;
-  Order order;
-  order.id = engine.next_order_id++;
-  order.locate = 1;
-  order.buy = buy;
-  order.price = price;
-  order.leaves = order.qty = shares;
-  engine.begin_event();
-  engine.rest_order(exchange.stock(), order);
-  engine.publish_dirty(exchange.stock());
+  exchange.engine.begin_event();
+  test::rest_synthetic(exchange.engine, exchange.stock(), buy, price, shares);
+  exchange.engine.publish_dirty(exchange.stock());
 }
 
 // --- The image ---
@@ -194,12 +188,7 @@ TEST(SnapImage, shows_every_level_best_price_first_and_always_flags_1) {
 TEST(SnapImage, shows_what_the_feed_has_said_and_not_the_raw_book) {
   Exchange exchange{"AA:10.00"};
   exchange.rests({"AA buy 100 @ 9.99"});
-  Order unpublished;
-  unpublished.id = 7;
-  unpublished.locate = 1;
-  unpublished.price = 99800;
-  unpublished.leaves = 500;
-  exchange.engine.rest_order(exchange.stock(), unpublished);
+  test::rest_synthetic(exchange.engine, exchange.stock(), test::BUYS, 99800, 500);  // unpublished
   EXPECT_EQ(Image(build_snap_image(exchange.engine)).types(), "DSHEOP8I");
 }
 
@@ -232,11 +221,12 @@ TEST(SnapImage, the_first_frame_tells_the_whole_size_and_the_last_the_number_of_
   const Bytes reply = build_snap_image(exchange.engine);
   const Image image(reply);
   EXPECT_EQ(number_at(reply, 3, 8), reply.size());
-  const uint64_t last_seq = exchange.publisher.next_seq - 1;
+  const test::PublisherState state = test::state_of(exchange.publisher);
+  const uint64_t last_seq = state.next_seq - 1;
   EXPECT_EQ(number_at(image.frames.back(), 3, 8), last_seq);
   for (size_t i = 1; i + 1 < image.frames.size(); ++i) {
     EXPECT_EQ(number_at(image.frames[i], 27, 8), last_seq);
-    EXPECT_EQ(number_at(image.frames[i], 19, 8), exchange.publisher.stream_offset);
+    EXPECT_EQ(number_at(image.frames[i], 19, 8), state.stream_offset);
   }
 }
 
@@ -244,15 +234,17 @@ TEST(SnapImage, leaves_the_feed_and_the_event_in_hand_alone) {
   Exchange exchange{"AA:10.00"};
   rest_unflushed(exchange, true, 99900, 100);
   exchange.engine.event_time = 77;
-  exchange.engine.dirty.emplace(true, 5);
-  const uint64_t fill = exchange.publisher.fill;
+  test::touch_price(exchange.engine, exchange.stock(), test::BUYS, 5);
+  const uint64_t packet_size = test::state_of(exchange.publisher).packet_size;
   build_snap_image(exchange.engine);
   EXPECT_EQ(exchange.engine.event_time, 77u);
-  EXPECT_THAT(exchange.engine.dirty, SizeIs(1));
-  EXPECT_EQ(exchange.publisher.next_seq, 2u);
-  EXPECT_EQ(exchange.publisher.fill, fill);
-  EXPECT_EQ(exchange.publisher.packets, 0u);
-  EXPECT_THAT(exchange.publisher.retained, SizeIs(1));
+  EXPECT_THAT(test::touched_prices(exchange.engine, exchange.stock()),
+              ElementsAre(testing::Pair(test::BUYS, 5)));
+  const test::PublisherState state = test::state_of(exchange.publisher);
+  EXPECT_EQ(state.next_seq, 2u);
+  EXPECT_EQ(state.packet_size, packet_size);
+  EXPECT_EQ(state.packets, 0u);
+  EXPECT_EQ(state.retained, 1u);
 }
 
 TEST(SnapImage, each_one_built_is_counted) {

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "support/inside.h"
 #include "support/test_clock.h"
 #include "support/udp_inbox.h"
 
@@ -16,11 +17,17 @@ namespace quorl {
 namespace {
 
 using test::Bytes;
+using test::FeedSockets;
 using test::hex;
 using test::joined;
 using test::Packet;
 using test::packets_of;
+using test::PublisherState;
 using test::ReservedUdpPort;
+using test::Retained;
+using test::retained_message;
+using test::sockets_of;
+using test::state_of;
 using test::UdpInbox;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -43,6 +50,8 @@ struct Feed {
     append(size);
     publisher.flush();
   }
+
+  PublisherState state() const { return state_of(publisher); }
 
   std::vector<Packet> take() { return packets_of(inbox.take()); }
 
@@ -84,55 +93,58 @@ bool blocks(int fd) { return (::fcntl(fd, F_GETFL) & O_NONBLOCK) == 0; }
 
 TEST(TpPublisher, begins_at_sequence_number_1_and_stream_offset_0_with_an_empty_packet) {
   Feed feed;
-  const TpPublisher& publisher = feed.publisher;
-  EXPECT_EQ(publisher.session_id, SESSION);
-  EXPECT_EQ(publisher.next_seq, 1u);
-  EXPECT_EQ(publisher.stream_offset, 0u);
-  EXPECT_EQ(publisher.fill, 40u);
-  EXPECT_EQ(publisher.limit, 1500u);
-  EXPECT_EQ(publisher.header.session_id, SESSION);
-  EXPECT_EQ(publisher.header.message_count, 0u);
-  EXPECT_EQ(publisher.header.first_seq, 1u);
-  EXPECT_EQ(publisher.messages + publisher.packets + publisher.dropped, 0u);
-  EXPECT_EQ(publisher.last_flush_ms, 0u);
-  EXPECT_TRUE(publisher.held.empty());
-  EXPECT_TRUE(publisher.retained.empty());
+  const PublisherState state = feed.state();
+  EXPECT_EQ(state.session_id, SESSION);
+  EXPECT_EQ(state.next_seq, 1u);
+  EXPECT_EQ(state.stream_offset, 0u);
+  EXPECT_EQ(state.packet_size, 40u);
+  EXPECT_EQ(state.packet_limit, 1500u);
+  EXPECT_EQ(state.waiting, 0u);
+  EXPECT_EQ(state.announced_seq, 1u);
+  EXPECT_EQ(state.messages + state.packets + state.dropped, 0u);
+  EXPECT_EQ(state.last_flush_ms, 0u);
+  EXPECT_EQ(state.held_size, 0u);
+  EXPECT_EQ(state.retained, 0u);
+  feed.publisher.flush();
+  EXPECT_EQ(feed.take().at(0).session_id, SESSION);
 }
 
 TEST(TpPublisher, sends_from_the_interface_with_a_ttl_of_1_and_loops_back) {
   const TpPublisher publisher("233.54.26.111", 25477, "127.0.0.1", 0, SESSION);
-  EXPECT_EQ(multicast_interface_of(publisher.fd), htonl(INADDR_LOOPBACK));
-  EXPECT_EQ(byte_option_of(publisher.fd, IP_MULTICAST_TTL), 1);
-  EXPECT_EQ(byte_option_of(publisher.fd, IP_MULTICAST_LOOP), 1);
-  EXPECT_EQ(publisher.dest.sin_family, AF_INET);
-  EXPECT_EQ(publisher.dest.sin_port, htons(25477));
-  EXPECT_EQ(publisher.dest.sin_addr.s_addr, htonl(0xE9361A6F));
+  const FeedSockets sockets = sockets_of(publisher);
+  EXPECT_EQ(multicast_interface_of(sockets.feed_fd), htonl(INADDR_LOOPBACK));
+  EXPECT_EQ(byte_option_of(sockets.feed_fd, IP_MULTICAST_TTL), 1);
+  EXPECT_EQ(byte_option_of(sockets.feed_fd, IP_MULTICAST_LOOP), 1);
+  EXPECT_EQ(sockets.to.sin_family, AF_INET);
+  EXPECT_EQ(sockets.to.sin_port, htons(25477));
+  EXPECT_EQ(sockets.to.sin_addr.s_addr, htonl(0xE9361A6F));
 }
 
 TEST(TpPublisher, the_feed_socket_blocks_and_is_not_bound) {
   const Feed feed;
-  EXPECT_TRUE(blocks(feed.publisher.fd));
-  EXPECT_EQ(bound_address_of(feed.publisher.fd).sin_port, 0);
+  EXPECT_TRUE(blocks(sockets_of(feed.publisher).feed_fd));
+  EXPECT_EQ(bound_address_of(sockets_of(feed.publisher).feed_fd).sin_port, 0);
 }
 
 TEST(TpPublisher, addresses_that_are_none_leave_the_zero_address_and_the_run_goes_on) {
   TpPublisher publisher("not an address", 25477, "nor this", 0, SESSION);
-  EXPECT_EQ(publisher.dest.sin_addr.s_addr, 0u);
-  EXPECT_EQ(multicast_interface_of(publisher.fd), 0u);
+  EXPECT_EQ(sockets_of(publisher).to.sin_addr.s_addr, 0u);
+  EXPECT_EQ(multicast_interface_of(sockets_of(publisher).feed_fd), 0u);
 }
 
 TEST(TpPublisher, gap_port_0_means_no_gap_fill) {
   const Feed feed;
-  EXPECT_EQ(feed.publisher.gap_fd, -1);
+  EXPECT_EQ(sockets_of(feed.publisher).gap_fd, -1);
 }
 
 TEST(TpPublisher, the_gap_fill_socket_is_bound_to_every_address_and_does_not_block) {
   const ReservedUdpPort port;
   const TpPublisher publisher("127.0.0.1", 9, "127.0.0.1", port.number(), SESSION);
-  ASSERT_GE(publisher.gap_fd, 0);
-  EXPECT_FALSE(blocks(publisher.gap_fd));
-  EXPECT_EQ(bound_address_of(publisher.gap_fd).sin_addr.s_addr, htonl(INADDR_ANY));
-  EXPECT_EQ(bound_address_of(publisher.gap_fd).sin_port, htons(port.number()));
+  const int gap_fd = sockets_of(publisher).gap_fd;
+  ASSERT_GE(gap_fd, 0);
+  EXPECT_FALSE(blocks(gap_fd));
+  EXPECT_EQ(bound_address_of(gap_fd).sin_addr.s_addr, htonl(INADDR_ANY));
+  EXPECT_EQ(bound_address_of(gap_fd).sin_port, htons(port.number()));
 }
 
 TEST(TpPublisher, a_taken_gap_fill_port_is_reported_and_the_feed_goes_on_without_it) {
@@ -142,7 +154,7 @@ TEST(TpPublisher, a_taken_gap_fill_port_is_reported_and_the_feed_goes_on_without
   CaptureStderr();
   TpPublisher publisher("127.0.0.1", inbox.port(), "127.0.0.1", port.number(), SESSION);
   EXPECT_EQ(GetCapturedStderr(), "quorl: gap-fill port: Address already in use\n");
-  EXPECT_EQ(publisher.gap_fd, -1);
+  EXPECT_EQ(sockets_of(publisher).gap_fd, -1);
 
   publisher.append("x", 1);
   publisher.flush();
@@ -154,7 +166,7 @@ TEST(TpPublisher, a_holder_that_shares_the_gap_fill_port_does_not_keep_it_from_u
   CaptureStderr();
   const TpPublisher publisher("127.0.0.1", 9, "127.0.0.1", port.number(), SESSION);
   EXPECT_EQ(GetCapturedStderr(), "");
-  EXPECT_GE(publisher.gap_fd, 0);
+  EXPECT_GE(sockets_of(publisher).gap_fd, 0);
 }
 
 TEST(TpPublisher, both_sockets_close_with_it) {
@@ -163,8 +175,8 @@ TEST(TpPublisher, both_sockets_close_with_it) {
   int gap_fd = -1;
   {
     const TpPublisher publisher("127.0.0.1", 9, "127.0.0.1", port.number(), SESSION);
-    fd = publisher.fd;
-    gap_fd = publisher.gap_fd;
+    fd = sockets_of(publisher).feed_fd;
+    gap_fd = sockets_of(publisher).gap_fd;
     EXPECT_NE(::fcntl(gap_fd, F_GETFD), -1);
   }
   EXPECT_EQ(::fcntl(fd, F_GETFD), -1);
@@ -204,25 +216,25 @@ TEST(TpPublisher, nothing_leaves_before_a_flush) {
   Feed feed;
   feed.append(10);
   EXPECT_THAT(feed.inbox.take(), IsEmpty());
-  EXPECT_EQ(feed.publisher.header.message_count, 1u);
-  EXPECT_EQ(feed.publisher.fill, 52u);
+  EXPECT_EQ(feed.state().waiting, 1u);
+  EXPECT_EQ(feed.state().packet_size, 52u);
 }
 
 TEST(TpPublisher, flush_if_pending_sends_only_what_waits) {
   Feed feed;
   feed.publisher.flush_if_pending();
-  EXPECT_EQ(feed.publisher.packets, 0u);
+  EXPECT_EQ(feed.state().packets, 0u);
   feed.append(1);
   feed.publisher.flush_if_pending();
   feed.publisher.flush_if_pending();
-  EXPECT_EQ(feed.publisher.packets, 1u);
+  EXPECT_EQ(feed.state().packets, 1u);
   EXPECT_THAT(feed.take(), SizeIs(1));
 }
 
 TEST(TpPublisher, flush_itself_does_not_test_for_emptiness) {
   Feed feed;
   feed.publisher.flush();
-  EXPECT_EQ(feed.publisher.packets, 1u);
+  EXPECT_EQ(feed.state().packets, 1u);
   const auto packets = feed.take();
   ASSERT_THAT(packets, SizeIs(1));
   EXPECT_EQ(packets[0].size, 40u);
@@ -235,7 +247,7 @@ TEST(TpPublisher, flush_stamps_the_system_clock_and_notes_the_steady_one) {
   test::advance_ms(7);
   feed.publisher.flush();
   EXPECT_EQ(feed.take().at(0).send_time, T + 7'000'000);
-  EXPECT_EQ(feed.publisher.last_flush_ms, test::START_STEADY_MS + 7);
+  EXPECT_EQ(feed.state().last_flush_ms, test::START_STEADY_MS + 7);
 }
 
 TEST(TpPublisher, messages_counts_what_append_was_given_and_packets_what_was_flushed) {
@@ -246,18 +258,18 @@ TEST(TpPublisher, messages_counts_what_append_was_given_and_packets_what_was_flu
   feed.append(1400);
   feed.append(1400);  // flushes the first of the two
   feed.append(2000);  // flushes the other, and can never be sent itself
-  EXPECT_EQ(feed.publisher.messages, 5u);
-  EXPECT_EQ(feed.publisher.packets, 3u);
+  EXPECT_EQ(feed.state().messages, 5u);
+  EXPECT_EQ(feed.state().packets, 3u);
 }
 
 TEST(TpPublisher, a_failed_send_is_ignored_and_counts_as_sent) {
   TpPublisher publisher("127.0.0.1", 0, "127.0.0.1", 0, SESSION);  // nobody can send to port 0
   publisher.append("ab", 2);
   publisher.flush();
-  EXPECT_EQ(publisher.packets, 1u);
-  EXPECT_EQ(publisher.dropped, 0u);
-  EXPECT_EQ(publisher.stream_offset, 4u);
-  EXPECT_THAT(publisher.retained, SizeIs(1));
+  EXPECT_EQ(state_of(publisher).packets, 1u);
+  EXPECT_EQ(state_of(publisher).dropped, 0u);
+  EXPECT_EQ(state_of(publisher).stream_offset, 4u);
+  EXPECT_EQ(state_of(publisher).retained, 1u);
 }
 
 // --- The limits of a packet ---
@@ -266,8 +278,8 @@ TEST(TpPublisher, a_block_that_ends_at_byte_1500_fits) {
   Feed feed;
   feed.append(100);
   feed.append(1356);  // 40 + 102 + 1358
-  EXPECT_EQ(feed.publisher.packets, 0u);
-  EXPECT_EQ(feed.publisher.fill, 1500u);
+  EXPECT_EQ(feed.state().packets, 0u);
+  EXPECT_EQ(feed.state().packet_size, 1500u);
   feed.publisher.flush();
   const auto packets = feed.take();
   ASSERT_THAT(packets, SizeIs(1));
@@ -279,7 +291,7 @@ TEST(TpPublisher, a_block_that_would_end_at_byte_1501_goes_into_the_next_packet)
   Feed feed;
   feed.append(100);
   feed.append(1357);
-  EXPECT_EQ(feed.publisher.packets, 1u);
+  EXPECT_EQ(feed.state().packets, 1u);
   feed.publisher.flush();
   const auto packets = feed.take();
   ASSERT_THAT(packets, SizeIs(2));
@@ -290,7 +302,7 @@ TEST(TpPublisher, a_block_that_would_end_at_byte_1501_goes_into_the_next_packet)
 TEST(TpPublisher, the_largest_message_of_all_has_1458_bytes) {
   Feed feed;
   feed.append(1458);
-  EXPECT_EQ(feed.publisher.fill, 1500u);
+  EXPECT_EQ(feed.state().packet_size, 1500u);
   feed.publisher.flush();
   EXPECT_EQ(feed.take().at(0).size, 1500u);
 }
@@ -299,15 +311,16 @@ TEST(TpPublisher, a_message_that_fits_no_packet_takes_a_number_and_is_kept_but_n
   Feed feed;
   feed.send_packet(10);
   feed.append(1459);
-  EXPECT_EQ(feed.publisher.packets, 1u);
-  EXPECT_EQ(feed.publisher.header.message_count, 0u);
-  EXPECT_EQ(feed.publisher.fill, 40u);
-  EXPECT_EQ(feed.publisher.next_seq, 3u);
-  EXPECT_EQ(feed.publisher.messages, 2u);
-  ASSERT_THAT(feed.publisher.retained, SizeIs(2));
-  EXPECT_EQ(feed.publisher.retained.back().seq, 2u);
-  EXPECT_EQ(feed.publisher.retained.back().stream_offset, 12u);
-  EXPECT_THAT(feed.publisher.retained.back().bytes, SizeIs(1459));
+  EXPECT_EQ(feed.state().packets, 1u);
+  EXPECT_EQ(feed.state().waiting, 0u);
+  EXPECT_EQ(feed.state().packet_size, 40u);
+  EXPECT_EQ(feed.state().next_seq, 3u);
+  EXPECT_EQ(feed.state().messages, 2u);
+  ASSERT_EQ(feed.state().retained, 2u);
+  const Retained kept = retained_message(feed.publisher, 1);
+  EXPECT_EQ(kept.seq, 2u);
+  EXPECT_EQ(kept.stream_offset, 12u);
+  EXPECT_THAT(kept.bytes, SizeIs(1459));
   EXPECT_THAT(feed.take(), SizeIs(1));
 }
 
@@ -315,8 +328,8 @@ TEST(TpPublisher, a_message_that_fits_no_packet_still_flushes_what_waits) {
   Feed feed;
   feed.append(10);
   feed.append(5000);
-  EXPECT_EQ(feed.publisher.packets, 1u);
-  EXPECT_EQ(feed.publisher.retained.back().stream_offset, 12u);
+  EXPECT_EQ(feed.state().packets, 1u);
+  EXPECT_EQ(retained_message(feed.publisher, 1).stream_offset, 12u);
   feed.append(1);
   feed.publisher.flush();
   EXPECT_THAT(feed.first_seqs(), ElementsAre(1, 3));
@@ -325,13 +338,13 @@ TEST(TpPublisher, a_message_that_fits_no_packet_still_flushes_what_waits) {
 TEST(TpPublisher, the_65535th_message_of_a_packet_fits_and_the_next_does_not) {
   Feed feed;
   feed.append(Bytes{});
-  feed.publisher.header.message_count = 65534;
+  test::set_waiting(feed.publisher, 65534);
   feed.append(Bytes{});
-  EXPECT_EQ(feed.publisher.packets, 0u);
-  EXPECT_EQ(feed.publisher.header.message_count, 65535u);
+  EXPECT_EQ(feed.state().packets, 0u);
+  EXPECT_EQ(feed.state().waiting, 65535u);
   feed.append(Bytes{});
-  EXPECT_EQ(feed.publisher.packets, 1u);
-  EXPECT_EQ(feed.publisher.header.message_count, 1u);
+  EXPECT_EQ(feed.state().packets, 1u);
+  EXPECT_EQ(feed.state().waiting, 1u);
   const auto datagrams = feed.inbox.take();
   ASSERT_THAT(datagrams, SizeIs(1));
   EXPECT_EQ(test::number_at(datagrams[0], 14, 2), 65535u);
@@ -378,11 +391,11 @@ TEST(TpPublisher, a_message_that_overflows_is_retained_with_its_true_number_and_
   feed.append(1400);
   feed.append(1000);
   feed.append(100);
-  ASSERT_THAT(feed.publisher.retained, SizeIs(3));
-  EXPECT_EQ(feed.publisher.retained[1].seq, 2u);
-  EXPECT_EQ(feed.publisher.retained[1].stream_offset, 1402u);
-  EXPECT_EQ(feed.publisher.retained[2].seq, 3u);
-  EXPECT_EQ(feed.publisher.retained[2].stream_offset, 2404u);
+  ASSERT_EQ(feed.state().retained, 3u);
+  EXPECT_EQ(retained_message(feed.publisher, 1).seq, 2u);
+  EXPECT_EQ(retained_message(feed.publisher, 1).stream_offset, 1402u);
+  EXPECT_EQ(retained_message(feed.publisher, 2).seq, 3u);
+  EXPECT_EQ(retained_message(feed.publisher, 2).stream_offset, 2404u);
 }
 
 TEST(TpPublisher, a_packet_announces_the_next_number_as_of_the_flush_before_it) {
@@ -401,8 +414,9 @@ TEST(TpPublisher, retains_each_message_without_its_length_at_the_offset_of_its_b
   feed.append(hex("0C"));
   feed.publisher.flush();
   feed.append(hex("0D"));
-  const auto& retained = feed.publisher.retained;
-  ASSERT_THAT(retained, SizeIs(3));
+  ASSERT_EQ(feed.state().retained, 3u);
+  std::vector<Retained> retained;
+  for (size_t i = 0; i < 3; ++i) retained.push_back(retained_message(feed.publisher, i));
   EXPECT_EQ(retained[0].seq, 1u);
   EXPECT_EQ(retained[0].stream_offset, 0u);
   EXPECT_EQ(retained[0].bytes, hex("0A 0B"));
@@ -416,19 +430,19 @@ TEST(TpPublisher, retains_each_message_without_its_length_at_the_offset_of_its_b
 TEST(TpPublisher, the_400001st_message_evicts_the_first) {
   TpPublisher publisher("127.0.0.1", 0, "127.0.0.1", 0, SESSION);
   for (int i = 0; i < 400000; ++i) publisher.append("", 0);
-  ASSERT_THAT(publisher.retained, SizeIs(400000));
-  EXPECT_EQ(publisher.retained.front().seq, 1u);
+  ASSERT_EQ(state_of(publisher).retained, 400000u);
+  EXPECT_EQ(retained_message(publisher, 0).seq, 1u);
   publisher.append("", 0);
-  EXPECT_THAT(publisher.retained, SizeIs(400000));
-  EXPECT_EQ(publisher.retained.front().seq, 2u);
-  EXPECT_EQ(publisher.retained.back().seq, 400001u);
+  EXPECT_EQ(state_of(publisher).retained, 400000u);
+  EXPECT_EQ(retained_message(publisher, 0).seq, 2u);
+  EXPECT_EQ(retained_message(publisher, 399999).seq, 400001u);
 }
 
 TEST(TpPublisher, next_block_offset_counts_what_waits_in_the_packet_under_assembly) {
   Feed feed;
   feed.send_packet(10);
   feed.append(20);
-  EXPECT_EQ(feed.publisher.stream_offset, 12u);
+  EXPECT_EQ(feed.state().stream_offset, 12u);
   EXPECT_EQ(feed.publisher.next_block_offset(), 34u);
 }
 
@@ -446,7 +460,7 @@ TEST(TpPublisher, a_heartbeat_byte_by_byte) {
   EXPECT_THAT(feed.inbox.take(), ElementsAre(hex("01 00 04 80 01 00 00 00 44 33 22 11 00 00 00 00"
                                                  "06 00 00 00 00 00 00 00 03 00 00 00 00 00 00 00"
                                                  "15 97 20 79 FE 9C 97 17")));
-  EXPECT_EQ(feed.publisher.last_flush_ms, test::START_STEADY_MS + 1000);
+  EXPECT_EQ(feed.state().last_flush_ms, test::START_STEADY_MS + 1000);
 }
 
 TEST(TpPublisher, a_heartbeat_is_no_packet_of_the_counts_and_moves_no_number) {
@@ -454,10 +468,10 @@ TEST(TpPublisher, a_heartbeat_is_no_packet_of_the_counts_and_moves_no_number) {
   feed.send_packet();
   feed.publisher.send_heartbeat();
   feed.publisher.send_heartbeat();
-  EXPECT_EQ(feed.publisher.packets, 1u);
-  EXPECT_EQ(feed.publisher.messages, 1u);
-  EXPECT_EQ(feed.publisher.next_seq, 2u);
-  EXPECT_EQ(feed.publisher.stream_offset, 3u);
+  EXPECT_EQ(feed.state().packets, 1u);
+  EXPECT_EQ(feed.state().messages, 1u);
+  EXPECT_EQ(feed.state().next_seq, 2u);
+  EXPECT_EQ(feed.state().stream_offset, 3u);
   feed.send_packet();
   EXPECT_THAT(feed.first_seqs(), ElementsAre(1, 2, 2, 2));
 }
@@ -466,7 +480,7 @@ TEST(TpPublisher, a_heartbeat_flushes_once_what_waits_and_still_follows) {
   Feed feed;
   feed.append(1);
   feed.publisher.send_heartbeat();
-  EXPECT_EQ(feed.publisher.packets, 1u);
+  EXPECT_EQ(feed.state().packets, 1u);
   const auto packets = feed.take();
   ASSERT_THAT(packets, SizeIs(2));
   EXPECT_EQ(packets[0].message_count, 1u);
@@ -521,10 +535,10 @@ TEST(TpPublisher, a_dropped_packet_is_not_sent_and_leaves_a_hole_in_numbers_and_
   ASSERT_THAT(packets, SizeIs(1));
   EXPECT_EQ(packets[0].first_seq, 3u);
   EXPECT_EQ(packets[0].stream_offset, 34u);
-  EXPECT_EQ(feed.publisher.packets, 2u);
-  EXPECT_EQ(feed.publisher.dropped, 1u);
-  EXPECT_EQ(feed.publisher.duplicated + feed.publisher.reordered, 0u);
-  EXPECT_THAT(feed.publisher.retained, SizeIs(3));
+  EXPECT_EQ(feed.state().packets, 2u);
+  EXPECT_EQ(feed.state().dropped, 1u);
+  EXPECT_EQ(feed.state().duplicated + feed.state().reordered, 0u);
+  EXPECT_EQ(feed.state().retained, 3u);
 }
 
 TEST(TpPublisher, a_dropped_packet_moves_the_time_of_the_last_flush) {
@@ -533,7 +547,7 @@ TEST(TpPublisher, a_dropped_packet_moves_the_time_of_the_last_flush) {
   CaptureStderr();
   feed.send_packet();
   GetCapturedStderr();
-  EXPECT_EQ(feed.publisher.last_flush_ms, test::START_STEADY_MS);
+  EXPECT_EQ(feed.state().last_flush_ms, test::START_STEADY_MS);
 }
 
 TEST(TpPublisher, a_duplicated_packet_goes_out_twice_alike_and_counts_once_in_the_stream) {
@@ -549,9 +563,9 @@ TEST(TpPublisher, a_duplicated_packet_goes_out_twice_alike_and_counts_once_in_th
   EXPECT_EQ(datagrams[0], datagrams[1]);
   EXPECT_EQ(packets_of(datagrams)[2].first_seq, 2u);
   EXPECT_EQ(packets_of(datagrams)[2].stream_offset, 12u);
-  EXPECT_EQ(feed.publisher.packets, 2u);
-  EXPECT_EQ(feed.publisher.duplicated, 1u);
-  EXPECT_EQ(feed.publisher.dropped + feed.publisher.reordered, 0u);
+  EXPECT_EQ(feed.state().packets, 2u);
+  EXPECT_EQ(feed.state().duplicated, 1u);
+  EXPECT_EQ(feed.state().dropped + feed.state().reordered, 0u);
 }
 
 TEST(TpPublisher, a_reordered_packet_leaves_behind_the_next_with_the_header_it_was_stamped_with) {
@@ -561,7 +575,7 @@ TEST(TpPublisher, a_reordered_packet_leaves_behind_the_next_with_the_header_it_w
   feed.send_packet(10);
   EXPECT_EQ(GetCapturedStderr(), "quorl fault: reordered seq 1 (held behind the next packet)\n");
   EXPECT_THAT(feed.take(), IsEmpty());
-  EXPECT_THAT(feed.publisher.held, SizeIs(52));
+  EXPECT_EQ(feed.state().held_size, 52u);
 
   test::advance_ms(3);
   CaptureStderr();
@@ -576,9 +590,9 @@ TEST(TpPublisher, a_reordered_packet_leaves_behind_the_next_with_the_header_it_w
   EXPECT_EQ(packets[1].stream_offset, 0u);
   EXPECT_EQ(packets[1].send_time, T);
   EXPECT_EQ(packets[1].size, 52u);
-  EXPECT_TRUE(feed.publisher.held.empty());
-  EXPECT_EQ(feed.publisher.reordered, 1u);
-  EXPECT_EQ(feed.publisher.dropped + feed.publisher.duplicated, 0u);
+  EXPECT_EQ(feed.state().held_size, 0u);
+  EXPECT_EQ(feed.state().reordered, 1u);
+  EXPECT_EQ(feed.state().dropped + feed.state().duplicated, 0u);
 }
 
 TEST(TpPublisher, a_held_packet_leaves_behind_the_duplicate_of_the_next) {
@@ -603,8 +617,8 @@ TEST(TpPublisher, a_packet_to_be_reordered_and_duplicated_is_held_and_sent_once_
   EXPECT_EQ(GetCapturedStderr(), "quorl fault: reordered seq 1 (held behind the next packet)\n");
   feed.send_packet();
   EXPECT_THAT(feed.first_seqs(), ElementsAre(2, 1));
-  EXPECT_EQ(feed.publisher.duplicated, 0u);
-  EXPECT_EQ(feed.publisher.reordered, 1u);
+  EXPECT_EQ(feed.state().duplicated, 0u);
+  EXPECT_EQ(feed.state().reordered, 1u);
   EXPECT_EQ(feed.publisher.faults.dup_next, 0u);
   EXPECT_EQ(feed.publisher.faults.reorder_next, 0u);
 }
@@ -618,8 +632,8 @@ TEST(TpPublisher, a_second_held_packet_replaces_the_first_which_is_never_seen) {
             "quorl fault: reordered seq 1 (held behind the next packet)\n"
             "quorl fault: reordered seq 2 (held behind the next packet)\n");
   EXPECT_THAT(feed.first_seqs(), ElementsAre(3, 2, 4));
-  EXPECT_EQ(feed.publisher.reordered, 2u);
-  EXPECT_EQ(feed.publisher.dropped, 0u);
+  EXPECT_EQ(feed.state().reordered, 2u);
+  EXPECT_EQ(feed.state().dropped, 0u);
 }
 
 TEST(TpPublisher, dropped_packets_keep_the_held_one_waiting_behind_them) {
@@ -647,7 +661,7 @@ TEST(TpPublisher, heartbeats_go_by_without_releasing_the_held_packet) {
   GetCapturedStderr();
   feed.publisher.send_heartbeat();
   EXPECT_THAT(feed.first_seqs(), ElementsAre(2));
-  EXPECT_FALSE(feed.publisher.held.empty());
+  EXPECT_NE(feed.state().held_size, 0u);
   feed.send_packet();
   EXPECT_THAT(feed.first_seqs(), ElementsAre(2, 1));
 }
@@ -658,7 +672,7 @@ TEST(TpPublisher, all_three_faults_on_one_packet_drop_it_and_spare_the_other_two
   CaptureStderr();
   feed.send_packet();
   EXPECT_EQ(GetCapturedStderr(), "quorl fault: dropped seq 1 (packet 1, 1 message(s))\n");
-  EXPECT_TRUE(feed.publisher.held.empty());
+  EXPECT_EQ(feed.state().held_size, 0u);
   EXPECT_EQ(feed.publisher.faults.dup_next, 1u);
   EXPECT_EQ(feed.publisher.faults.reorder_next, 1u);
 }
@@ -698,7 +712,7 @@ TEST(TpPublisher, a_recurring_drop_and_a_one_shot_on_one_packet_are_both_spent_o
   feed.publisher.faults.drop_every = 0;
   feed.send_packet();
   GetCapturedStderr();
-  EXPECT_EQ(feed.publisher.dropped, 2u);
+  EXPECT_EQ(feed.state().dropped, 2u);
   EXPECT_THAT(feed.first_seqs(), ElementsAre(3));
 }
 

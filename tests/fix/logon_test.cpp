@@ -8,6 +8,7 @@
 #include "fix/session.h"
 #include "support/fix_wire.h"
 #include "support/fix_wire_gateway.h"
+#include "support/inside.h"
 #include "support/test_clock.h"
 
 namespace quorl::test {
@@ -33,8 +34,8 @@ class Logon : public testing::Test {
     EXPECT_EQ(gateway.exchange.scenario.counters.logons, 0U);
   }
 
-  FixStream& stream(const std::string& comp_id = "ALPHA") {
-    return gateway.exchange.engine.streams[comp_id];
+  SessionMemory stream(const std::string& comp_id = "ALPHA") {
+    return {gateway.exchange.engine, comp_id};
   }
 
   WireGateway gateway;
@@ -54,9 +55,9 @@ TEST_F(Logon, of_a_new_client_is_answered_and_told_byte_for_byte) {
   EXPECT_EQ(alpha.client().comp_id, "ALPHA");
   EXPECT_EQ(alpha.client().heartbeat_s, 30);
   EXPECT_EQ(alpha.client().last_seq, 1U);
-  EXPECT_EQ(stream().next_in, 2U);
-  EXPECT_EQ(stream().next_out, 2U);
-  EXPECT_TRUE(stream().store.empty());
+  EXPECT_EQ(stream().next_in(), 2U);
+  EXPECT_EQ(stream().next_out(), 2U);
+  EXPECT_EQ(stream().stored_count(), 0U);
   EXPECT_EQ(gateway.exchange.scenario.counters.logons, 1U);
 }
 
@@ -76,8 +77,8 @@ TEST_F(Logon, ahead_of_a_new_stream_is_accepted_and_draws_a_resend_request) {
   alpha.hears_exactly(
       "8=FIX.4.2|9=61|35=2|34=2|49=IEXG|56=ALPHA|52=20231114-22:13:20.123|7=1|16=4|10=212|");
   alpha.hears_nothing();
-  EXPECT_EQ(stream().next_in, 6U);
-  EXPECT_EQ(stream().next_out, 3U);
+  EXPECT_EQ(stream().next_in(), 6U);
+  EXPECT_EQ(stream().next_out(), 3U);
 }
 
 TEST_F(Logon, one_ahead_asks_for_the_one_number) {
@@ -91,7 +92,7 @@ TEST_F(Logon, ahead_with_a_reset_asks_for_nothing) {
   EXPECT_EQ(log, "bench: logon ALPHA 34=5 141=Y (stream expected 1, next out 1)\n");
   alpha.hears("35=A|34=1|141=Y");
   alpha.hears_nothing();
-  EXPECT_EQ(stream().next_in, 6U);
+  EXPECT_EQ(stream().next_in(), 6U);
 }
 
 TEST_F(Logon, says_who_was_accepted_with_which_heartbeat_unless_the_run_is_quiet) {
@@ -112,19 +113,19 @@ TEST_F(Logon, reads_a_minus_as_the_highest_number_and_the_stream_goes_on_from_0)
   EXPECT_THAT(log, testing::StartsWith("bench: logon ALPHA 34=4294967295 141=N "));
   alpha.hears("35=A");
   alpha.hears("35=2|7=1|16=4294967294");
-  EXPECT_EQ(stream().next_in, 0U);
+  EXPECT_EQ(stream().next_in(), 0U);
   attempt("35=A|34=0|49=ALPHA|56=IEXG|108=30").first.hears("35=A");
 }
 
 TEST_F(Logon, reads_only_an_exact_y_as_a_reset) {
   for (const char* flag : {"N", "y", "YES", "", " Y"}) {
     SCOPED_TRACE(flag);
-    auto [alpha, log] = attempt("35=A|34=" + std::to_string(stream().next_in) +
+    auto [alpha, log] = attempt("35=A|34=" + std::to_string(stream().next_in()) +
                                 "|49=ALPHA|56=IEXG|108=30|141=" + std::string(flag));
     EXPECT_THAT(log, testing::HasSubstr(" 141=N "));
     alpha.hears("35=A|!141");
   }
-  EXPECT_EQ(stream().next_out, 6U);
+  EXPECT_EQ(stream().next_out(), 6U);
 }
 
 TEST_F(Logon, takes_an_empty_or_odd_heartbeat_for_one_second) {
@@ -145,7 +146,7 @@ TEST_F(Logon, takes_an_empty_or_odd_heartbeat_for_one_second) {
                                                 {"5s", 5}}) {
     SCOPED_TRACE(sent);
     auto [alpha, log] =
-        attempt("35=A|34=" + std::to_string(stream().next_in) + "|49=ALPHA|56=IEXG|108=" + sent);
+        attempt("35=A|34=" + std::to_string(stream().next_in()) + "|49=ALPHA|56=IEXG|108=" + sent);
     alpha.hears("35=A|108=" + std::to_string(accepted));
     EXPECT_EQ(alpha.client().heartbeat_s, accepted);
   }
@@ -185,7 +186,7 @@ TEST_F(Logon, below_the_expected_number_is_refused) {
                  "MsgSeqNum too low, expecting 1 but received 0");
   expect_refused("35=A|34=abc|49=ALPHA|56=IEXG|108=30", "ALPHA",
                  "MsgSeqNum too low, expecting 1 but received 0");
-  stream().next_in = 7;
+  stream().set_next_in(7);
   expect_refused("35=A|34=6|49=ALPHA|56=IEXG|108=30", "ALPHA",
                  "MsgSeqNum too low, expecting 7 but received 6");
 }
@@ -198,18 +199,19 @@ TEST_F(Logon, is_tested_for_target_then_sender_then_heartbeat_then_number) {
 }
 
 TEST_F(Logon, refused_creates_the_stream_and_spends_one_of_its_numbers) {
-  EXPECT_FALSE(gateway.exchange.engine.streams.contains("ALPHA"));
+  EXPECT_FALSE(stream().exists());
   attempt("35=A|34=1|49=ALPHA|56=NYSE|108=30").first.hears("35=5|34=1");
-  EXPECT_EQ(stream().next_out, 2U);
-  EXPECT_EQ(stream().next_in, 1U);
-  EXPECT_TRUE(stream().store.empty());
+  EXPECT_TRUE(stream().exists());
+  EXPECT_EQ(stream().next_out(), 2U);
+  EXPECT_EQ(stream().next_in(), 1U);
+  EXPECT_EQ(stream().stored_count(), 0U);
   attempt("35=A|34=1|49=ALPHA|56=IEXG|108=30").first.hears("35=A|34=2");
 }
 
 TEST_F(Logon, refused_without_a_sender_spends_numbers_of_the_nameless_stream) {
   attempt("35=A|34=1|56=IEXG|108=30").first.hears("35=5|34=1|56=");
   attempt("35=A|34=1|56=IEXG|108=30").first.hears("35=5|34=2|56=");
-  EXPECT_EQ(stream("").next_out, 3U);
+  EXPECT_EQ(stream("").next_out(), 3U);
 }
 
 TEST_F(Logon, refused_leaves_the_sender_in_the_record_even_an_empty_one) {
@@ -229,7 +231,7 @@ TEST_F(Logon, continues_the_numbers_of_an_earlier_connection) {
   EXPECT_EQ(log, "bench: logon ALPHA 34=4 141=N (stream expected 4, next out 4)\n");
   second.hears("35=A|34=4");
   second.hears_nothing();
-  EXPECT_EQ(stream().next_in, 5U);
+  EXPECT_EQ(stream().next_in(), 5U);
 }
 
 TEST_F(Logon, from_1_on_a_remembered_stream_is_refused_and_costs_a_number) {
@@ -242,8 +244,8 @@ TEST_F(Logon, from_1_on_a_remembered_stream_is_refused_and_costs_a_number) {
             "bench: logon of ALPHA rejected (MsgSeqNum too low, expecting 7 but received 1)\n");
   second.hears("35=5|34=2|58=Logon rejected: MsgSeqNum too low, expecting 7 but received 1");
   second.is_disconnected();
-  EXPECT_EQ(stream().next_in, 7U);
-  EXPECT_EQ(stream().next_out, 3U);
+  EXPECT_EQ(stream().next_in(), 7U);
+  EXPECT_EQ(stream().next_out(), 3U);
   attempt("35=A|34=7|49=ALPHA|56=IEXG|108=30").first.hears("35=A|34=3");
 }
 
@@ -260,21 +262,21 @@ TEST_F(Logon, ahead_of_a_remembered_stream_asks_for_what_is_between) {
 TEST_F(Logon, with_a_reset_empties_the_store_and_starts_both_numbers_over) {
   WirePeer first = gateway.logs_on("ALPHA");
   first.says("35=D|34=2|11=a1|55=AAPL|54=1|38=100|40=2|44=100|18=i");
-  ASSERT_EQ(stream().store.size(), 1U);
+  ASSERT_EQ(stream().stored_count(), 1U);
   auto [second, log] = attempt("35=A|34=1|49=ALPHA|56=IEXG|108=30|141=Y");
   EXPECT_EQ(log, "bench: logon ALPHA 34=1 141=Y (stream expected 1, next out 1)\n");
   second.hears("35=A|34=1|141=Y");
-  EXPECT_TRUE(stream().store.empty());
-  EXPECT_EQ(stream().next_in, 2U);
-  EXPECT_EQ(stream().next_out, 2U);
+  EXPECT_EQ(stream().stored_count(), 0U);
+  EXPECT_EQ(stream().next_in(), 2U);
+  EXPECT_EQ(stream().next_out(), 2U);
 }
 
 TEST_F(Logon, with_a_reset_that_is_refused_for_its_number_has_reset_all_the_same) {
   gateway.logs_on("ALPHA").says("35=D|34=2|11=a1|55=AAPL|54=1|38=100|40=2|44=100|18=i");
   attempt("35=A|34=0|49=ALPHA|56=IEXG|108=30|141=Y")
       .first.hears("35=5|34=1|58=Logon rejected: MsgSeqNum too low, expecting 1 but received 0");
-  EXPECT_TRUE(stream().store.empty());
-  EXPECT_EQ(stream().next_in, 1U);
+  EXPECT_EQ(stream().stored_count(), 0U);
+  EXPECT_EQ(stream().next_in(), 1U);
   attempt("35=A|34=1|49=ALPHA|56=IEXG|108=30").first.hears("35=A|34=2");
 }
 
@@ -282,8 +284,8 @@ TEST_F(Logon, refused_for_another_reason_has_not_reset_anything) {
   gateway.logs_on("ALPHA").says("35=D|34=2|11=a1|55=AAPL|54=1|38=100|40=2|44=100|18=i");
   attempt("35=A|34=1|49=ALPHA|56=NYSE|108=30|141=Y").first.hears("35=5|34=3");
   attempt("35=A|34=1|49=ALPHA|56=IEXG|141=Y").first.hears("35=5|34=4");
-  EXPECT_EQ(stream().store.size(), 1U);
-  EXPECT_EQ(stream().next_in, 3U);
+  EXPECT_EQ(stream().stored_count(), 1U);
+  EXPECT_EQ(stream().next_in(), 3U);
 }
 
 TEST_F(Logon, of_each_sender_has_a_stream_of_its_own_by_its_exact_bytes) {
@@ -292,7 +294,7 @@ TEST_F(Logon, of_each_sender_has_a_stream_of_its_own_by_its_exact_bytes) {
   attempt("35=A|34=1|49=ALPHA |56=IEXG|108=30").first.hears("35=A|34=1");
   attempt(std::string("35=A|34=1|49=A\0B|56=IEXG|108=30", 31)).first.hears("35=A|34=1");
   attempt(std::string("35=A|34=1|49=A\0C|56=IEXG|108=30", 31)).first.hears("35=A|34=1");
-  EXPECT_EQ(gateway.exchange.engine.streams.size(), 5U);
+  EXPECT_EQ(session_memory_count(gateway.exchange.engine), 5U);
 }
 
 TEST_F(Logon, of_one_sender_on_two_connections_at_once_shares_the_stream) {
@@ -332,7 +334,7 @@ TEST_F(Logon, on_a_live_connection_under_another_name_moves_it_to_that_stream) {
   peer.hears("35=A|34=1|56=BETA");
   peer.says("35=1|34=2");
   peer.hears("35=0|34=2|56=BETA");
-  EXPECT_EQ(stream("ALPHA").next_in, 2U);
+  EXPECT_EQ(stream("ALPHA").next_in(), 2U);
 }
 
 TEST_F(Logon, marked_as_a_replay_is_not_dropped_for_its_low_number) {
@@ -399,7 +401,7 @@ TEST_F(Logon, during_a_lapse_is_accepted_and_its_reply_is_lost) {
   WirePeer alpha = attempt("35=A|34=3|49=ALPHA|56=IEXG|108=30").first;
   alpha.hears_nothing();
   EXPECT_TRUE(alpha.client().logged_on);
-  EXPECT_EQ(stream().next_out, 3U);  // the reply and the ResendRequest have taken their numbers
+  EXPECT_EQ(stream().next_out(), 3U);  // the reply and the ResendRequest have taken their numbers
 }
 
 TEST_F(Logon, refused_during_a_lapse_still_gets_its_logout) {

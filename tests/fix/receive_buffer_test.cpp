@@ -3,6 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <string_view>
+
+#include "fix/fix_codec.h"
+#include "support/fix_wire.h"
 
 namespace quorl::test {
 namespace {
@@ -34,24 +38,47 @@ TEST(ReceiveBuffer, is_empty_after_clear_and_can_be_used_again) {
   EXPECT_EQ(buffer.bytes(), "xy");
 }
 
-TEST(ReceiveBuffer, keeps_the_progress_of_the_framing_over_what_is_appended) {
+TEST(ReceiveBuffer, lets_the_framing_go_on_over_what_is_appended) {
+  const std::string whole = framed("35=0|34=2|49=ALPHA|56=IEXG");
   ReceiveBuffer buffer;
-  buffer.append("abc");
-  buffer.progress.searched = 2;
-  buffer.append("def");
-  buffer.drop_front(0);
-  EXPECT_EQ(buffer.progress.searched, 2U);
+  std::string frame;
+  for (size_t i = 0; i + 1 < whole.size(); ++i) {
+    buffer.append({&whole[i], 1});
+    if (i + 1 < std::string_view("8=FIX").size()) continue;  // in pieces this would be lost
+    EXPECT_FALSE(extract_frame(buffer, frame)) << "byte " << i;
+    buffer.drop_front(0);
+    EXPECT_EQ(buffer.size(), i + 1);
+  }
+  buffer.append({&whole.back(), 1});
+  ASSERT_TRUE(extract_frame(buffer, frame));
+  EXPECT_EQ(frame, whole);
+  EXPECT_TRUE(buffer.empty());
 }
 
 TEST(ReceiveBuffer, starts_the_framing_over_with_each_new_front) {
-  ReceiveBuffer buffer;
-  buffer.append("abc");
-  buffer.progress = {.searched = 2, .length_field = 1, .frame_size = 9, .endless = true};
-  buffer.drop_front(1);
-  EXPECT_EQ(buffer.progress.searched, 0U);
-  EXPECT_EQ(buffer.progress.length_field, FrameProgress::UNKNOWN);
-  EXPECT_EQ(buffer.progress.frame_size, 0U);
-  EXPECT_FALSE(buffer.progress.endless);
+  const std::string whole = framed("35=0|34=2|49=ALPHA|56=IEXG");
+  for (const char* front : {
+           "8=FIX.4.2|35=0|34=2|49=ALPHA|",      // searched for its BodyLength in vain
+           "8=FIX.4.2|abcdefghijklmnop|9=12",    // part of its BodyLength read
+           "8=FIX.4.2|9=1000|35=0|",             // not come to its end
+           "8=FIX.4.2|9=18446744073709551615|",  // without an end
+       }) {
+    SCOPED_TRACE(front);
+    for (const bool drops : {true, false}) {
+      ReceiveBuffer buffer;
+      buffer.append(wire(front));
+      std::string frame;
+      EXPECT_FALSE(extract_frame(buffer, frame));
+      if (drops) {
+        buffer.drop_front(buffer.size());
+      } else {
+        buffer.clear();
+      }
+      buffer.append(whole);
+      ASSERT_TRUE(extract_frame(buffer, frame));
+      EXPECT_EQ(frame, whole);
+    }
+  }
 }
 
 }  // namespace

@@ -10,9 +10,11 @@
 #include <sstream>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "support/exchange.h"
 #include "support/fix_wire.h"
+#include "support/inside.h"
 #include "support/test_clock.h"
 
 namespace quorl::test {
@@ -27,7 +29,7 @@ class Reports : public testing::Test {
   }
   ~Reports() override { std::remove(truth_path.c_str()); }
 
-  FixStream& stream() { return exchange.engine.streams["ALPHA"]; }
+  SessionMemory stream() { return {exchange.engine, "ALPHA"}; }
 
   /// The lines of the order event file since the last look.
   std::string events() {
@@ -427,32 +429,31 @@ TEST_F(Reports, fills_are_counted_when_they_are_composed) {
 TEST_F(Reports, each_takes_the_next_number_of_its_owner_s_stream) {
   Client beta;
   beta.comp_id = "BETA";
-  stream().next_out = 41;
+  stream().set_next_out(41);
   const auto number_of = [](const std::string& message) {
     return value_of(fields_of(message), 34);
   };
   EXPECT_EQ(number_of(prepare_app_message(exchange.engine, alpha, "8", {})), "41");
   EXPECT_EQ(number_of(prepare_app_message(exchange.engine, beta, "8", {})), "1");
   EXPECT_EQ(number_of(prepare_app_message(exchange.engine, alpha, "9", {})), "42");
-  EXPECT_EQ(stream().next_out, 43U);
-  EXPECT_EQ(exchange.engine.streams["BETA"].next_out, 2U);
+  EXPECT_EQ(stream().next_out(), 43U);
+  EXPECT_EQ(SessionMemory(exchange.engine, "BETA").next_out(), 2U);
 }
 
 TEST_F(Reports, each_is_stored_with_its_own_copy_of_the_fields_and_its_time) {
   prepare_app_message(exchange.engine, alpha, "8", {{58, "one"}});
   advance_ms(1);
   prepare_app_message(exchange.engine, alpha, "9", {{58, "two"}});
-  ASSERT_EQ(stream().store.size(), 2U);
-  const StoredMessage& first = stream().store[0];
-  const StoredMessage& second = stream().store[1];
-  EXPECT_EQ(first.seq, 1U);
-  EXPECT_EQ(first.msg_type, "8");
-  EXPECT_EQ(readable(first.fields.wire()), "58=one|");
-  EXPECT_EQ(first.sending_time.view(), "20231114-22:13:20.123");
-  EXPECT_EQ(second.seq, 2U);
-  EXPECT_EQ(second.msg_type, "9");
-  EXPECT_EQ(readable(second.fields.wire()), "58=two|");
-  EXPECT_EQ(second.sending_time.view(), "20231114-22:13:20.124");
+  const std::vector<Stored> stored = stream().stored();
+  ASSERT_EQ(stored.size(), 2U);
+  EXPECT_EQ(stored[0].seq, 1U);
+  EXPECT_EQ(stored[0].msg_type, "8");
+  EXPECT_EQ(readable(stored[0].body), "58=one|");
+  EXPECT_EQ(stored[0].sending_time, "20231114-22:13:20.123");
+  EXPECT_EQ(stored[1].seq, 2U);
+  EXPECT_EQ(stored[1].msg_type, "9");
+  EXPECT_EQ(readable(stored[1].body), "58=two|");
+  EXPECT_EQ(stored[1].sending_time, "20231114-22:13:20.124");
 }
 
 TEST_F(Reports, the_stored_time_and_the_sent_one_are_separate_readings_of_the_clock) {
@@ -461,7 +462,7 @@ TEST_F(Reports, the_stored_time_and_the_sent_one_are_separate_readings_of_the_cl
   // TransactTime, the order event, the store, SendingTime.
   EXPECT_EQ(value_of(fields_of(message), 60), "20231114-22:13:20.123");
   EXPECT_THAT(events(), testing::StartsWith("{\"t\":1700000000124456789,"));
-  EXPECT_EQ(stream().store.back().sending_time.view(), "20231114-22:13:20.125");
+  EXPECT_EQ(stream().stored().at(0).sending_time, "20231114-22:13:20.125");
   EXPECT_EQ(value_of(fields_of(message), 52), "20231114-22:13:20.126");
 }
 
@@ -469,18 +470,19 @@ TEST_F(Reports, a_refusal_is_logged_before_it_is_numbered) {
   step_system_clock_by(1'000'000);
   const std::string message = cancel_reject("", '8', '1', '1', "Unknown order", "cancel_reject");
   EXPECT_THAT(events(), testing::StartsWith("{\"t\":1700000000123456789,"));
-  EXPECT_EQ(stream().store.back().sending_time.view(), "20231114-22:13:20.124");
+  EXPECT_EQ(stream().stored().at(0).sending_time, "20231114-22:13:20.124");
   EXPECT_EQ(value_of(fields_of(wire(message)), 52), "20231114-22:13:20.125");
 }
 
 TEST_F(Reports, the_store_keeps_the_latest_200000_messages_of_a_stream) {
   for (int i = 0; i < 200000; ++i) prepare_app_message(exchange.engine, alpha, "8", {});
-  EXPECT_EQ(stream().store.size(), 200000U);
-  EXPECT_EQ(stream().store.front().seq, 1U);
+  EXPECT_EQ(stream().stored_count(), 200000U);
+  EXPECT_EQ(stream().stored().front().seq, 1U);
   prepare_app_message(exchange.engine, alpha, "8", {});
-  EXPECT_EQ(stream().store.size(), 200000U);
-  EXPECT_EQ(stream().store.front().seq, 2U);
-  EXPECT_EQ(stream().store.back().seq, 200001U);
+  EXPECT_EQ(stream().stored_count(), 200000U);
+  const std::vector<Stored> stored = stream().stored();
+  EXPECT_EQ(stored.front().seq, 2U);
+  EXPECT_EQ(stored.back().seq, 200001U);
 }
 
 TEST_F(Reports, an_absent_owner_s_report_is_numbered_stored_logged_and_counted_all_the_same) {
@@ -492,10 +494,10 @@ TEST_F(Reports, an_absent_owner_s_report_is_numbered_stored_logged_and_counted_a
   exchange.is_hit("AAPL buy 100");
   exchange.drains_deferred();
   owner.hears_nothing();
-  EXPECT_EQ(owner.stream().next_out, 3U);
-  ASSERT_EQ(owner.stream().store.size(), 2U);
-  EXPECT_THAT(readable(owner.stream().store.back().fields.wire()),
-              testing::HasSubstr("|150=2|39=2|"));
+  EXPECT_EQ(owner.stream().next_out(), 3U);
+  const std::vector<Stored> stored = owner.stream().stored();
+  ASSERT_EQ(stored.size(), 2U);
+  EXPECT_THAT(readable(stored.back().body), testing::HasSubstr("|150=2|39=2|"));
   EXPECT_THAT(events(), testing::HasSubstr("\"ev\":\"fill\",\"cl\":\"o1\""));
   EXPECT_EQ(exchange.scenario.counters.fills, 1U);
 }

@@ -11,6 +11,7 @@
 #include "fix/session.h"
 #include "support/fix_wire.h"
 #include "support/fix_wire_gateway.h"
+#include "support/inside.h"
 #include "support/test_clock.h"
 
 namespace quorl::test {
@@ -20,7 +21,7 @@ using testing::ElementsAre;
 
 class Resend : public testing::Test {
  protected:
-  FixStream& stream() { return gateway.exchange.engine.streams["ALPHA"]; }
+  SessionMemory stream() { return {gateway.exchange.engine, "ALPHA"}; }
   BenchCounters& counters() { return gateway.exchange.scenario.counters; }
   std::string said_on(WirePeer& peer, const std::string& body) {
     return standard_error_of([&] { peer.says(body); });
@@ -35,14 +36,13 @@ class Resend : public testing::Test {
     reports.push_back(alpha.next_message());
     alpha.says("35=1|34=4");
     alpha.hears("35=0|34=4");
-    EXPECT_EQ(stream().next_out, 5U);
+    EXPECT_EQ(stream().next_out(), 5U);
     return alpha;
   }
 
   /// Puts an application message with this number into the store.
   void stores(uint32_t seq) {
-    FixStream& memory = stream();
-    memory.next_out = seq;
+    stream().set_next_out(seq);
     Client owner;
     owner.comp_id = "ALPHA";
     prepare_app_message(gateway.exchange.engine, owner, "8", {{58, std::to_string(seq)}});
@@ -51,7 +51,7 @@ class Resend : public testing::Test {
   /// What one ResendRequest brings: "R3" for the replay of 3, "G4-6" for a gap fill from 4 whose
   /// next number is 6.
   std::vector<std::string> brought_by(WirePeer& peer, const std::string& range) {
-    peer.writes(framed("35=2|34=" + std::to_string(stream().next_in) + range));
+    peer.writes(framed("35=2|34=" + std::to_string(stream().next_in()) + range));
     log = standard_error_of([&] { gateway.serves(); });
     std::vector<std::string> brought;
     const size_t end = log.find(" application message(s), ");
@@ -97,8 +97,8 @@ TEST_F(Resend, of_everything_replays_reports_and_fills_the_gaps_between) {
   EXPECT_EQ(log,
             "bench: ResendRequest from ALPHA 7=1 16=0 -> serving 1..4\n"
             "bench: resend done: replayed 2 application message(s), 2 GapFill(s)\n");
-  EXPECT_EQ(stream().next_out, 5U);
-  EXPECT_EQ(stream().store.size(), 2U);
+  EXPECT_EQ(stream().next_out(), 5U);
+  EXPECT_EQ(stream().stored_count(), 2U);
   EXPECT_EQ(counters().resend_requests, 1U);
   EXPECT_EQ(counters().replays, 1U);
   EXPECT_EQ(counters().replayed, 2U);
@@ -194,13 +194,13 @@ TEST_F(Resend, serves_each_range_of_the_table) {
                        " application message(s), " +
                        std::to_string(range.brought.size() - replayed) + " GapFill(s)\n");
   }
-  EXPECT_EQ(stream().next_out, 5U);
+  EXPECT_EQ(stream().next_out(), 5U);
 }
 
 TEST_F(Resend, covers_each_run_of_missing_numbers_by_one_gap_fill) {
   WirePeer alpha = gateway.logs_on("ALPHA");
   for (const uint32_t seq : {4U, 5U, 9U}) stores(seq);
-  stream().next_out = 21;
+  stream().set_next_out(21);
   EXPECT_THAT(brought_by(alpha, "|7=1|16=0"),
               ElementsAre("G1-4", "R4", "R5", "G6-9", "R9", "G10-21"));
   EXPECT_THAT(brought_by(alpha, "|7=2|16=7"), ElementsAre("G2-4", "R4", "R5", "G6-8"));
@@ -239,7 +239,7 @@ TEST_F(Resend, brings_the_reports_that_were_composed_while_the_owner_was_away) {
   alpha.says("35=5|34=3");
   gateway.exchange.is_hit("AAPL sell 100");
   gateway.sends_deferred();
-  EXPECT_EQ(stream().next_out, 5U);
+  EXPECT_EQ(stream().next_out(), 5U);
   WirePeer again = gateway.logs_on("ALPHA");
   again.says("35=2|34=5|7=4|16=4");
   again.hears("35=8|34=4|43=Y|150=2|11=a1|31=100");
@@ -265,7 +265,7 @@ TEST_F(Resend, gap_fills_what_has_left_the_store_and_walks_a_full_one_in_one_go)
   WirePeer alpha = gateway.logs_on("ALPHA");
   Client owner;
   owner.comp_id = "ALPHA";
-  stream().next_out = 1;
+  stream().set_next_out(1);
   for (int i = 0; i < 200001; ++i) {
     prepare_app_message(gateway.exchange.engine, owner, "8", {{58, "x"}});
   }
@@ -273,7 +273,7 @@ TEST_F(Resend, gap_fills_what_has_left_the_store_and_walks_a_full_one_in_one_go)
 
   // The whole range, in a lapse: what is asked here is the cost of finding, not of sending.
   gateway.is_silent_for(1);
-  EXPECT_EQ(said_on(alpha, "35=2|34=" + std::to_string(stream().next_in) + "|7=1|16=0"),
+  EXPECT_EQ(said_on(alpha, "35=2|34=" + std::to_string(stream().next_in()) + "|7=1|16=0"),
             "bench: ResendRequest from ALPHA 7=1 16=0 -> serving 1..200001\n"
             "bench: resend done: replayed 200000 application message(s), 1 GapFill(s)\n");
 }
@@ -281,7 +281,7 @@ TEST_F(Resend, gap_fills_what_has_left_the_store_and_walks_a_full_one_in_one_go)
 TEST_F(Resend, comes_to_an_end_at_the_highest_number_there_is) {
   WirePeer alpha = gateway.logs_on("ALPHA");
   stores(4294967290);
-  stream().next_out = 0;  // the next one wraps
+  stream().set_next_out(0);  // the next one wraps
   EXPECT_EQ(said_on(alpha, "35=2|34=2|7=4294967289|16=0"),
             "bench: ResendRequest from ALPHA 7=4294967289 16=0 -> serving 4294967289..4294967295\n"
             "bench: resend done: replayed 1 application message(s), 2 GapFill(s)\n");
@@ -331,7 +331,7 @@ TEST_F(Resend, leaves_a_gap_in_the_client_s_numbers_unasked_for) {
             "bench: resend done: replayed 0 application message(s), 1 GapFill(s)\n");
   alpha.hears("35=4");
   alpha.hears_nothing();
-  EXPECT_EQ(stream().next_in, 8U);
+  EXPECT_EQ(stream().next_in(), 8U);
 }
 
 TEST_F(Resend, asked_for_under_a_low_number_is_served_even_as_a_replay) {
@@ -339,7 +339,7 @@ TEST_F(Resend, asked_for_under_a_low_number_is_served_even_as_a_replay) {
   alpha.says("35=0|34=2");
   alpha.says("35=2|34=1|43=Y|7=1|16=0");
   alpha.hears("35=4|34=1|36=2");
-  EXPECT_EQ(stream().next_in, 3U);
+  EXPECT_EQ(stream().next_in(), 3U);
 }
 
 // --- The client's SequenceReset ---
@@ -348,25 +348,25 @@ TEST_F(Resend, takes_a_sequence_reset_for_the_next_number_whatever_else_it_says)
   WirePeer alpha = gateway.logs_on("ALPHA");
   EXPECT_EQ(said_on(alpha, "35=4|34=2|123=Y|36=9"),
             "bench: client ALPHA SequenceReset/GapFill 36=9\n");
-  EXPECT_EQ(stream().next_in, 9U);
+  EXPECT_EQ(stream().next_in(), 9U);
   EXPECT_EQ(said_on(alpha, "35=4|34=77|43=Y|36=4"),
             "bench: client ALPHA SequenceReset/GapFill 36=4\n");
-  EXPECT_EQ(stream().next_in, 4U);
+  EXPECT_EQ(stream().next_in(), 4U);
   EXPECT_EQ(said_on(alpha, "35=4|34=1|43=Y|36=6"),
             "bench: client ALPHA SequenceReset/GapFill 36=6\n");
-  EXPECT_EQ(stream().next_in, 6U);
+  EXPECT_EQ(stream().next_in(), 6U);
   EXPECT_EQ(alpha.client().last_seq, 1U);
   alpha.hears_nothing();
-  EXPECT_EQ(stream().next_out, 2U);
+  EXPECT_EQ(stream().next_out(), 2U);
 }
 
 TEST_F(Resend, takes_a_sequence_reset_without_a_number_for_0) {
   WirePeer alpha = gateway.logs_on("ALPHA");
   for (const char* number : {"", "|36=", "|36=abc", "|36=18446744073709551616"}) {
-    stream().next_in = 5;
+    stream().set_next_in(5);
     EXPECT_EQ(said_on(alpha, "35=4|34=5" + std::string(number)),
               "bench: client ALPHA SequenceReset/GapFill 36=0\n");
-    EXPECT_EQ(stream().next_in, 0U);
+    EXPECT_EQ(stream().next_in(), 0U);
   }
   EXPECT_EQ(said_on(alpha, "35=0|34=12"),
             "bench: client ALPHA seq gap expected 0 got 12 (0) — ResendRequest sent\n");
@@ -378,7 +378,7 @@ TEST_F(Resend, draws_a_second_request_once_the_client_has_filled_its_gap) {
   alpha.says("35=0|34=5");
   alpha.hears("35=2|7=2|16=4");
   alpha.says("35=4|34=2|43=Y|123=Y|36=5");
-  EXPECT_EQ(stream().next_in, 5U);
+  EXPECT_EQ(stream().next_in(), 5U);
   EXPECT_EQ(said_on(alpha, "35=0|34=6"),
             "bench: client ALPHA seq gap expected 5 got 6 (0) — ResendRequest sent\n");
   alpha.hears("35=2|7=5|16=5");
@@ -390,8 +390,8 @@ TEST_F(Resend, does_not_execute_a_client_s_replay) {
   alpha.hears("35=2|7=2|16=3");
   alpha.says("35=D|34=2|43=Y|11=a1|55=AAPL|54=1|38=100|40=2|44=100|18=i");
   alpha.hears_nothing();
-  EXPECT_TRUE(gateway.exchange.engine.orders.empty());
-  EXPECT_EQ(stream().next_in, 5U);
+  EXPECT_EQ(order_count(gateway.exchange.engine), 0U);
+  EXPECT_EQ(stream().next_in(), 5U);
 }
 
 TEST_F(Resend, prints_what_the_client_calls_itself_and_its_types_as_they_stand) {

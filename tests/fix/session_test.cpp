@@ -17,6 +17,7 @@
 
 #include "support/fix_wire.h"
 #include "support/fix_wire_gateway.h"
+#include "support/inside.h"
 #include "support/test_clock.h"
 
 namespace {
@@ -63,10 +64,10 @@ class Session : public testing::Test {
   Session() { sends.clear(); }
 
   Scenario& scenario() { return gateway.exchange.scenario; }
-  FixStream& stream(const std::string& comp_id = "ALPHA") {
-    return gateway.exchange.engine.streams[comp_id];
+  SessionMemory stream(const std::string& comp_id = "ALPHA") {
+    return {gateway.exchange.engine, comp_id};
   }
-  size_t orders_resting() const { return gateway.exchange.engine.orders.size(); }
+  size_t orders_resting() const { return order_count(gateway.exchange.engine); }
   std::string said_on(WirePeer& peer, const std::string& body) {
     return standard_error_of([&] { peer.says(body); });
   }
@@ -92,8 +93,19 @@ TEST_F(Session, accepts_every_connection_that_waits_into_a_record_of_its_own) {
     EXPECT_EQ(client.heartbeat_s, 30);
     EXPECT_EQ(client.comp_id, "");
   }
-  EXPECT_THAT(gateway.sessions.open_clients(), ElementsAre(0, 1, 2));
-  for (const int fd : far_ends) ::close(fd);
+  for (const int fd : far_ends) {
+    const std::string logon = framed("35=A|34=1|49=N" + std::to_string(fd) + "|56=IEXG|108=30");
+    ASSERT_EQ(::write(fd, logon.data(), logon.size()), static_cast<ssize_t>(logon.size()));
+  }
+  const std::string log = standard_error_of([&] { gateway.serves(); });
+  size_t at = 0;
+  for (size_t i = 0; i < far_ends.size(); ++i) {  // each in its turn
+    const std::string comp_id = "N" + std::to_string(far_ends[i]);
+    EXPECT_EQ(gateway.exchange.clients[i].comp_id, comp_id);
+    at = log.find("bench: logon " + comp_id + " ", at);
+    EXPECT_NE(at, std::string::npos) << comp_id << " is not the next in\n" << log;
+    ::close(far_ends[i]);
+  }
 }
 
 TEST_F(Session, accepts_nobody_when_nobody_waits) {
@@ -185,7 +197,7 @@ TEST_F(Session, drops_a_garbled_message_without_a_word_and_notices_the_hole_behi
   alpha.writes(garbled);
   EXPECT_EQ(standard_error_of([&] { gateway.serves(); }), "");
   alpha.hears_nothing();
-  EXPECT_EQ(stream().next_in, 2U);
+  EXPECT_EQ(stream().next_in(), 2U);
   EXPECT_THAT(said_on(alpha, "35=0|34=3"), HasSubstr("seq gap expected 2 got 3 (0)"));
 }
 
@@ -226,23 +238,29 @@ TEST_F(Session, handles_nothing_that_came_in_one_pass_with_the_close) {
   EXPECT_EQ(standard_error_of([&] { gateway.serves(); }),
             "bench: client ALPHA disconnected (0 resting order(s) kept)\n");
   EXPECT_EQ(orders_resting(), 0U);
-  EXPECT_EQ(stream().next_in, 2U);
+  EXPECT_EQ(stream().next_in(), 2U);
   EXPECT_EQ(alpha.client().last_seq, 1U);
   EXPECT_TRUE(alpha.client().inbound.empty());
 }
 
-TEST_F(Session, keeps_the_record_of_a_closed_connection_and_forgets_only_its_index) {
+TEST_F(Session, keeps_the_record_of_a_closed_connection_and_serves_the_others_in_their_order) {
   WirePeer first = gateway.logs_on("ALPHA");
   WirePeer second = gateway.logs_on("BETA");
   first.closes();
   gateway.serves();
-  gateway.sessions.forget_closed_clients();
-  EXPECT_EQ(gateway.exchange.clients.size(), 2U);
-  EXPECT_THAT(gateway.sessions.open_clients(), ElementsAre(1));
+  forget_closed_clients(gateway.sessions);
+  ASSERT_EQ(gateway.exchange.clients.size(), 2U);
+  EXPECT_EQ(gateway.exchange.clients[0].fd, -1);
+  EXPECT_EQ(gateway.exchange.clients[0].comp_id, "ALPHA");
   second.says("35=1|34=2|112=x");
   second.hears("35=0|112=x");
-  gateway.logs_on("ALPHA");
-  EXPECT_THAT(gateway.sessions.open_clients(), ElementsAre(1, 2));
+  WirePeer third = gateway.logs_on("ALPHA");
+  EXPECT_EQ(gateway.exchange.clients.size(), 3U);
+  third.writes(framed("35=4|34=3|36=8"));
+  second.writes(framed("35=4|34=3|36=9"));
+  EXPECT_EQ(standard_error_of([&] { gateway.serves(); }),
+            "bench: client BETA SequenceReset/GapFill 36=9\n"
+            "bench: client ALPHA SequenceReset/GapFill 36=8\n");
 }
 
 // --- Before Logon ---
@@ -260,7 +278,7 @@ TEST_F(Session, closes_on_any_other_message_before_logon_without_an_answer) {
   }
   EXPECT_EQ(orders_resting(), 0U);
   EXPECT_THAT(sends, IsEmpty());
-  EXPECT_TRUE(gateway.exchange.engine.streams.empty());
+  EXPECT_EQ(session_memory_count(gateway.exchange.engine), 0U);
 }
 
 TEST_F(Session, closes_on_a_message_without_a_type_before_logon) {
@@ -290,9 +308,9 @@ TEST_F(Session, prints_a_type_with_format_characters_as_it_stands) {
 TEST_F(Session, raises_the_expected_number_with_each_message) {
   WirePeer alpha = gateway.logs_on("ALPHA");
   EXPECT_EQ(said_on(alpha, "35=0|34=2"), "");
-  EXPECT_EQ(stream().next_in, 3U);
+  EXPECT_EQ(stream().next_in(), 3U);
   EXPECT_EQ(said_on(alpha, "35=Q|34=3"), "");
-  EXPECT_EQ(stream().next_in, 4U);
+  EXPECT_EQ(stream().next_in(), 4U);
 }
 
 TEST_F(Session, acts_on_a_low_number_without_a_word_and_without_counting_it) {
@@ -300,9 +318,9 @@ TEST_F(Session, acts_on_a_low_number_without_a_word_and_without_counting_it) {
   for (int seq = 2; seq < 7; ++seq) alpha.says("35=0|34=" + std::to_string(seq));
   EXPECT_EQ(said_on(alpha, new_order(1, "a1")), "");
   alpha.hears("35=8|150=0|11=a1");
-  EXPECT_EQ(stream().next_in, 7U);
+  EXPECT_EQ(stream().next_in(), 7U);
   EXPECT_EQ(said_on(alpha, "35=0|34=7"), "");
-  EXPECT_EQ(stream().next_in, 8U);
+  EXPECT_EQ(stream().next_in(), 8U);
 }
 
 TEST_F(Session, drops_a_replay_with_a_low_number_without_a_word) {
@@ -313,7 +331,7 @@ TEST_F(Session, drops_a_replay_with_a_low_number_without_a_word) {
         << type;
   }
   alpha.hears_nothing();
-  EXPECT_EQ(stream().next_in, 3U);
+  EXPECT_EQ(stream().next_in(), 3U);
   EXPECT_EQ(orders_resting(), 0U);
 }
 
@@ -321,7 +339,7 @@ TEST_F(Session, acts_on_a_replay_that_is_not_below_the_expected_number) {
   WirePeer alpha = gateway.logs_on("ALPHA");
   EXPECT_EQ(said_on(alpha, "35=1|34=2|43=Y|112=a"), "");
   alpha.hears("35=0|112=a");
-  EXPECT_EQ(stream().next_in, 3U);
+  EXPECT_EQ(stream().next_in(), 3U);
   EXPECT_THAT(said_on(alpha, "35=1|34=5|43=Y|112=b"), HasSubstr("seq gap expected 3 got 5 (1)"));
   alpha.hears("35=2|7=3|16=4");
   alpha.hears("35=0|112=b");
@@ -343,7 +361,7 @@ TEST_F(Session, asks_for_a_gap_byte_for_byte_and_acts_on_the_message_at_once) {
       "8=FIX.4.2|9=61|35=2|34=2|49=IEXG|56=ALPHA|52=20231114-22:13:20.123|7=2|16=4|10=213|");
   alpha.hears("35=8|34=3|150=0|11=a1");
   alpha.hears_nothing();
-  EXPECT_EQ(stream().next_in, 6U);
+  EXPECT_EQ(stream().next_in(), 6U);
 }
 
 TEST_F(Session, asks_for_each_new_gap_anew) {
@@ -362,30 +380,30 @@ TEST_F(Session, counts_a_missing_or_odd_number_as_0) {
   EXPECT_EQ(said_on(alpha, "35=1|34=|112=c"), "");
   EXPECT_EQ(said_on(alpha, "35=1|34=99999999999999999999|112=d"), "");
   for (const char* id : {"a", "b", "c", "d"}) alpha.hears("35=0|112=" + std::string(id));
-  EXPECT_EQ(stream().next_in, 2U);
+  EXPECT_EQ(stream().next_in(), 2U);
 }
 
 TEST_F(Session, takes_the_last_of_two_sequence_numbers) {
   WirePeer alpha = gateway.logs_on("ALPHA");
   EXPECT_EQ(said_on(alpha, "35=0|34=9|34=2"), "");
-  EXPECT_EQ(stream().next_in, 3U);
+  EXPECT_EQ(stream().next_in(), 3U);
 }
 
 TEST_F(Session, reads_numbers_by_their_low_32_bits_and_wraps_behind_the_highest) {
   WirePeer alpha = gateway.logs_on("ALPHA");
   EXPECT_EQ(said_on(alpha, "35=0|34=4294967298"), "");  // that is 2
-  EXPECT_EQ(stream().next_in, 3U);
+  EXPECT_EQ(stream().next_in(), 3U);
   EXPECT_EQ(said_on(alpha, "35=0|34=-1"),
             "bench: client ALPHA seq gap expected 3 got 4294967295 (0) — ResendRequest sent\n");
   alpha.hears("35=2|7=3|16=4294967294");
-  EXPECT_EQ(stream().next_in, 0U);
+  EXPECT_EQ(stream().next_in(), 0U);
 }
 
 TEST_F(Session, ignores_fields_behind_a_piece_that_is_none) {
   WirePeer alpha = gateway.logs_on("ALPHA");
   EXPECT_EQ(said_on(alpha, "35=0|junk|34=9"), "");
   EXPECT_EQ(alpha.client().last_seq, 0U);
-  EXPECT_EQ(stream().next_in, 2U);
+  EXPECT_EQ(stream().next_in(), 2U);
 }
 
 TEST_F(Session, knows_a_type_under_a_tag_that_narrows_to_its_own) {
@@ -424,7 +442,7 @@ TEST_F(Session, rejects_an_unknown_type_byte_for_byte_and_stays_open) {
   alpha.hears_exactly(
       "8=FIX.4.2|9=83|35=3|34=2|49=IEXG|56=ALPHA|52=20231114-22:13:20.123|45=2|373=11|"
       "58=Invalid MsgType|10=203|");
-  EXPECT_EQ(stream().next_in, 3U);
+  EXPECT_EQ(stream().next_in(), 3U);
   alpha.hears_nothing();
 }
 
@@ -457,9 +475,9 @@ TEST_F(Session, ends_with_a_logout_that_is_answered_byte_for_byte) {
   alpha.hears_exactly("8=FIX.4.2|9=52|35=5|34=3|49=IEXG|56=ALPHA|52=20231114-22:13:20.123|10=089|");
   alpha.is_disconnected();
   EXPECT_EQ(orders_resting(), 1U);
-  EXPECT_EQ(stream().next_in, 4U);
-  EXPECT_EQ(stream().next_out, 4U);
-  EXPECT_EQ(stream().store.size(), 1U);
+  EXPECT_EQ(stream().next_in(), 4U);
+  EXPECT_EQ(stream().next_out(), 4U);
+  EXPECT_EQ(stream().stored_count(), 1U);
 }
 
 TEST_F(Session, asks_for_a_gap_ahead_of_a_logout_too) {
@@ -590,9 +608,9 @@ TEST_F(Session, handles_everything_in_a_lapse_and_sends_nothing) {
   alpha.says("35=5|34=11");                         // 9
   EXPECT_THAT(sends, ElementsAre("feed", "feed"));  // the market goes on
   alpha.is_disconnected();
-  EXPECT_EQ(stream().next_out, 10U);
-  EXPECT_EQ(stream().next_in, 12U);
-  EXPECT_EQ(stream().store.size(), 4U);
+  EXPECT_EQ(stream().next_out(), 10U);
+  EXPECT_EQ(stream().next_in(), 12U);
+  EXPECT_EQ(stream().stored_count(), 4U);
   EXPECT_EQ(scenario().counters.replayed, 3U);
   EXPECT_EQ(alpha.client().last_tx_ms, static_cast<int64_t>(START_STEADY_MS));
 }
@@ -628,8 +646,8 @@ TEST_F(Session, drops_at_the_scripted_order_with_its_reports_stored_and_unsent) 
   EXPECT_EQ(said_on(alpha, new_order(3, "a2")), drop_line("ALPHA", SCRIPTED, 2));
   EXPECT_THAT(sends, ElementsAre("feed"));  // the feed tells, the reports do not
   alpha.is_disconnected();
-  EXPECT_EQ(stream().next_out, 4U);
-  EXPECT_EQ(stream().store.size(), 2U);
+  EXPECT_EQ(stream().next_out(), 4U);
+  EXPECT_EQ(stream().stored_count(), 2U);
   EXPECT_EQ(orders_resting(), 2U);
   EXPECT_TRUE(scenario().disconnect_fired);
 
@@ -696,7 +714,7 @@ TEST_F(Session, each_request_drops_one_connection_more) {
     WirePeer alpha = gateway.logs_on("ALPHA");
     scenario().disconnect_requested = 1;
     EXPECT_EQ(
-        said_on(alpha, new_order(static_cast<int>(stream().next_in), "a" + std::to_string(i))),
+        said_on(alpha, new_order(static_cast<int>(stream().next_in()), "a" + std::to_string(i))),
         drop_line("ALPHA", "driven", i + 1));
   }
 }
@@ -707,7 +725,7 @@ TEST_F(Session, a_request_takes_an_order_that_the_ladder_refuses_too) {
   EXPECT_EQ(said_on(alpha, new_order(2, "a1", "|55=NOPE|54=1|38=100|40=1|18=i")),
             drop_line("ALPHA", "driven", 0));
   alpha.is_disconnected();
-  EXPECT_EQ(stream().store.size(), 1U);
+  EXPECT_EQ(stream().stored_count(), 1U);
 }
 
 TEST_F(Session, a_request_takes_the_next_order_of_any_client_and_no_cancel) {
@@ -738,7 +756,7 @@ TEST_F(Session, handles_nothing_behind_the_order_it_drops_at) {
   gateway.serves();
   alpha.is_disconnected();
   EXPECT_EQ(orders_resting(), 1U);
-  EXPECT_EQ(stream().next_in, 3U);
+  EXPECT_EQ(stream().next_in(), 3U);
 }
 
 // --- Timers ---
@@ -833,7 +851,7 @@ TEST_F(Session, does_not_beat_in_a_lapse_and_spends_no_number) {
   advance_ms(2999);
   gateway.runs_timers();
   alpha.hears_nothing();
-  EXPECT_EQ(stream().next_out, 2U);
+  EXPECT_EQ(stream().next_out(), 2U);
   advance_ms(1);
   gateway.runs_timers();
   alpha.hears("35=0|34=2");

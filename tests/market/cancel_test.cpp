@@ -5,10 +5,14 @@
 #include <vector>
 
 #include "support/exchange.h"
+#include "support/inside.h"
 #include "support/test_clock.h"
 
 namespace quorl::test {
 namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
 
 constexpr std::string_view SELL_100 = "35=D|11=a1|55=AAPL|54=2|38=100|40=2|44=190.00|59=0|18=i";
 
@@ -33,8 +37,8 @@ TEST(Cancel, takes_a_live_order_off_the_book_without_a_trade) {
   EXPECT_EQ(exchange.engine.next_trade_id, 0U);
   EXPECT_EQ(exchange.stock().volume, 0U);
   EXPECT_EQ(exchange.stock().last_price, 0);
-  EXPECT_TRUE(exchange.engine.live.empty());
-  EXPECT_EQ(exchange.engine.closed.at({"ALPHA", "a1"}), int64_t{START_STEADY_MS});
+  EXPECT_THAT(live_names(exchange.engine), IsEmpty());
+  EXPECT_EQ(ms_since_closing(exchange.engine, "ALPHA", "a1"), 0);
   EXPECT_EQ(exchange.scenario.counters.cancels, 1U);
   EXPECT_EQ(exchange.scenario.counters.cancel_requests, 1U);
   EXPECT_EQ(exchange.scenario.counters.cancel_rejects, 0U);
@@ -163,7 +167,7 @@ TEST(Cancel, of_an_order_never_seen_is_for_an_unknown_order) {
   EXPECT_EQ(exchange.scenario.counters.cancel_rejects, 1U);
   EXPECT_EQ(exchange.scenario.counters.cancel_requests, 0U);
   EXPECT_EQ(exchange.engine.next_exec_id, 0U);  // a reject takes no ExecID
-  EXPECT_EQ(client.stream().next_out, 2U);
+  EXPECT_EQ(client.stream().next_out(), 2U);
 }
 
 TEST(Cancel, without_any_names_is_for_an_unknown_order) {
@@ -214,7 +218,7 @@ TEST(Cancel, of_a_fresh_closing_is_for_an_unknown_order_once_all_closings_were_f
   for (int i = 1; i <= 50000; ++i) exchange.engine.note_closed("BETA", std::to_string(i));
   client.says(sell("59=3"));  // closed at once, as number 50001
   client.skips_all();
-  EXPECT_TRUE(exchange.engine.closed.empty());
+  EXPECT_EQ(closing_count(exchange.engine), 0U);
   client.says("35=F|11=c1|41=a1");
   client.hears("35=9|39=8|102=1|58=Unknown order");
 }
@@ -241,8 +245,8 @@ TEST(CancelRace, the_client_gets_the_fill_and_then_the_refusal) {
   exchange.book_holds({});
   EXPECT_EQ(exchange.stock().last_price, price4("190.00"));
   EXPECT_EQ(exchange.stock().volume, 300U);
-  EXPECT_TRUE(exchange.engine.deferred.empty());
-  EXPECT_TRUE(exchange.engine.live.empty());
+  EXPECT_THAT(owed_to(exchange.engine), IsEmpty());
+  EXPECT_THAT(live_names(exchange.engine), IsEmpty());
   const BenchCounters& counters = exchange.scenario.counters;
   EXPECT_EQ(counters.race_fills, 1U);
   EXPECT_EQ(counters.fills, 1U);
@@ -296,7 +300,7 @@ TEST(CancelRace, brings_what_this_owner_is_owed_and_leaves_the_others_in_their_o
   exchange.is_hit("AAPL buy 250 @ 190.01");  // the rest of a2, and 50 of b2
   alpha.says(sell("11=a3|38=500"));
   alpha.hears("34=3|150=0");
-  ASSERT_EQ(exchange.engine.deferred.size(), 5U);
+  ASSERT_THAT(owed_to(exchange.engine), ElementsAre("ALPHA", "BETA", "ALPHA", "ALPHA", "BETA"));
 
   alpha.says("35=F|11=c1|41=a3");
   alpha.hears("34=4|150=2|11=a1|32=100|880=1");
@@ -306,7 +310,7 @@ TEST(CancelRace, brings_what_this_owner_is_owed_and_leaves_the_others_in_their_o
   alpha.hears("34=8|35=9|11=c1|41=a3");
   alpha.hears_nothing();
   beta.hears_nothing();
-  EXPECT_EQ(exchange.engine.deferred.size(), 2U);
+  EXPECT_THAT(owed_to(exchange.engine), ElementsAre("BETA", "BETA"));
   exchange.drains_deferred();
   beta.hears("150=2|11=b1|880=2");
   beta.hears("150=1|11=b2|880=5");
@@ -334,7 +338,7 @@ TEST(CancelRace, leaves_a_closing_that_the_next_cancel_is_too_late_for) {
   client.says(sell());
   client.says("35=F|11=c1|41=a1");
   client.skips_all();
-  EXPECT_EQ(exchange.engine.closed.at({"ALPHA", "a1"}), int64_t{START_STEADY_MS});
+  EXPECT_EQ(ms_since_closing(exchange.engine, "ALPHA", "a1"), 0);
   client.says("35=F|11=c2|41=a1");
   client.hears("35=9|37=NONE|58=Too late to cancel");
   EXPECT_EQ(exchange.scenario.counters.late_cancels, 1U);

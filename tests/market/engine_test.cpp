@@ -1,15 +1,21 @@
 #include "market/engine.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
 #include "support/exchange.h"
+#include "support/inside.h"
 #include "support/test_clock.h"
 
 namespace quorl::test {
 namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Pair;
 
 constexpr std::string_view SELL_100 = "35=D|11=a1|55=AAPL|54=2|38=100|40=2|44=190.00|59=0|18=i";
 
@@ -32,10 +38,10 @@ TEST(Engine, begins_with_the_counts_that_a_bench_knows) {
 
 TEST(Engine, beginning_an_event_forgets_touched_prices_and_reads_the_clock) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.engine.dirty.emplace(true, 1900000);
+  touch_price(exchange.engine, exchange.stock(), BUYS, 1900000);
   set_system_ns(987654321);
   exchange.engine.begin_event();
-  EXPECT_TRUE(exchange.engine.dirty.empty());
+  EXPECT_THAT(touched_prices(exchange.engine, exchange.stock()), IsEmpty());
   EXPECT_EQ(exchange.engine.event_time, 987654321U);
   EXPECT_EQ(system_readings(), 1U);
 }
@@ -66,12 +72,11 @@ TEST(Engine, an_order_rests_behind_those_at_its_price_and_marks_it) {
     order.id = id;
     exchange.engine.rest_order(exchange.stock(), order);
   }
-  EXPECT_EQ(exchange.stock().bids.at(1900000), (Level{7, 5, 6}));
-  EXPECT_EQ(exchange.engine.dirty.size(), 1U);
-  EXPECT_TRUE(exchange.engine.dirty.contains({true, 1900000}));
-  EXPECT_EQ(exchange.engine.orders.size(), 3U);
-  EXPECT_TRUE(exchange.engine.live.empty());
-  EXPECT_TRUE(exchange.stock().asks.empty());
+  EXPECT_THAT(queue_at(exchange.engine, exchange.stock(), BUYS, 1900000), ElementsAre(7, 5, 6));
+  EXPECT_THAT(touched_prices(exchange.engine, exchange.stock()), ElementsAre(Pair(BUYS, 1900000)));
+  EXPECT_EQ(order_count(exchange.engine), 3U);
+  EXPECT_THAT(live_names(exchange.engine), IsEmpty());
+  EXPECT_THAT(level_prices(exchange.engine, exchange.stock(), SELLS), IsEmpty());
 }
 
 TEST(Engine, resting_overwrites_the_record_of_the_same_id) {
@@ -82,11 +87,13 @@ TEST(Engine, resting_overwrites_the_record_of_the_same_id) {
   order.buy = false;
   order.price = 1900000;
   order.leaves = 100;
-  exchange.engine.orders[7] = order;
+  exchange.engine.rest_order(exchange.stock(), order);
+  exchange.engine.remove_from_level(exchange.stock(), order_by_id(exchange.engine, 7));
   order.leaves = 40;
   exchange.engine.rest_order(exchange.stock(), order);
-  EXPECT_EQ(exchange.engine.orders.at(7).leaves, 40U);
-  EXPECT_EQ(exchange.stock().asks.at(1900000), (Level{7}));
+  EXPECT_EQ(order_by_id(exchange.engine, 7).leaves, 40U);
+  EXPECT_EQ(order_count(exchange.engine), 1U);
+  EXPECT_THAT(queue_at(exchange.engine, exchange.stock(), SELLS, 1900000), ElementsAre(7));
 }
 
 TEST(Engine, the_last_order_of_a_level_takes_the_level_with_it) {
@@ -94,19 +101,20 @@ TEST(Engine, the_last_order_of_a_level_takes_the_level_with_it) {
   const std::vector<uint64_t> ids =
       exchange.rests({"AAPL sell 100 @ 190.00", "AAPL sell 200 @ 190.00"});
   exchange.engine.begin_event();
-  exchange.engine.remove_from_level(exchange.stock(), exchange.engine.orders.at(ids[0]));
-  EXPECT_EQ(exchange.stock().asks.at(1900000), (Level{ids[1]}));
-  exchange.engine.remove_from_level(exchange.stock(), exchange.engine.orders.at(ids[1]));
-  EXPECT_TRUE(exchange.stock().asks.empty());
-  EXPECT_EQ(exchange.engine.orders.size(), 2U) << "the records are somebody else's business";
+  exchange.engine.remove_from_level(exchange.stock(), order_by_id(exchange.engine, ids[0]));
+  EXPECT_THAT(queue_at(exchange.engine, exchange.stock(), SELLS, 1900000), ElementsAre(ids[1]));
+  exchange.engine.remove_from_level(exchange.stock(), order_by_id(exchange.engine, ids[1]));
+  EXPECT_THAT(level_prices(exchange.engine, exchange.stock(), SELLS), IsEmpty());
+  EXPECT_EQ(order_count(exchange.engine), 2U) << "the records are somebody else's business";
 }
 
 TEST(Engine, an_order_leaves_from_the_middle_of_its_queue) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   const std::vector<uint64_t> ids =
       exchange.rests({"AAPL buy 100 @ 190.00", "AAPL buy 200 @ 190.00", "AAPL buy 300 @ 190.00"});
-  exchange.engine.remove_from_level(exchange.stock(), exchange.engine.orders.at(ids[1]));
-  EXPECT_EQ(exchange.stock().bids.at(1900000), (Level{ids[0], ids[2]}));
+  exchange.engine.remove_from_level(exchange.stock(), order_by_id(exchange.engine, ids[1]));
+  EXPECT_THAT(queue_at(exchange.engine, exchange.stock(), BUYS, 1900000),
+              ElementsAre(ids[0], ids[2]));
 }
 
 TEST(Engine, leaving_a_level_that_is_gone_still_marks_its_price) {
@@ -117,30 +125,35 @@ TEST(Engine, leaving_a_level_that_is_gone_still_marks_its_price) {
   order.price = 1900000;
   exchange.engine.begin_event();
   exchange.engine.remove_from_level(exchange.stock(), order);
-  EXPECT_TRUE(exchange.engine.dirty.contains({false, 1900000}));
-  EXPECT_TRUE(exchange.stock().asks.empty());
+  EXPECT_THAT(touched_prices(exchange.engine, exchange.stock()), ElementsAre(Pair(SELLS, 1900000)));
+  EXPECT_THAT(level_prices(exchange.engine, exchange.stock(), SELLS), IsEmpty());
   exchange.engine.publish_dirty(exchange.stock());
   exchange.feed_shows({});
 }
 
 TEST(Engine, an_id_that_is_no_order_adds_nothing_to_a_shown_size) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+  Engine& engine = exchange.engine;
+  Stock& stock = exchange.stock();
   exchange.rests({"AAPL sell 100 @ 190.00"});
-  exchange.stock().asks.at(1900000).push_front(77);
-  exchange.stock().asks.at(1900000).push_back(78);
-  EXPECT_EQ(exchange.engine.level_size(exchange.stock(), false, 1900000), 100U);
-  EXPECT_EQ(exchange.engine.level_size(exchange.stock(), true, 1900000), 0U);
-  EXPECT_EQ(exchange.engine.level_size(exchange.stock(), false, 1900100), 0U);
-  exchange.engine.begin_event();
-  exchange.engine.dirty.emplace(false, 1900000);
-  exchange.engine.publish_dirty(exchange.stock());
+  plant_departed_order(engine, stock, SELLS, 1900000, QueueEnd::FRONT);
+  plant_departed_order(engine, stock, SELLS, 1900000, QueueEnd::BACK);
+  EXPECT_EQ(shares_at(engine, stock, SELLS, 1900000), 100U);
+  EXPECT_EQ(shares_at(engine, stock, BUYS, 1900000), 0U);
+  EXPECT_EQ(shares_at(engine, stock, SELLS, 1900100), 0U);
+  engine.begin_event();
+  touch_price(engine, stock, SELLS, 1900000);
+  engine.publish_dirty(stock);
   exchange.feed_shows({});
+  exchange.rests({"AAPL sell 200 @ 190.00"});
+  EXPECT_EQ(shares_at(engine, stock, SELLS, 1900000), 300U);
+  EXPECT_THAT(shown_levels(engine, stock, SELLS), ElementsAre(Pair(1900000, 300)));
 }
 
 TEST(Engine, a_shown_size_is_the_sum_cut_to_32_bits) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   exchange.rests({"AAPL sell 4294967295 @ 190.00", "AAPL sell 100 @ 190.00"});
-  EXPECT_EQ(exchange.engine.level_size(exchange.stock(), false, 1900000), 99U);
+  EXPECT_EQ(shares_at(exchange.engine, exchange.stock(), SELLS, 1900000), 99U);
 }
 
 // --- Finding ---
@@ -179,7 +192,7 @@ TEST(Engine, stock_65536_has_no_locate_and_its_orders_touch_nothing) {
   client.says("35=G|11=g1|41=a1|55=S65535|54=2|38=50");
   client.hears("35=9");
   advance_ms(300);
-  exchange.engine.fire_unsolicited(exchange.clients);
+  fire_scheduled_cancels(exchange.engine, exchange.clients);
   EXPECT_EQ(exchange.scenario.counters.unsolicited_cancels, 0U);
 }
 
@@ -190,7 +203,7 @@ TEST(Engine, a_client_reaches_an_order_only_by_its_own_name_for_it) {
   EXPECT_NE(exchange.engine.live_order("ALPHA", "a1"), nullptr);
   EXPECT_EQ(exchange.engine.live_order("BETA", "a1"), nullptr);
   EXPECT_EQ(exchange.engine.live_order("ALPHA", "a2"), nullptr);
-  exchange.engine.live[{"ALPHA", "a2"}] = 4711;  // an id that is no order
+  plant_live_name(exchange.engine, "ALPHA", "a2", 4711);  // an id that is no order
   EXPECT_EQ(exchange.engine.live_order("ALPHA", "a2"), nullptr);
 }
 
@@ -224,18 +237,18 @@ TEST(Engine, a_second_closing_of_a_name_counts_from_anew) {
   exchange.engine.note_closed("ALPHA", "a1");
   advance_ms(2000);
   exchange.engine.note_closed("ALPHA", "a1");
-  EXPECT_EQ(exchange.engine.closed.size(), 1U);
+  EXPECT_EQ(closing_count(exchange.engine), 1U);
   EXPECT_EQ(exchange.engine.closing_of("ALPHA", "a1"), Closing::JUST_NOW);
 }
 
 TEST(Engine, at_50001_closings_all_are_forgotten_the_newest_too) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   for (int i = 1; i <= 50000; ++i) exchange.engine.note_closed("ALPHA", std::to_string(i));
-  EXPECT_EQ(exchange.engine.closed.size(), 50000U);
+  EXPECT_EQ(closing_count(exchange.engine), 50000U);
   exchange.engine.note_closed("ALPHA", "50000");  // a known name adds no entry
-  EXPECT_EQ(exchange.engine.closed.size(), 50000U);
+  EXPECT_EQ(closing_count(exchange.engine), 50000U);
   exchange.engine.note_closed("ALPHA", "50001");
-  EXPECT_EQ(exchange.engine.closed.size(), 0U);
+  EXPECT_EQ(closing_count(exchange.engine), 0U);
   EXPECT_EQ(exchange.engine.closing_of("ALPHA", "50001"), Closing::UNKNOWN);
 }
 
@@ -252,7 +265,7 @@ TEST(DeferredReports, go_to_the_owner_in_the_order_of_the_events) {
   beta.skips_all();
   exchange.is_hit("AAPL buy 250");
   alpha.hears_nothing();
-  EXPECT_EQ(exchange.engine.deferred.size(), 3U);
+  EXPECT_THAT(owed_to(exchange.engine), ElementsAre("ALPHA", "BETA", "ALPHA"));
 
   const auto to_send = exchange.engine.drain_deferred(exchange.clients);
   ASSERT_EQ(to_send.size(), 3U);
@@ -263,7 +276,7 @@ TEST(DeferredReports, go_to_the_owner_in_the_order_of_the_events) {
   EXPECT_EQ(value_of(fields_of(to_send[1].second), 11), "b1");
   EXPECT_EQ(value_of(fields_of(to_send[2].second), 11), "a2");
   EXPECT_EQ(value_of(fields_of(to_send[2].second), 151), "50");
-  EXPECT_TRUE(exchange.engine.deferred.empty());
+  EXPECT_THAT(owed_to(exchange.engine), IsEmpty());
   EXPECT_TRUE(exchange.engine.drain_deferred(exchange.clients).empty());
 }
 
@@ -308,13 +321,14 @@ TEST(DeferredReports, for_an_absent_owner_are_numbered_stored_and_counted_all_th
   EXPECT_EQ(exchange.engine.resting_orders_of("ALPHA"), 1U) << "a disconnect touches no order";
   exchange.is_hit("AAPL buy 100");
   EXPECT_EQ(exchange.scenario.counters.fills, 0U);
-  EXPECT_EQ(client.stream().store.size(), 1U);
+  EXPECT_EQ(client.stream().stored_count(), 1U);
   EXPECT_TRUE(exchange.engine.drain_deferred(exchange.clients).empty());
   EXPECT_EQ(exchange.scenario.counters.fills, 1U);
-  EXPECT_EQ(client.stream().next_out, 3U);
-  ASSERT_EQ(client.stream().store.size(), 2U);
-  EXPECT_EQ(client.stream().store[1].seq, 2U);
-  EXPECT_EQ(client.stream().store[1].msg_type, "8");
+  EXPECT_EQ(client.stream().next_out(), 3U);
+  const std::vector<Stored> stored = client.stream().stored();
+  ASSERT_EQ(stored.size(), 2U);
+  EXPECT_EQ(stored[1].seq, 2U);
+  EXPECT_EQ(stored[1].msg_type, "8");
   EXPECT_EQ(exchange.engine.next_exec_id, 2U);
   exchange.feed_shows({"5 100 @ 190.00 last", "T 100 @ 190.00", "5 0 @ 190.00 last"});
 }

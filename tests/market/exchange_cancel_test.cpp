@@ -5,10 +5,13 @@
 #include <vector>
 
 #include "support/exchange.h"
+#include "support/inside.h"
 #include "support/test_clock.h"
 
 namespace quorl::test {
 namespace {
+
+using testing::IsEmpty;
 
 constexpr std::string_view SELL_100 = "35=D|11=a1|55=AAPL|54=2|38=100|40=2|44=190.00|59=0|18=i";
 
@@ -24,20 +27,20 @@ FixPeer doomed_order(Exchange& exchange, std::string_view changes = "") {
   return client;
 }
 
-void fires(Exchange& exchange) { exchange.engine.fire_unsolicited(exchange.clients); }
+void fires(Exchange& exchange) { fire_scheduled_cancels(exchange.engine, exchange.clients); }
 
 TEST(ExchangeCancel, fires_300_ms_after_the_order_came_to_rest) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   doomed_order(exchange);
   advance_ms(299);
   EXPECT_EQ(standard_error_of([&] { fires(exchange); }), "");
-  EXPECT_EQ(exchange.engine.scheduled_cancels.size(), 1U);
+  EXPECT_EQ(scheduled_cancels(exchange.engine).size(), 1U);
   exchange.book_holds({"sell 100 @ 190.00 ALPHA a1"});
   advance_ms(1);
   EXPECT_EQ(standard_error_of([&] { fires(exchange); }),
             "bench: unsolicited cancel of a1 (exchange-initiated; the client must mark it "
             "cancelled)\n");
-  EXPECT_TRUE(exchange.engine.scheduled_cancels.empty());
+  EXPECT_THAT(scheduled_cancels(exchange.engine), IsEmpty());
   exchange.book_holds({});
 }
 
@@ -59,8 +62,8 @@ TEST(ExchangeCancel, shows_on_the_feed_at_once_and_is_told_later_in_the_turn) {
   EXPECT_EQ(exchange.engine.next_trade_id, 0U);
   EXPECT_EQ(exchange.stock().volume, 0U);
   EXPECT_EQ(exchange.stock().last_price, 0);
-  EXPECT_TRUE(exchange.engine.live.empty());
-  EXPECT_TRUE(exchange.engine.orders.empty());
+  EXPECT_THAT(live_names(exchange.engine), IsEmpty());
+  EXPECT_EQ(order_count(exchange.engine), 0U);
 }
 
 TEST(ExchangeCancel, a_late_pass_fires_it_all_the_same) {
@@ -96,7 +99,7 @@ TEST(ExchangeCancel, of_an_order_filled_meanwhile_is_spent_without_a_word) {
   exchange.feed();
   advance_ms(200);
   EXPECT_EQ(standard_error_of([&] { fires(exchange); }), "");
-  EXPECT_TRUE(exchange.engine.scheduled_cancels.empty());
+  EXPECT_THAT(scheduled_cancels(exchange.engine), IsEmpty());
   exchange.drains_deferred();
   client.hears_nothing();
   exchange.feed_shows({});
@@ -110,7 +113,7 @@ TEST(ExchangeCancel, of_an_order_cancelled_meanwhile_is_spent_without_a_word) {
   client.hears("150=4|!58");
   advance_ms(300);
   EXPECT_EQ(standard_error_of([&] { fires(exchange); }), "");
-  EXPECT_TRUE(exchange.engine.deferred.empty());
+  EXPECT_THAT(owed_to(exchange.engine), IsEmpty());
 }
 
 TEST(ExchangeCancel, does_not_find_an_order_that_was_replaced) {
@@ -120,7 +123,7 @@ TEST(ExchangeCancel, does_not_find_an_order_that_was_replaced) {
   client.hears("150=5");
   advance_ms(300);
   EXPECT_EQ(standard_error_of([&] { fires(exchange); }), "");
-  EXPECT_TRUE(exchange.engine.scheduled_cancels.empty());
+  EXPECT_THAT(scheduled_cancels(exchange.engine), IsEmpty());
   exchange.book_holds({"sell 50 @ 190.00 ALPHA a2"});
 }
 
@@ -147,10 +150,10 @@ TEST(ExchangeCancel, is_stored_for_an_absent_owner) {
   fires(exchange);
   exchange.book_holds({});
   EXPECT_TRUE(exchange.engine.drain_deferred(exchange.clients).empty());
-  EXPECT_EQ(client.stream().next_out, 3U);
-  ASSERT_EQ(client.stream().store.size(), 2U);
-  EXPECT_THAT(std::string(client.stream().store[1].fields.wire()),
-              testing::HasSubstr("58=AdminCancel"));
+  EXPECT_EQ(client.stream().next_out(), 3U);
+  const std::vector<Stored> stored = client.stream().stored();
+  ASSERT_EQ(stored.size(), 2U);
+  EXPECT_THAT(stored[1].body, testing::HasSubstr("58=AdminCancel"));
   EXPECT_EQ(exchange.scenario.counters.unsolicited_cancels, 1U);
 }
 
@@ -159,7 +162,7 @@ TEST(ExchangeCancel, leaves_a_closing_that_a_cancel_is_too_late_for) {
   FixPeer client = doomed_order(exchange);
   advance_ms(300);
   fires(exchange);
-  EXPECT_EQ(exchange.engine.closed.at({"ALPHA", "a1"}), int64_t{START_STEADY_MS} + 300);
+  EXPECT_EQ(ms_since_closing(exchange.engine, "ALPHA", "a1"), 0);
   advance_ms(1999);
   client.says("35=F|11=c1|41=a1");
   client.hears("35=9|39=2|58=Too late to cancel");
@@ -174,12 +177,12 @@ TEST(ExchangeCancel, reads_the_clock_once_and_not_at_all_with_nothing_scheduled)
   fires(exchange);
   EXPECT_EQ(steady_readings(), before);
   for (const char* id : {"x", "y", "z"}) {
-    exchange.engine.scheduled_cancels.push_back({"ALPHA", id, 0});
+    schedule_cancel(exchange.engine, {"ALPHA", id, 0});
   }
   before = steady_readings();
   fires(exchange);
   EXPECT_EQ(steady_readings(), before + 1);
-  EXPECT_TRUE(exchange.engine.scheduled_cancels.empty());
+  EXPECT_THAT(scheduled_cancels(exchange.engine), IsEmpty());
 }
 
 TEST(ExchangeCancel, passes_over_entries_that_are_not_due_and_keeps_them_in_order) {
@@ -189,7 +192,7 @@ TEST(ExchangeCancel, passes_over_entries_that_are_not_due_and_keeps_them_in_orde
   for (const auto& [id, due_ms] : std::vector<std::pair<std::string, int64_t>>{
            {"a1", now + 50}, {"a2", now}, {"a3", now + 1}, {"a4", now - 20}, {"a5", now + 40}}) {
     client.says(sell("11=" + id));
-    exchange.engine.scheduled_cancels.push_back({"ALPHA", id, due_ms});
+    schedule_cancel(exchange.engine, {"ALPHA", id, due_ms});
   }
   client.skips_all();
   fires(exchange);
@@ -197,7 +200,7 @@ TEST(ExchangeCancel, passes_over_entries_that_are_not_due_and_keeps_them_in_orde
   client.hears("11=a2|58=AdminCancel");
   client.hears("11=a4|58=AdminCancel");
   client.hears_nothing();
-  const auto& left = exchange.engine.scheduled_cancels;
+  const std::vector<Scheduled> left = scheduled_cancels(exchange.engine);
   ASSERT_EQ(left.size(), 3U);
   EXPECT_EQ(left[0].cl_ord_id, "a1");
   EXPECT_EQ(left[1].cl_ord_id, "a3");
@@ -233,7 +236,7 @@ TEST(ExchangeCancel, each_entry_is_an_event_of_its_own) {
 TEST(ExchangeCancel, two_entries_for_one_order_cancel_it_once) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   FixPeer client = doomed_order(exchange);
-  exchange.engine.scheduled_cancels.push_back(exchange.engine.scheduled_cancels[0]);
+  schedule_cancel(exchange.engine, scheduled_cancels(exchange.engine).at(0));
   advance_ms(300);
   fires(exchange);
   exchange.drains_deferred();
@@ -245,8 +248,8 @@ TEST(ExchangeCancel, two_entries_for_one_order_cancel_it_once) {
 TEST(ExchangeCancel, never_touches_an_order_without_an_owner) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   const std::vector<uint64_t> ids = exchange.rests({"AAPL sell 100 @ 190.00"});
-  exchange.engine.live[{"ALPHA", "a1"}] = ids[0];
-  exchange.engine.scheduled_cancels.push_back({"ALPHA", "a1", 0});
+  plant_live_name(exchange.engine, "ALPHA", "a1", ids[0]);
+  schedule_cancel(exchange.engine, {"ALPHA", "a1", 0});
   fires(exchange);
   exchange.book_holds({"sell 100 @ 190.00"});
   EXPECT_EQ(exchange.scenario.counters.unsolicited_cancels, 0U);

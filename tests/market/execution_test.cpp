@@ -5,10 +5,14 @@
 #include <vector>
 
 #include "support/exchange.h"
+#include "support/inside.h"
 #include "support/test_clock.h"
 
 namespace quorl::test {
 namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
 
 constexpr std::string_view SELL = "35=D|11=a1|55=AAPL|54=2|38=100|40=2|44=190.00|59=0|18=i";
 
@@ -112,7 +116,8 @@ TEST(Matching, an_aggressor_that_is_done_looks_no_further) {
   const std::vector<uint64_t> ids = exchange.rests({"AAPL sell 300 @ 190.00"});
   Order buyer = aggressor(true, 100);
   meets_market(exchange, buyer);
-  EXPECT_EQ(exchange.stock().asks.at(price4("190.00")), (Level{ids[0]}));
+  EXPECT_THAT(queue_at(exchange.engine, exchange.stock(), SELLS, price4("190.00")),
+              ElementsAre(ids[0]));
   exchange.book_holds({"sell 200 @ 190.00"});
   Order nothing = aggressor(true, 0);
   meets_market(exchange, nothing);
@@ -121,26 +126,36 @@ TEST(Matching, an_aggressor_that_is_done_looks_no_further) {
 
 TEST(Matching, an_id_that_is_no_order_is_dropped_from_its_queue) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.rests({"AAPL sell 100 @ 190.00", "AAPL sell 100 @ 190.01"});
-  Level& best = exchange.stock().asks.at(price4("190.00"));
-  best.push_front(77);
-  best.push_front(78);
-  exchange.stock().asks[price4("189.00")] = {79};  // a level of nothing else
-  exchange.stock().asks[price4("188.00")] = {};
+  const std::vector<uint64_t> ids =
+      exchange.rests({"AAPL sell 100 @ 190.00", "AAPL sell 100 @ 190.01"});
+  Engine& engine = exchange.engine;
+  Stock& stock = exchange.stock();
+  plant_departed_order(engine, stock, SELLS, price4("190.00"), QueueEnd::FRONT);
+  plant_departed_order(engine, stock, SELLS, price4("190.00"), QueueEnd::FRONT);
+  // A level of nothing else, and one of nothing at all.
+  plant_departed_order(engine, stock, SELLS, price4("189.00"), QueueEnd::FRONT);
+  plant_empty_level(engine, stock, SELLS, price4("188.00"));
   exchange.is_hit("AAPL buy 150");
   exchange.feed_shows(
       {"T 100 @ 190.00", "T 50 @ 190.01 odd", "5 0 @ 190.00", "5 50 @ 190.01 last"});
-  EXPECT_EQ(exchange.stock().asks.size(), 1U);
+  EXPECT_THAT(level_prices(engine, stock, SELLS), ElementsAre(price4("190.01")));
+  EXPECT_THAT(queue_at(engine, stock, SELLS, price4("190.01")), ElementsAre(ids[1]));
 }
 
 TEST(Matching, a_side_of_nothing_but_gone_ids_ends_empty) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.stock().bids[price4("190.00")] = {77, 78};
+  Engine& engine = exchange.engine;
+  Stock& stock = exchange.stock();
+  plant_departed_order(engine, stock, BUYS, price4("190.00"), QueueEnd::BACK);
+  plant_departed_order(engine, stock, BUYS, price4("190.00"), QueueEnd::BACK);
   Order seller = aggressor(false, 100);
   meets_market(exchange, seller);
   EXPECT_EQ(seller.leaves, 100U);
-  EXPECT_TRUE(exchange.stock().bids.empty());
+  EXPECT_THAT(level_prices(engine, stock, BUYS), IsEmpty());
   exchange.feed_shows({});
+  exchange.rests({"AAPL buy 200 @ 190.00"});  // the side goes on like any other
+  exchange.is_hit("AAPL sell 150");
+  exchange.feed_shows({"T 150 @ 190.00", "8 50 @ 190.00 last"});
 }
 
 // --- What a trade leaves behind ---
@@ -197,12 +212,12 @@ TEST(Trades, a_synthetic_order_is_hit_without_a_report_or_a_memory) {
   const std::vector<uint64_t> ids =
       exchange.rests({"AAPL sell 100 @ 190.00", "AAPL sell 100 @ 190.01"});
   exchange.is_hit("AAPL buy 150");
-  EXPECT_TRUE(exchange.engine.deferred.empty());
-  EXPECT_TRUE(exchange.engine.closed.empty());
-  EXPECT_TRUE(exchange.engine.streams.empty());
-  EXPECT_EQ(exchange.engine.orders.at(ids[1]).cum, 0U);
-  EXPECT_EQ(exchange.engine.orders.at(ids[1]).notional, 0.0);
-  EXPECT_FALSE(exchange.engine.orders.contains(ids[0]));
+  EXPECT_THAT(owed_to(exchange.engine), IsEmpty());
+  EXPECT_EQ(closing_count(exchange.engine), 0U);
+  EXPECT_EQ(session_memory_count(exchange.engine), 0U);
+  EXPECT_EQ(order_by_id(exchange.engine, ids[1]).cum, 0U);
+  EXPECT_EQ(order_by_id(exchange.engine, ids[1]).notional, 0.0);
+  EXPECT_FALSE(has_order(exchange.engine, ids[0]));
   EXPECT_EQ(exchange.scenario.counters.fills, 0U);
   EXPECT_EQ(exchange.scenario.counters.partial_candidates, 0U);
 }
@@ -215,8 +230,8 @@ TEST(Trades, a_resting_client_order_is_told_of_each_fill_with_its_own_trade) {
   exchange.is_hit("AAPL buy 100");
   exchange.is_hit("AAPL buy 150");
   exchange.is_hit("AAPL buy 50");
-  EXPECT_TRUE(exchange.engine.live.empty());
-  EXPECT_EQ(exchange.engine.closed.at({"ALPHA", "a1"}), int64_t{START_STEADY_MS});
+  EXPECT_THAT(live_names(exchange.engine), IsEmpty());
+  EXPECT_EQ(ms_since_closing(exchange.engine, "ALPHA", "a1"), 0);
   exchange.drains_deferred();
   client.hears(
       "35=8|34=2|37=1000|11=a1|!41|150=1|39=1|32=100|31=190|151=200|14=100|6=190|30=IEXG|375=IEXG|"
@@ -233,7 +248,7 @@ TEST(Trades, a_part_filled_order_is_not_closed_and_keeps_its_place) {
   client.says(sell("a1", 300));
   exchange.rests({"AAPL sell 100 @ 190.00"});
   exchange.is_hit("AAPL buy 299");
-  EXPECT_TRUE(exchange.engine.closed.empty());
+  EXPECT_EQ(closing_count(exchange.engine), 0U);
   EXPECT_EQ(exchange.order("ALPHA", "a1").cum, 299U);
   exchange.book_holds({"sell 1 @ 190.00 ALPHA a1", "sell 100 @ 190.00"});
 }
@@ -275,16 +290,16 @@ TEST(Reduce, a_withdrawal_is_no_trade) {
   exchange.scenario.partial_fill_every = 1;
   Engine& engine = exchange.engine;
   engine.begin_event();
-  engine.withdraw(exchange.stock(), engine.orders.at(1000));
+  withdraw_order(engine, exchange.stock(), 1000);
   engine.publish_dirty(exchange.stock());
   exchange.feed_shows({"5 0 @ 190.00 last"});
   EXPECT_EQ(engine.next_trade_id, 0U);
   EXPECT_EQ(exchange.stock().last_price, 0);
   EXPECT_EQ(exchange.stock().volume, 0U);
-  EXPECT_TRUE(engine.deferred.empty());
-  EXPECT_TRUE(engine.closed.empty());
-  EXPECT_TRUE(engine.live.empty());
-  EXPECT_TRUE(engine.orders.empty());
+  EXPECT_THAT(owed_to(engine), IsEmpty());
+  EXPECT_EQ(closing_count(engine), 0U);
+  EXPECT_THAT(live_names(engine), IsEmpty());
+  EXPECT_EQ(order_count(engine), 0U);
   EXPECT_EQ(exchange.scenario.counters.partial_candidates, 0U);
   exchange.book_holds({});
 }
@@ -294,17 +309,14 @@ TEST(Reduce, a_price_of_0_is_the_orders_own) {
   const std::vector<uint64_t> ids = exchange.rests({"AAPL sell 100 @ 190.00"});
   Engine& engine = exchange.engine;
   engine.begin_event();
-  EXPECT_EQ(engine.reduce(exchange.stock(), engine.orders.at(ids[0]), 40, false, 0, '1', true),
-            40U);
+  EXPECT_EQ(trade_with_order(engine, exchange.stock(), ids[0], 40, 0), 40U);
   engine.publish_dirty(exchange.stock());
   exchange.feed_shows({"T 40 @ 190.00 odd", "5 60 @ 190.00 last"});
   engine.begin_event();
-  EXPECT_EQ(engine.reduce(exchange.stock(), engine.orders.at(ids[0]), 60, false, price4("191.00"),
-                          '1', true),
-            60U);
+  EXPECT_EQ(trade_with_order(engine, exchange.stock(), ids[0], 60, price4("191.00")), 60U);
   engine.publish_dirty(exchange.stock());
   exchange.feed_shows({"T 60 @ 191.00 odd", "5 0 @ 190.00 last"});
-  EXPECT_TRUE(engine.orders.empty());
+  EXPECT_EQ(order_count(engine), 0U);
 }
 
 // --- The partial-fill script ---
@@ -335,7 +347,7 @@ TEST(PartialFills, leave_half_of_the_order_in_whole_lots_if_there_are_any) {
     EXPECT_EQ(exchange.scenario.counters.partials, 1U);
     EXPECT_EQ(exchange.scenario.counters.partial_candidates, 1U);
     EXPECT_EQ(exchange.stock().volume, cut);
-    EXPECT_TRUE(exchange.engine.closed.empty());
+    EXPECT_EQ(closing_count(exchange.engine), 0U);
     exchange.drains_deferred();
     client.hears("150=1|39=1|32=" + std::to_string(cut) + "|151=" + std::to_string(shares - cut) +
                  "|14=" + std::to_string(cut));
@@ -444,7 +456,7 @@ TEST(PartialFills, fire_on_every_second_candidate) {
   FixPeer client = exchange.logs_on("ALPHA");
   const auto left_by_a_hit_of_200 = [&] {
     exchange.is_hit("AAPL buy 200");
-    return exchange.engine.level_size(exchange.stock(), false, price4("190.00"));
+    return shares_at(exchange.engine, exchange.stock(), SELLS, price4("190.00"));
   };
   client.says(sell("a1", 200));
   EXPECT_EQ(left_by_a_hit_of_200(), 0U);
@@ -475,9 +487,10 @@ TEST(PartialFills, a_posted_order_rests_what_a_cut_left_it_even_in_a_crossed_boo
   client.says(sell("a1", 100, "1.00"));  // any posted buy completes it
   exchange.feed();
   exchange.engine.post_liquidity(exchange.stock(), price4("190.00"), 1);
-  ASSERT_EQ(exchange.stock().bids.size(), 1U);
-  const Price4 bid = exchange.stock().bids.begin()->first;
-  const uint32_t rested = exchange.engine.level_size(exchange.stock(), true, bid);
+  const std::vector<Price4> bids = level_prices(exchange.engine, exchange.stock(), BUYS);
+  ASSERT_EQ(bids.size(), 1U);
+  const Price4 bid = bids.front();
+  const uint32_t rested = shares_at(exchange.engine, exchange.stock(), BUYS, bid);
   EXPECT_GT(bid, price4("189.00"));
   EXPECT_EQ(rested % 100, 50U);  // a posted size of whole lots, less the 50 that traded
   EXPECT_EQ(exchange.order("ALPHA", "a1").leaves, 50U);

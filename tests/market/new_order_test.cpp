@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -5,10 +6,13 @@
 #include <vector>
 
 #include "support/exchange.h"
+#include "support/inside.h"
 #include "support/test_clock.h"
 
 namespace quorl::test {
 namespace {
+
+using testing::IsEmpty;
 
 constexpr std::string_view BUY_100 = "35=D|11=a1|55=AAPL|54=1|38=100|40=2|44=190.00|59=0|18=i|47=P";
 constexpr std::string_view SELL_100 =
@@ -32,9 +36,9 @@ void expect_refused(std::string_view order, const std::string& text, const std::
   client.hears("35=8|34=1|37=NONE|17=E1|20=0|150=8|39=8|32=0|31=0|151=0|14=0|6=0|!41|!30|58=" +
                text + "|103=" + reason + (more.empty() ? "" : "|" + more));
   client.hears_nothing();
-  EXPECT_TRUE(exchange.engine.orders.empty());
-  EXPECT_TRUE(exchange.engine.live.empty());
-  EXPECT_TRUE(exchange.engine.closed.empty());
+  EXPECT_EQ(order_count(exchange.engine), 0U);
+  EXPECT_THAT(live_names(exchange.engine), IsEmpty());
+  EXPECT_EQ(closing_count(exchange.engine), 0U);
   EXPECT_EQ(exchange.engine.next_order_id, 1000U);
   EXPECT_TRUE(nothing_counted(exchange.scenario));
   exchange.feed_shows({});
@@ -76,7 +80,7 @@ TEST(NewOrderLadder, separators_of_benches_are_refused_in_a_cl_ord_id) {
                                            "58=BrokerOption: invalid ClOrdID\x01"
                                            "103=0\x01"),
                 std::string::npos);
-      EXPECT_TRUE(exchange.engine.live.empty());
+      EXPECT_THAT(live_names(exchange.engine), IsEmpty());
     }
   }
 }
@@ -420,7 +424,7 @@ TEST(NewOrderScript, a_scripted_reject_leaves_nothing_that_a_cancel_could_come_t
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(buy());
   client.hears("150=8|44=190|38=100");
-  EXPECT_TRUE(exchange.engine.closed.empty());
+  EXPECT_EQ(closing_count(exchange.engine), 0U);
   EXPECT_EQ(exchange.engine.next_order_id, 1000U);
   client.says("35=F|11=c1|41=a1");
   client.hears("35=9|39=8|58=Unknown order");
@@ -448,8 +452,8 @@ TEST(NewOrder, an_order_that_does_not_cross_rests_and_is_shown) {
   client.hears_nothing();
   exchange.feed_shows({"8 300 @ 190.00 last"});
   exchange.book_holds({"sell 300 @ 190.01", "buy 200 @ 190.00", "buy 100 @ 190.00 ALPHA a1"});
-  EXPECT_EQ(exchange.engine.live.at({"ALPHA", "a1"}), 1002U);
-  EXPECT_TRUE(exchange.engine.closed.empty());
+  EXPECT_EQ(exchange.order("ALPHA", "a1").id, 1002U);
+  EXPECT_EQ(closing_count(exchange.engine), 0U);
 }
 
 TEST(NewOrder, only_accepted_orders_take_an_order_id) {
@@ -556,7 +560,7 @@ TEST(NewOrder, a_limit_buy_trades_up_to_its_limit_and_rests_there) {
       {"T 100 @ 190.01", "T 100 @ 190.02", "5 0 @ 190.01", "5 0 @ 190.02", "8 300 @ 190.02 last"});
   exchange.book_holds({"sell 100 @ 190.03", "buy 300 @ 190.02 ALPHA a1"});
   EXPECT_EQ(exchange.order("ALPHA", "a1").cum, 200U);
-  EXPECT_TRUE(exchange.engine.closed.empty());
+  EXPECT_EQ(closing_count(exchange.engine), 0U);
 }
 
 TEST(NewOrder, a_limit_sell_trades_down_to_its_limit_and_rests_there) {
@@ -580,9 +584,9 @@ TEST(NewOrder, a_filled_order_is_closed_and_not_live) {
   client.hears("150=2|39=2|151=0|14=100");
   client.hears_nothing();
   exchange.book_holds({});
-  EXPECT_TRUE(exchange.engine.orders.empty());
-  EXPECT_TRUE(exchange.engine.live.empty());
-  EXPECT_EQ(exchange.engine.closed.at({"ALPHA", "a1"}), int64_t{START_STEADY_MS});
+  EXPECT_EQ(order_count(exchange.engine), 0U);
+  EXPECT_THAT(live_names(exchange.engine), IsEmpty());
+  EXPECT_EQ(ms_since_closing(exchange.engine, "ALPHA", "a1"), 0);
   EXPECT_EQ(exchange.scenario.counters.fills, 1U);
   EXPECT_EQ(exchange.scenario.counters.cancels, 0U);
 }
@@ -624,8 +628,8 @@ TEST(NewOrder, a_market_order_that_meets_nothing_is_acknowledged_and_cancelled) 
     exchange.feed_shows({});
     exchange.book_holds({});
     EXPECT_EQ(exchange.scenario.counters.cancels, 1U);
-    EXPECT_EQ(exchange.engine.closed.size(), 1U);
-    EXPECT_TRUE(exchange.engine.live.empty());
+    EXPECT_EQ(closing_count(exchange.engine), 1U);
+    EXPECT_THAT(live_names(exchange.engine), IsEmpty());
   }
 }
 
@@ -639,7 +643,7 @@ TEST(NewOrder, a_market_order_for_the_day_does_not_rest_its_remainder) {
   client.hears("150=4|39=4|151=0|14=300|6=190.01|58=UnmatchedIOC");
   client.hears_nothing();
   exchange.book_holds({});
-  EXPECT_EQ(exchange.engine.closed.size(), 1U);
+  EXPECT_EQ(closing_count(exchange.engine), 1U);
 }
 
 TEST(NewOrder, an_immediate_order_takes_what_its_limit_reaches_and_the_rest_is_cancelled) {
@@ -724,7 +728,7 @@ TEST(NewOrder, a_market_fill_or_kill_counts_every_level) {
 TEST(NewOrder, a_fill_or_kill_counts_more_shares_than_32_bits_hold) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   exchange.rests({"AAPL sell 4294967295 @ 190.00", "AAPL sell 1 @ 190.00"});
-  EXPECT_EQ(exchange.engine.level_size(exchange.stock(), false, price4("190.00")), 0U);  // as shown
+  EXPECT_EQ(shares_at(exchange.engine, exchange.stock(), SELLS, price4("190.00")), 0U);  // as shown
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(buy("59=4"));
   client.hears("150=0");
@@ -752,7 +756,7 @@ TEST(NewOrder, a_fill_or_kill_counts_bids_at_0_that_the_matching_stops_at) {
 TEST(NewOrder, a_fill_or_kill_skips_ids_that_are_no_order) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   exchange.rests({"AAPL sell 100 @ 190.00"});
-  exchange.stock().asks.at(price4("190.00")).push_front(77);
+  plant_departed_order(exchange.engine, exchange.stock(), SELLS, price4("190.00"), QueueEnd::FRONT);
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(buy("59=4|38=101"));
   client.hears("150=0");
@@ -770,11 +774,11 @@ TEST(NewOrderScript, an_unasked_cancel_is_due_300_ms_after_the_order_came_to_res
   FixPeer client = exchange.logs_on("ALPHA");
   advance_ms(5);
   client.says(buy());
-  ASSERT_EQ(exchange.engine.scheduled_cancels.size(), 1U);
-  const ScheduledCancel& entry = exchange.engine.scheduled_cancels[0];
-  EXPECT_EQ(entry.owner, "ALPHA");
-  EXPECT_EQ(entry.cl_ord_id, "a1");
-  EXPECT_EQ(entry.due_ms, int64_t{START_STEADY_MS} + 5 + 300);
+  const std::vector<Scheduled> scheduled = scheduled_cancels(exchange.engine);
+  ASSERT_EQ(scheduled.size(), 1U);
+  EXPECT_EQ(scheduled[0].owner, "ALPHA");
+  EXPECT_EQ(scheduled[0].cl_ord_id, "a1");
+  EXPECT_EQ(scheduled[0].due_ms, int64_t{START_STEADY_MS} + 5 + 300);
 }
 
 TEST(NewOrderScript, a_one_shot_cancel_waits_for_an_order_that_rests) {
@@ -786,11 +790,12 @@ TEST(NewOrderScript, a_one_shot_cancel_waits_for_an_order_that_rests) {
   client.says(buy("11=a2|59=3"));  // is cancelled
   client.says(buy("11=a3|38=0"));  // is refused
   EXPECT_EQ(exchange.scenario.unsolicited_cancel_next, 1U);
-  EXPECT_TRUE(exchange.engine.scheduled_cancels.empty());
+  EXPECT_THAT(scheduled_cancels(exchange.engine), IsEmpty());
   client.says(buy("11=a4"));
   EXPECT_EQ(exchange.scenario.unsolicited_cancel_next, 0U);
-  ASSERT_EQ(exchange.engine.scheduled_cancels.size(), 1U);
-  EXPECT_EQ(exchange.engine.scheduled_cancels[0].cl_ord_id, "a4");
+  const std::vector<Scheduled> scheduled = scheduled_cancels(exchange.engine);
+  ASSERT_EQ(scheduled.size(), 1U);
+  EXPECT_EQ(scheduled[0].cl_ord_id, "a4");
 }
 
 TEST(NewOrderScript, every_second_cancel_counts_accepted_orders_and_skips_one_that_fills) {
@@ -802,10 +807,11 @@ TEST(NewOrderScript, every_second_cancel_counts_accepted_orders_and_skips_one_th
   client.says(buy("11=a2|44=190.01"));  // the second accepted order fills: nothing for it
   client.says(buy("11=refused|38=0"));
   client.says(buy("11=a3"));
-  EXPECT_TRUE(exchange.engine.scheduled_cancels.empty());
+  EXPECT_THAT(scheduled_cancels(exchange.engine), IsEmpty());
   client.says(buy("11=a4"));
-  ASSERT_EQ(exchange.engine.scheduled_cancels.size(), 1U);
-  EXPECT_EQ(exchange.engine.scheduled_cancels[0].cl_ord_id, "a4");
+  const std::vector<Scheduled> scheduled = scheduled_cancels(exchange.engine);
+  ASSERT_EQ(scheduled.size(), 1U);
+  EXPECT_EQ(scheduled[0].cl_ord_id, "a4");
   EXPECT_EQ(exchange.scenario.counters.accepts, 4U);
 }
 
@@ -816,7 +822,7 @@ TEST(NewOrderScript, a_recurring_cancel_spends_a_one_shot_and_schedules_once) {
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(buy());
   EXPECT_EQ(exchange.scenario.unsolicited_cancel_next, 1U);
-  EXPECT_EQ(exchange.engine.scheduled_cancels.size(), 1U);
+  EXPECT_EQ(scheduled_cancels(exchange.engine).size(), 1U);
 }
 
 TEST(NewOrderScript, an_order_that_rests_after_part_fills_is_scheduled_too) {
@@ -825,7 +831,7 @@ TEST(NewOrderScript, an_order_that_rests_after_part_fills_is_scheduled_too) {
   exchange.rests({"AAPL sell 40 @ 190.00"});
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(buy());
-  EXPECT_EQ(exchange.engine.scheduled_cancels.size(), 1U);
+  EXPECT_EQ(scheduled_cancels(exchange.engine).size(), 1U);
 }
 
 }  // namespace

@@ -1,15 +1,19 @@
 #include "market/records.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
-#include "market/engine.h"
+#include "support/exchange.h"
+#include "support/inside.h"
 
-namespace quorl {
+namespace quorl::test {
 namespace {
+
+using testing::ElementsAre;
+using testing::Pair;
 
 TEST(Records, a_default_order_is_a_synthetic_buy_with_the_usual_characters) {
   const Order order;
@@ -38,41 +42,71 @@ TEST(Records, a_stock_begins_tradable_and_untraded) {
 }
 
 TEST(Records, the_best_bid_is_the_highest_and_the_best_offer_the_lowest) {
-  Stock stock;
-  for (const Price4 price : {1900100, 1900300, 1900200}) {
-    stock.bids[price];
-    stock.asks[price];
-    stock.shown_bids[price] = 1;
-    stock.shown_asks[price] = 1;
+  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+  for (const char* price : {"190.01", "190.03", "190.02"}) {
+    exchange.rests(
+        {std::string("AAPL buy 100 @ ") + price, std::string("AAPL sell 100 @ ") + price});
   }
-  EXPECT_EQ(stock.bids.begin()->first, 1900300);
-  EXPECT_EQ(stock.asks.begin()->first, 1900100);
-  EXPECT_EQ(stock.shown_bids.begin()->first, 1900300);
-  EXPECT_EQ(stock.shown_asks.begin()->first, 1900100);
+  const Engine& engine = exchange.engine;
+  const Stock& stock = exchange.stock();
+  EXPECT_THAT(level_prices(engine, stock, BUYS), ElementsAre(1900300, 1900200, 1900100));
+  EXPECT_THAT(level_prices(engine, stock, SELLS), ElementsAre(1900100, 1900200, 1900300));
+  EXPECT_THAT(shown_levels(engine, stock, BUYS),
+              ElementsAre(Pair(1900300, 100), Pair(1900200, 100), Pair(1900100, 100)));
+  EXPECT_THAT(shown_levels(engine, stock, SELLS),
+              ElementsAre(Pair(1900100, 100), Pair(1900200, 100), Pair(1900300, 100)));
+  exchange.is_hit("AAPL sell 100");
+  exchange.is_hit("AAPL buy 100");
+  exchange.feed_shows(
+      {"T 100 @ 190.03", "8 0 @ 190.03 last", "T 100 @ 190.01", "5 0 @ 190.01 last"});
 }
 
-TEST(Records, a_client_order_key_is_hashed_by_both_names) {
-  const std::hash<std::string> text;
-  const ClientOrderKeyHash hash;
-  EXPECT_EQ(hash(ClientOrderKey{"ALPHA", "a1"}), 31 * text("a1") + text("ALPHA"));
-  EXPECT_EQ(hash(ClientOrderKeyView{"ALPHA", "a1"}), hash(ClientOrderKey{"ALPHA", "a1"}));
+TEST(Records, a_client_order_key_is_told_apart_by_both_names) {
+  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+  for (int owner = 0; owner < 40; ++owner) {
+    FixPeer client = exchange.logs_on("OWNER" + std::to_string(owner));
+    for (int n = 0; n < 40; ++n) {
+      client.says("35=D|55=AAPL|54=1|38=100|40=2|44=190.00|18=i|11=a" + std::to_string(n));
+    }
+  }
+  for (int owner = 0; owner < 40; ++owner) {
+    for (int n = 0; n < 40; ++n) {
+      const Order& order = exchange.order("OWNER" + std::to_string(owner), "a" + std::to_string(n));
+      EXPECT_EQ(order.id, static_cast<uint64_t>(1000 + 40 * owner + n));
+    }
+  }
+  EXPECT_EQ(live_names(exchange.engine).size(), 1600U);
 }
 
 TEST(Records, client_order_keys_are_compared_as_pairs) {
-  const ClientOrderKeyEqual equal;
-  const ClientOrderKey key{"AB", "C"};
-  EXPECT_TRUE(equal(key, ClientOrderKeyView{"AB", "C"}));
-  EXPECT_FALSE(equal(key, ClientOrderKeyView{"A", "BC"}));
-  EXPECT_FALSE(equal(key, ClientOrderKeyView{"AB", "D"}));
-  EXPECT_FALSE(equal(key, ClientOrderKeyView{"C", "AB"}));
+  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+  const std::string order = "35=D|55=AAPL|54=1|38=100|40=2|44=190.00|18=i|11=";
+  exchange.logs_on("AB").says(order + "C");
+  EXPECT_NE(exchange.engine.live_order("AB", "C"), nullptr);
+  EXPECT_EQ(exchange.engine.live_order("A", "BC"), nullptr);
+  EXPECT_EQ(exchange.engine.live_order("AB", "D"), nullptr);
+  EXPECT_EQ(exchange.engine.live_order("C", "AB"), nullptr);
+  exchange.logs_on("A").says(order + "BC");
+  EXPECT_EQ(exchange.order("AB", "C").id, 1000U);
+  EXPECT_EQ(exchange.order("A", "BC").id, 1001U);
+
+  exchange.engine.note_closed("AB", "C");
+  EXPECT_EQ(exchange.engine.closing_of("AB", "C"), Closing::JUST_NOW);
+  EXPECT_EQ(exchange.engine.closing_of("A", "BC"), Closing::UNKNOWN);
+  EXPECT_EQ(exchange.engine.closing_of("AB", "D"), Closing::UNKNOWN);
+  EXPECT_EQ(exchange.engine.closing_of("C", "AB"), Closing::UNKNOWN);
 }
 
 TEST(Records, touched_prices_are_ordered_sells_first_and_lowest_first) {
-  decltype(Engine::dirty) dirty{{true, 100}, {false, 300}, {true, 50}, {false, 200}};
-  const std::vector<std::pair<bool, Price4>> in_order(dirty.begin(), dirty.end());
-  EXPECT_EQ(in_order, (std::vector<std::pair<bool, Price4>>{
-                          {false, 200}, {false, 300}, {true, 50}, {true, 100}}));
+  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+  exchange.engine.begin_event();
+  rest_synthetic(exchange.engine, exchange.stock(), BUYS, price4("0.01"), 100);
+  rest_synthetic(exchange.engine, exchange.stock(), SELLS, price4("0.03"), 100);
+  rest_synthetic(exchange.engine, exchange.stock(), BUYS, price4("0.005"), 100);
+  rest_synthetic(exchange.engine, exchange.stock(), SELLS, price4("0.02"), 100);
+  exchange.engine.publish_dirty(exchange.stock());
+  exchange.feed_shows({"5 100 @ 0.02", "5 100 @ 0.03", "8 100 @ 0.0050", "8 100 @ 0.01 last"});
 }
 
 }  // namespace
-}  // namespace quorl
+}  // namespace quorl::test

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "support/exchange.h"
+#include "support/inside.h"
 #include "support/test_clock.h"
 
 namespace quorl::test {
@@ -114,8 +115,10 @@ TEST(PostLiquidity, sells_begin_at_the_reference_and_buys_a_cent_below) {
     exchange.engine.post_liquidity(exchange.stock(), 1900000, 1);
     exchange.engine.post_liquidity(exchange.stock(), 1900000, -1);
     const Price4 behind = static_cast<Price4>(k) * 100;
-    EXPECT_EQ(exchange.stock().bids.begin()->first, 1899900 - behind);
-    EXPECT_EQ(exchange.stock().asks.begin()->first, 1900000 + behind);
+    EXPECT_THAT(level_prices(exchange.engine, exchange.stock(), BUYS),
+                testing::ElementsAre(1899900 - behind));
+    EXPECT_THAT(level_prices(exchange.engine, exchange.stock(), SELLS),
+                testing::ElementsAre(1900000 + behind));
   }
 }
 
@@ -125,7 +128,7 @@ TEST(PostLiquidity, sizes_are_1_to_8_lots_from_the_top_three_bits) {
     const uint64_t size_draw = (top << 61) | ((uint64_t{1} << 61) - 1);
     exchange.rng = rng_yielding({picks(0, 10), size_draw});
     exchange.engine.post_liquidity(exchange.stock(), 1900000, 1);
-    const Order& order = exchange.engine.orders.at(1000);
+    const Order& order = order_by_id(exchange.engine, 1000);
     EXPECT_EQ(order.leaves, (top + 1) * 100);
     EXPECT_EQ(order.qty, (top + 1) * 100);
   }
@@ -134,7 +137,7 @@ TEST(PostLiquidity, sizes_are_1_to_8_lots_from_the_top_three_bits) {
 TEST(PostLiquidity, makes_an_order_like_any_synthetic_one) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00,MSFT:410.00");
   exchange.engine.post_liquidity(exchange.stock(1), 4100000, -1);
-  const Order& order = exchange.engine.orders.at(1000);
+  const Order& order = order_by_id(exchange.engine, 1000);
   EXPECT_EQ(order.id, 1000U);
   EXPECT_EQ(order.locate, 2);
   EXPECT_FALSE(order.buy);
@@ -142,7 +145,7 @@ TEST(PostLiquidity, makes_an_order_like_any_synthetic_one) {
   EXPECT_EQ(order.owner, "");
   EXPECT_EQ(order.cl_ord_id, "");
   EXPECT_EQ(exchange.engine.next_order_id, 1001U);
-  EXPECT_TRUE(exchange.engine.live.empty());
+  EXPECT_THAT(live_names(exchange.engine), testing::IsEmpty());
 }
 
 TEST(PostLiquidity, a_sell_at_a_stale_bid_trades_and_rests_what_is_left) {
@@ -153,7 +156,10 @@ TEST(PostLiquidity, a_sell_at_a_stale_bid_trades_and_rests_what_is_left) {
   exchange.feed_shows(
       {"T 100 @ 190.03", "T 100 @ 190.00", "5 300 @ 190.00", "8 0 @ 190.00", "8 0 @ 190.03 last"});
   exchange.book_holds({"sell 300 @ 190.00", "buy 100 @ 189.99"});
-  const Order& order = exchange.engine.orders.at(exchange.stock().asks.begin()->second.front());
+  const std::vector<uint64_t> posted =
+      queue_at(exchange.engine, exchange.stock(), SELLS, price4("190.00"));
+  ASSERT_EQ(posted.size(), 1U);
+  const Order& order = order_by_id(exchange.engine, posted[0]);
   EXPECT_EQ(order.cum, 200U);  // counted on the aggressor, synthetic or not
   EXPECT_EQ(order.qty, 500U);
 }
@@ -195,8 +201,8 @@ TEST(PostLiquidity, near_zero_prices_are_cut_towards_zero) {
       Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
       exchange.rng = rng_yielding(refills(c.k, 1));
       exchange.engine.post_liquidity(exchange.stock(), c.ref, direction);
-      ASSERT_EQ(exchange.engine.orders.size(), 1U);
-      EXPECT_EQ(exchange.engine.orders.at(1000).price, direction > 0 ? c.buy : c.sell);
+      ASSERT_EQ(order_count(exchange.engine), 1U);
+      EXPECT_EQ(order_by_id(exchange.engine, 1000).price, direction > 0 ? c.buy : c.sell);
     }
   }
 }
@@ -343,7 +349,7 @@ TEST(WalkTick, an_order_exactly_12_cents_away_takes_a_coin_and_one_beyond_goes_w
       // Posted away from it, so that it is not traded with.
       ticks_on(exchange, stands_still() + pulls + posts_buy(9, 1) + posts_buy(9, 1) +
                              posts_buy(9, 1) + Draws{NO_TOUCH});
-      EXPECT_EQ(exchange.engine.orders.contains(id), stays);
+      EXPECT_EQ(has_order(exchange.engine, id), stays);
     }
   }
 }
@@ -372,7 +378,7 @@ TEST(WalkTick, a_pull_takes_one_order_of_a_level_and_leaves_the_others) {
   ASSERT_GE(feed.size(), 2U);
   EXPECT_EQ(feed[0].size, 1000U);
   EXPECT_EQ(feed[1].size, 500U);
-  EXPECT_EQ(exchange.engine.level_size(exchange.stock(), true, 1500000), 500U);
+  EXPECT_EQ(shares_at(exchange.engine, exchange.stock(), BUYS, 1500000), 500U);
 }
 
 TEST(WalkTick, picks_in_the_iteration_order_of_the_orders_afresh_for_each_attempt) {
@@ -380,14 +386,8 @@ TEST(WalkTick, picks_in_the_iteration_order_of_the_orders_afresh_for_each_attemp
   client_keeps_far_levels(exchange);
   exchange.engine.touch_hit = 0.0;
   for (int i = 0; i < 70; ++i) exchange.rests({"AAPL buy 100 @ 100.00"});
-  const auto listed = [&] {
-    std::vector<uint64_t> ids;
-    for (const auto& [id, order] : exchange.engine.orders) {
-      if (order.owner.empty()) ids.push_back(id);
-    }
-    return ids;
-  };
-  std::vector<uint64_t> ids = listed();
+  std::vector<uint64_t> ids = orders_to_pull(exchange.engine, exchange.stock());
+  ASSERT_EQ(ids.size(), 70U);
   std::vector<uint64_t> doomed;
   Draws pulls;
   for (const uint64_t pick : {20U, 20U, 67U}) {
@@ -396,8 +396,8 @@ TEST(WalkTick, picks_in_the_iteration_order_of_the_orders_afresh_for_each_attemp
     ids.erase(ids.begin() + static_cast<std::ptrdiff_t>(pick));
   }
   ticks_on(exchange, stands_still() + pulls + three_posts() + Draws{NO_TOUCH});
-  for (const uint64_t id : doomed) EXPECT_FALSE(exchange.engine.orders.contains(id));
-  for (const uint64_t id : ids) EXPECT_TRUE(exchange.engine.orders.contains(id));
+  for (const uint64_t id : doomed) EXPECT_FALSE(has_order(exchange.engine, id));
+  for (const uint64_t id : ids) EXPECT_TRUE(has_order(exchange.engine, id));
 }
 
 TEST(WalkTick, a_client_order_is_never_pulled_however_far_away) {
@@ -441,7 +441,7 @@ TEST(WalkTick, levels_are_counted_and_not_orders) {
   }
   ticks_on(exchange, stands_still() + posts_buy(0, 1) + posts_buy(1, 1) + posts_sell(0, 1) +
                          refills(5, 2) + Draws{NO_TOUCH});
-  EXPECT_EQ(exchange.stock().bids.size(), 4U);
+  EXPECT_EQ(level_prices(exchange.engine, exchange.stock(), BUYS).size(), 4U);
 }
 
 TEST(WalkTick, a_fourth_level_posted_in_the_tick_spares_the_refill) {
@@ -449,13 +449,12 @@ TEST(WalkTick, a_fourth_level_posted_in_the_tick_spares_the_refill) {
   exchange.engine.touch_hit = 0.0;
   client_keeps_far_levels(exchange);
   for (const char* name : {"b0", "s0"}) {  // three client levels a side are left
-    Order& order = *exchange.engine.live_order("ALPHA", name);
-    exchange.engine.withdraw(exchange.stock(), order);
+    withdraw_order(exchange.engine, exchange.stock(), exchange.order("ALPHA", name).id);
   }
   ticks_on(exchange, stands_still() + posts_buy(0, 1) + posts_sell(0, 1) + posts_sell(0, 1) +
                          Draws{NO_TOUCH});
-  EXPECT_EQ(exchange.stock().bids.size(), 4U);
-  EXPECT_EQ(exchange.stock().asks.size(), 4U);
+  EXPECT_EQ(level_prices(exchange.engine, exchange.stock(), BUYS).size(), 4U);
+  EXPECT_EQ(level_prices(exchange.engine, exchange.stock(), SELLS).size(), 4U);
 }
 
 // --- The touch ---
@@ -563,8 +562,8 @@ TEST(WalkTick, a_touch_is_cut_short_by_the_partial_fill_script) {
 TEST(WalkTick, goes_move_pull_post_refill_touch_with_an_event_for_each_change) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   client_keeps_far_levels(exchange);
-  exchange.engine.withdraw(exchange.stock(), *exchange.engine.live_order("ALPHA", "s0"));
-  exchange.engine.withdraw(exchange.stock(), *exchange.engine.live_order("ALPHA", "b0"));
+  withdraw_order(exchange.engine, exchange.stock(), exchange.order("ALPHA", "s0").id);
+  withdraw_order(exchange.engine, exchange.stock(), exchange.order("ALPHA", "b0").id);
   exchange.engine.publish_dirty(exchange.stock());
   exchange.feed();
   exchange.rests({"AAPL buy 100 @ 50.00", "AAPL buy 100 @ 50.00"});
@@ -591,8 +590,8 @@ TEST(WalkTick, flushes_at_its_end_what_waits) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00,MSFT:410.00");
   exchange.engine.touch_hit = 0.0;
   exchange.engine.walk_tick();
-  EXPECT_EQ(exchange.publisher.header.message_count, 0);
-  EXPECT_EQ(exchange.publisher.packets, 1U) << "one packet for both stocks";
+  EXPECT_EQ(state_of(exchange.publisher).waiting, 0U);
+  EXPECT_EQ(state_of(exchange.publisher).packets, 1U) << "one packet for both stocks";
   EXPECT_EQ(exchange.packets().size(), 1U);
 }
 
@@ -600,24 +599,24 @@ TEST(WalkTick, stands_still_in_a_pause_without_draws_or_flush) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   exchange.rests({"AAPL sell 300 @ 190.00"});
   exchange.is_hit("AAPL buy 100");  // waits in the packet under assembly
-  const uint64_t packets = exchange.publisher.packets;
+  const uint64_t packets = state_of(exchange.publisher).packets;
   exchange.engine.paused = true;
   EXPECT_EQ(draws_taken(exchange.rng, [&] { exchange.engine.walk_tick(); }), 0U);
-  EXPECT_EQ(exchange.publisher.packets, packets);
-  EXPECT_EQ(exchange.publisher.header.message_count, 2);
+  EXPECT_EQ(state_of(exchange.publisher).packets, packets);
+  EXPECT_EQ(state_of(exchange.publisher).waiting, 2U);
   EXPECT_EQ(exchange.stock().mid, 190.0);
   exchange.engine.paused = false;
   exchange.engine.walk_tick();
-  EXPECT_GT(exchange.publisher.packets, packets);
+  EXPECT_GT(state_of(exchange.publisher).packets, packets);
 }
 
 TEST(WalkTick, without_stocks_flushes_what_waits_and_nothing_else) {
   Exchange exchange = Exchange::with_empty_book("");
   EXPECT_EQ(draws_taken(exchange.rng, [&] { exchange.engine.walk_tick(); }), 0U);
-  EXPECT_EQ(exchange.publisher.packets, 0U);
+  EXPECT_EQ(state_of(exchange.publisher).packets, 0U);
   exchange.publisher.append("S", 1);
   exchange.engine.walk_tick();
-  EXPECT_EQ(exchange.publisher.packets, 1U);
+  EXPECT_EQ(state_of(exchange.publisher).packets, 1U);
 }
 
 TEST(WalkTick, goes_on_with_a_mid_that_is_no_price) {
@@ -637,9 +636,10 @@ TEST(WalkTick, goes_on_with_a_mid_that_is_no_price) {
 
 // --- What a seed reproduces ---
 
-std::vector<std::string> levels_of(const auto& shown) {
+std::vector<std::string> shown_by(const Exchange& exchange, size_t stock, bool buy) {
   std::vector<std::string> levels;
-  for (const auto& [price, size] : shown) {
+  for (const auto& [price, size] :
+       shown_levels(exchange.engine, exchange.engine.stocks.at(stock), buy)) {
     std::string cents = std::to_string(price / 100);
     cents.insert(cents.size() - 2, ".");
     levels.push_back(std::to_string(size) + " @ " + cents);
@@ -654,29 +654,29 @@ TEST(OpeningBook, of_seed_42_is_the_one_a_model_of_its_own_arrives_at) {
   EXPECT_EQ(exchange.rng(), 15504138946086177528U);
   using testing::ElementsAre;
   EXPECT_THAT(
-      levels_of(exchange.stock(0).shown_bids),
+      shown_by(exchange, 0, BUYS),
       ElementsAre("2300 @ 189.99", "500 @ 189.98", "1300 @ 189.96", "1200 @ 189.95", "300 @ 189.94",
                   "600 @ 189.93", "800 @ 189.92", "400 @ 189.91", "400 @ 189.90"));
-  EXPECT_THAT(levels_of(exchange.stock(0).shown_asks),
+  EXPECT_THAT(shown_by(exchange, 0, SELLS),
               ElementsAre("800 @ 190.00", "500 @ 190.02", "2400 @ 190.03", "2000 @ 190.04",
                           "500 @ 190.05", "4400 @ 190.06", "400 @ 190.07", "800 @ 190.09"));
-  EXPECT_THAT(levels_of(exchange.stock(1).shown_bids),
+  EXPECT_THAT(shown_by(exchange, 1, BUYS),
               ElementsAre("800 @ 409.99", "2600 @ 409.98", "700 @ 409.97", "900 @ 409.96",
                           "1300 @ 409.95", "1800 @ 409.94", "700 @ 409.93", "500 @ 409.92",
                           "1100 @ 409.91", "400 @ 409.90"));
-  EXPECT_THAT(levels_of(exchange.stock(1).shown_asks),
+  EXPECT_THAT(shown_by(exchange, 1, SELLS),
               ElementsAre("400 @ 410.00", "400 @ 410.01", "100 @ 410.02", "900 @ 410.03",
                           "1700 @ 410.04", "700 @ 410.05", "300 @ 410.06", "700 @ 410.09"));
   EXPECT_THAT(
-      levels_of(exchange.stock(2).shown_bids),
+      shown_by(exchange, 2, BUYS),
       ElementsAre("600 @ 519.98", "300 @ 519.97", "500 @ 519.96", "1900 @ 519.95", "200 @ 519.94",
                   "2000 @ 519.93", "900 @ 519.92", "200 @ 519.91", "800 @ 519.90"));
-  EXPECT_THAT(levels_of(exchange.stock(2).shown_asks),
+  EXPECT_THAT(shown_by(exchange, 2, SELLS),
               ElementsAre("100 @ 520.00", "1400 @ 520.01", "1400 @ 520.04", "1400 @ 520.06",
                           "1300 @ 520.07", "2000 @ 520.08", "700 @ 520.09"));
   EXPECT_EQ(exchange.engine.next_order_id, 1120U);
   EXPECT_EQ(exchange.engine.next_trade_id, 0U);
-  EXPECT_EQ(exchange.engine.orders.size(), 120U);
+  EXPECT_EQ(order_count(exchange.engine), 120U);
 }
 
 /// All messages of an opening and 1000 ticks as they left, packet by packet, with the times blotted
@@ -724,27 +724,28 @@ TEST(Seed, a_long_walk_leaves_book_and_orders_in_step) {
   }
   size_t queued = 0;
   for (const Stock& stock : exchange.engine.stocks) {
-    const auto check = [&](const auto& levels, const auto& shown, bool buy) {
-      EXPECT_EQ(levels.size(), shown.size());
-      for (const auto& [price, queue] : levels) {
+    for (const bool buy : {BUYS, SELLS}) {
+      ShownLevels rested;
+      for (const RestingLevel& level : resting_levels(exchange.engine, stock, buy)) {
         uint32_t size = 0;
-        for (const uint64_t id : queue) {
-          const Order& order = exchange.engine.orders.at(id);
-          EXPECT_EQ(order.buy, buy);
-          EXPECT_EQ(order.price, price);
-          EXPECT_EQ(order.locate, stock.locate);
-          size += order.leaves;
+        for (const QueuedOrder& place : level.queue) {
+          ASSERT_NE(place.order, nullptr);
+          EXPECT_EQ(place.order->id, place.id);
+          EXPECT_EQ(place.order->buy, buy);
+          EXPECT_EQ(place.order->price, level.price);
+          EXPECT_EQ(place.order->locate, stock.locate);
+          size += place.order->leaves;
         }
-        queued += queue.size();
-        EXPECT_EQ(shown.at(price), size);
+        queued += level.queue.size();
+        rested.emplace_back(level.price, size);
       }
-    };
-    check(stock.bids, stock.shown_bids, true);
-    check(stock.asks, stock.shown_asks, false);
-    EXPECT_LT(stock.bids.begin()->first, stock.asks.begin()->first);
+      EXPECT_EQ(rested, shown_levels(exchange.engine, stock, buy));
+    }
+    EXPECT_LT(level_prices(exchange.engine, stock, BUYS).at(0),
+              level_prices(exchange.engine, stock, SELLS).at(0));
   }
-  EXPECT_EQ(queued, exchange.engine.orders.size());
-  EXPECT_LT(exchange.engine.orders.size(), 240U) << "the pulls bound the book";
+  EXPECT_EQ(queued, order_count(exchange.engine));
+  EXPECT_LT(order_count(exchange.engine), 240U) << "the pulls bound the book";
 }
 
 }  // namespace

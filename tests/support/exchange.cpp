@@ -349,7 +349,7 @@ std::mt19937_64 rng_yielding(const std::vector<uint64_t>& outputs) {
 // --- FixPeer ---
 
 Client& FixPeer::client() { return exchange_->clients.at(index_); }
-FixStream& FixPeer::stream() { return exchange_->engine.streams[client().comp_id]; }
+SessionMemory FixPeer::stream() { return {exchange_->engine, client().comp_id}; }
 std::deque<std::string>& FixPeer::inbox() { return exchange_->inboxes_[index_]; }
 
 void FixPeer::says(std::string_view message) {
@@ -461,16 +461,9 @@ std::vector<uint64_t> Exchange::rests(const std::vector<std::string>& orders) {
   std::vector<uint64_t> ids;
   for (const std::string& text : orders) {
     const OrderWords words = parse_order(engine, text);
-    Order order;
-    order.id = engine.next_order_id++;
-    order.locate = words.stock->locate;
-    order.buy = words.buy;
-    order.price = words.price;
-    order.leaves = order.qty = words.shares;
     engine.begin_event();
-    engine.rest_order(*words.stock, order);
+    ids.push_back(rest_synthetic(engine, *words.stock, words.buy, words.price, words.shares));
     engine.publish_dirty(*words.stock);
-    ids.push_back(order.id);
   }
   publisher.flush_if_pending();
   take_datagrams();
@@ -506,7 +499,8 @@ void Exchange::drains_deferred() {
 
 /// Whatever has been flushed arrives, since no faults are set: waits for the last of it.
 void Exchange::take_datagrams() {
-  const uint64_t sent = publisher.messages - publisher.header.message_count;
+  const PublisherState state = state_of(publisher);
+  const uint64_t sent = state.messages - state.waiting;
   std::array<char, 65536> bytes;
   while (messages_received_ < sent) {
     const ssize_t got = ::recv(feed_socket_.fd, bytes.data(), bytes.size(), 0);
@@ -550,17 +544,14 @@ void Exchange::book_holds(const std::vector<std::string>& expected, size_t stock
                           const char* file, int line) {
   const testing::ScopedTrace trace(file, line, "the book holds");
   std::vector<std::string> held;
-  const auto add = [&](const auto& levels) {
-    for (const auto& [price, queue] : levels) {
-      if (queue.empty()) held.push_back("empty level @ " + price_text(price));
-      for (const uint64_t id : queue) {
-        const auto entry = engine.orders.find(id);
-        held.push_back(entry == engine.orders.end() ? "gone" : words_of(entry->second));
+  for (const bool buy : {SELLS, BUYS}) {
+    for (const RestingLevel& level : resting_levels(engine, stock(stock_index), buy)) {
+      if (level.queue.empty()) held.push_back("empty level @ " + price_text(level.price));
+      for (const QueuedOrder& place : level.queue) {
+        held.push_back(place.order == nullptr ? "gone" : words_of(*place.order));
       }
     }
-  };
-  add(stock(stock_index).asks);
-  add(stock(stock_index).bids);
+  }
   EXPECT_THAT(held, testing::ElementsAreArray(expected));
 }
 

@@ -14,6 +14,7 @@
 #include "feed/tp_publisher.h"
 #include "fix/stream_records.h"
 #include "market/engine.h"
+#include "support/inside.h"
 
 // An exchange without its driver, for the unit tests, and the small language they speak with it:
 //
@@ -103,7 +104,7 @@ class FixPeer {
   void disconnects();
 
   Client& client();
-  FixStream& stream();
+  SessionMemory stream();
 
  private:
   friend class Exchange;

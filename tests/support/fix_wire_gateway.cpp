@@ -30,7 +30,7 @@ std::vector<std::string> fields_named_in(std::string_view expected) {
 // --- WirePeer ---
 
 Client& WirePeer::client() { return gateway_->exchange.clients.at(index_); }
-FixStream& WirePeer::stream() { return gateway_->exchange.engine.streams[client().comp_id]; }
+SessionMemory WirePeer::stream() { return {gateway_->exchange.engine, client().comp_id}; }
 
 void WirePeer::writes(std::string_view bytes) {
   const int fd = gateway_->connections_[index_].fd;
@@ -166,7 +166,7 @@ WirePeer WireGateway::connects() {
 
 WirePeer WireGateway::logs_on(const std::string& comp_id, int heartbeat_s) {
   WirePeer peer = connects();
-  const uint32_t seq = exchange.engine.streams[comp_id].next_in;
+  const uint32_t seq = SessionMemory(exchange.engine, comp_id).next_in();
   peer.says("35=A|34=" + std::to_string(seq) + "|49=" + comp_id +
             "|56=IEXG|108=" + std::to_string(heartbeat_s));
   peer.hears("35=A|98=0");

@@ -51,7 +51,7 @@ class WirePeer {
   void closes();
 
   Client& client();
-  FixStream& stream();
+  SessionMemory stream();
 
  private:
   friend class WireGateway;

@@ -1,5 +1,7 @@
 #include "support/test_clock.h"
 
+#include <utility>
+
 #include "base/clocks.h"
 
 namespace quorl {
@@ -11,6 +13,7 @@ struct Clocks {
   uint64_t system_step_ns = 0;
   uint64_t steady_readings = 0;
   uint64_t system_readings = 0;
+  std::function<void()> at_each_system_reading;
 };
 
 Clocks clocks;
@@ -26,6 +29,7 @@ uint64_t system_ns() {
   ++clocks.system_readings;
   const uint64_t reading = clocks.system_ns;
   clocks.system_ns += clocks.system_step_ns;
+  if (const auto act = clocks.at_each_system_reading) act();  // a copy: it may put another there
   return reading;
 }
 
@@ -41,6 +45,9 @@ void advance_ms(uint64_t ms) {
 uint64_t steady_readings() { return clocks.steady_readings; }
 uint64_t system_readings() { return clocks.system_readings; }
 void step_system_clock_by(uint64_t ns) { clocks.system_step_ns = ns; }
+void at_each_system_reading(std::function<void()> act) {
+  clocks.at_each_system_reading = std::move(act);
+}
 
 }  // namespace test
 }  // namespace quorl

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
 // The clocks of the unit tests, linked in place of the real ones. They stand still until a test
 // moves them.
@@ -26,5 +27,9 @@ uint64_t system_readings();
 /// From now on every reading of the system clock moves it on by `ns` afterwards, so that a test can
 /// tell readings apart. 0 stops that; reset_clocks too.
 void step_system_clock_by(uint64_t ns);
+
+/// From now on this is done behind every reading of the system clock. Nothing to do ends that;
+/// reset_clocks too.
+void at_each_system_reading(std::function<void()> act);
 
 }  // namespace quorl::test

@@ -1,0 +1,224 @@
+#pragma once
+
+#include <netinet/in.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "market/records.h"
+
+namespace quorl {
+class FixGateway;
+class TpPublisher;
+struct Engine;
+}  // namespace quorl
+
+// What tests ask of the inside of an exchange, and what they plant there. How books, orders,
+// session memories and the feed's packets are kept is known to inside.cpp alone, so that a change
+// of it is a change of that one file and the tests stand as they are. Nothing here fails a test by
+// itself; what is asked for and is not there throws std::out_of_range.
+
+namespace quorl::test {
+
+inline constexpr bool BUYS = true;
+inline constexpr bool SELLS = false;
+
+// --- The book of one stock ---
+
+/// A place in a queue.
+struct QueuedOrder {
+  uint64_t id = 0;
+  const Order* order = nullptr;  // null if the id has left the table of orders
+};
+
+struct RestingLevel {
+  Price4 price = 0;
+  std::vector<QueuedOrder> queue;  // next to trade first
+};
+
+/// Every level of a side, best price first; one whose queue is empty too.
+std::vector<RestingLevel> resting_levels(const Engine& engine, const Stock& stock, bool buy);
+/// Their prices, best first.
+std::vector<Price4> level_prices(const Engine& engine, const Stock& stock, bool buy);
+/// The ids that rest at a price, next to trade first; none without a level.
+std::vector<uint64_t> queue_at(const Engine& engine, const Stock& stock, bool buy, Price4 price);
+/// Open shares at a price, cut to 32 bits as the feed has it; 0 without a level.
+uint32_t shares_at(const Engine& engine, const Stock& stock, bool buy, Price4 price);
+
+/// (price, shares), as the feed has last said it, best price first.
+using ShownLevels = std::vector<std::pair<Price4, uint32_t>>;
+
+ShownLevels shown_levels(const Engine& engine, const Stock& stock, bool buy);
+/// From now on the feed has said this of a side, best price first, whatever rests there.
+void plant_shown_levels(Engine& engine, Stock& stock, bool buy, const ShownLevels& levels);
+
+/// Part of an event that the caller has begun: a synthetic order under the next id comes to rest,
+/// last at its price. Returns the id.
+uint64_t rest_synthetic(Engine& engine, Stock& stock, bool buy, Price4 price, uint32_t shares);
+/// Part of an event that the caller has begun: the whole order leaves the book without a trade.
+void withdraw_order(Engine& engine, Stock& stock, uint64_t id);
+/// Part of an event that the caller has begun: the market's own flow takes shares of a resting
+/// order at a price, 0 being the order's own. Returns the shares taken.
+uint32_t trade_with_order(Engine& engine, Stock& stock, uint64_t id, uint32_t shares, Price4 price);
+
+enum class QueueEnd { FRONT, BACK };
+
+/// Leaves in the queue at a price, as its first or last, an order that is no longer in the table of
+/// orders, if a book can hold such a one at all. Whoever walks the queue must pass it by.
+void plant_departed_order(Engine& engine, Stock& stock, bool buy, Price4 price, QueueEnd end);
+/// Leaves a level with nothing in its queue, if a book can hold such a one at all.
+void plant_empty_level(Engine& engine, Stock& stock, bool buy, Price4 price);
+
+/// The (side, price) that the event in hand has touched, in no order.
+std::vector<std::pair<bool, Price4>> touched_prices(const Engine& engine, const Stock& stock);
+/// The event in hand touches a price.
+void touch_price(Engine& engine, Stock& stock, bool buy, Price4 price);
+
+// --- The orders of all stocks ---
+
+size_t order_count(const Engine& engine);
+bool has_order(const Engine& engine, uint64_t id);
+Order& order_by_id(Engine& engine, uint64_t id);
+/// In no order.
+std::vector<uint64_t> order_ids(const Engine& engine);
+/// The synthetic orders of a stock, in the order in which the draw of a pull counts them.
+std::vector<uint64_t> orders_to_pull(const Engine& engine, const Stock& stock);
+
+/// "ALPHA a1" for each client order that can be named, in alphabetical order.
+std::vector<std::string> live_names(const Engine& engine);
+/// Lets a client's name lead to this id, whoever owns it and even if it is no order's, if a name
+/// can lead there at all.
+void plant_live_name(Engine& engine, const std::string& owner, const std::string& cl_ord_id,
+                     uint64_t id);
+
+// --- What is remembered, scheduled and owed ---
+
+/// How many closed client orders are remembered.
+size_t closing_count(const Engine& engine);
+/// How long ago, by the steady clock, this one was closed; nothing if that is not remembered.
+std::optional<int64_t> ms_since_closing(const Engine& engine, std::string_view owner,
+                                        std::string_view cl_ord_id);
+
+/// An exchange-initiated cancel still to fire.
+struct Scheduled {
+  std::string owner;
+  std::string cl_ord_id;
+  int64_t due_ms = 0;  // steady clock
+};
+
+/// In order of scheduling.
+std::vector<Scheduled> scheduled_cancels(const Engine& engine);
+void schedule_cancel(Engine& engine, const Scheduled& cancel);
+/// Carries out those that are due.
+void fire_scheduled_cancels(Engine& engine, std::vector<Client>& clients);
+
+/// The owner of each report that is owed, in the order in which they will be composed.
+std::vector<std::string> owed_to(const Engine& engine);
+
+// --- Session memories ---
+
+/// An application message kept for replay.
+struct Stored {
+  uint32_t seq = 0;
+  std::string msg_type;
+  std::string body;          // the fields between header and trailer, as on the wire
+  std::string sending_time;  // of its first sending: tag 122 of a replay
+};
+
+/// The session memory of one SenderCompID. Asking it creates none: one that does not exist answers
+/// as a fresh one.
+class SessionMemory {
+ public:
+  /// Borrows the engine.
+  SessionMemory(Engine& engine, std::string comp_id);
+
+  bool exists() const;
+  uint32_t next_in() const;
+  uint32_t next_out() const;
+  void set_next_in(uint32_t seq);
+  void set_next_out(uint32_t seq);
+  size_t stored_count() const;
+  /// Oldest first.
+  std::vector<Stored> stored() const;
+
+ private:
+  Engine* engine_;
+  std::string comp_id_;
+};
+
+size_t session_memory_count(const Engine& engine);
+
+/// What the loop does with the connections that a turn has closed.
+void forget_closed_clients(FixGateway& gateway);
+
+// --- The feed ---
+
+/// The publisher's counts and the packet under assembly, at one moment.
+struct PublisherState {
+  uint32_t session_id = 0;
+  uint64_t next_seq = 0;
+  uint64_t stream_offset = 0;  // payload bytes of all flushed packets
+  uint64_t messages = 0;       // given to append
+  uint64_t packets = 0;        // flushed, dropped ones too
+  uint64_t dropped = 0;
+  uint64_t duplicated = 0;
+  uint64_t reordered = 0;
+  uint64_t last_flush_ms = 0;  // steady clock
+  uint64_t gap_requests = 0;
+  uint64_t gap_messages = 0;
+  uint64_t gap_rejects = 0;
+  uint64_t waiting = 0;        // messages in the packet under assembly
+  uint64_t packet_size = 0;    // bytes of that packet, header included
+  uint64_t packet_limit = 0;   // the most it may have
+  uint64_t announced_seq = 0;  // the first number that it will announce
+  uint64_t held_size = 0;      // bytes of the packet that a fault holds back; 0 if none is
+  uint64_t retained = 0;       // messages kept for gap fill
+};
+
+PublisherState state_of(const TpPublisher& publisher);
+
+struct Retained {
+  uint64_t seq = 0;
+  uint64_t stream_offset = 0;  // of its block
+  std::vector<uint8_t> bytes;  // without its length
+};
+
+/// Oldest first.
+Retained retained_message(const TpPublisher& publisher, size_t index);
+/// The oldest messages are no longer kept for gap fill.
+void forget_retained(TpPublisher& publisher, size_t count);
+
+void set_next_seq(TpPublisher& publisher, uint64_t seq);
+void set_last_flush_ms(TpPublisher& publisher, uint64_t ms);
+/// The packet under assembly counts as one of so many messages.
+void set_waiting(TpPublisher& publisher, uint16_t messages);
+
+struct FaultCounts {
+  uint64_t packets = 0;
+  uint64_t dropped = 0;
+  uint64_t duplicated = 0;
+  uint64_t reordered = 0;
+};
+
+void set_fault_counts(TpPublisher& publisher, const FaultCounts& counts);
+
+struct FeedSockets {
+  int feed_fd = -1;
+  int gap_fd = -1;   // -1 if there is no gap fill
+  sockaddr_in to{};  // where the feed goes
+};
+
+FeedSockets sockets_of(const TpPublisher& publisher);
+/// The feed goes to another port of its address.
+void send_feed_to(TpPublisher& publisher, uint16_t port);
+/// The feed goes nowhere.
+void close_feed(TpPublisher& publisher);
+/// Gap fill is served on this socket, which the publisher closes at its end.
+void serve_gap_fill_on(TpPublisher& publisher, int fd);
+
+}  // namespace quorl::test
