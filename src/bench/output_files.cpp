@@ -13,19 +13,16 @@ namespace {
 
 constexpr int LEVELS_PER_SIDE = 5;
 
-template <typename ShownLevels>
-void write_levels(std::ostream& out, const ShownLevels& levels) {
+void write_levels(std::ostream& out, const BookSide& side) {
   int written = 0;
-  for (const auto& [price, size] : levels) {
-    if (written == LEVELS_PER_SIDE) return;
+  side.for_each_shown([&](Price4 price, uint32_t size) {
     out << (written == 0 ? "[" : ",[") << dollars_of(price) << ',' << size << ']';
-    ++written;
-  }
+    return ++written < LEVELS_PER_SIDE;
+  });
 }
 
-template <typename Levels>
-double best_price(const Levels& levels) {
-  return levels.empty() ? 0.0 : dollars_of(levels.begin()->first);
+double best_price(const BookSide& side) {
+  return side.best() == nullptr ? 0.0 : dollars_of(side.best()->price);
 }
 
 /// The rename is tried even if the file could not be written: nothing here looks at a result.
@@ -50,9 +47,9 @@ void write_book(const Engine& engine, const std::string& path) {
     const char* separator = "";
     for (const Stock& stock : engine.stocks) {
       out << separator << '"' << stock.symbol << "\":{\"bid\":[";
-      write_levels(out, stock.shown_bids);
+      write_levels(out, stock.book.bids());
       out << "],\"ask\":[";
-      write_levels(out, stock.shown_asks);
+      write_levels(out, stock.book.asks());
       out << "],\"last\":" << dollars_of(stock.last_price) << ",\"volume\":" << stock.volume << '}';
       separator = ",";
     }
@@ -64,7 +61,8 @@ void write_bbo(const Engine& engine, const std::string& path) {
   if (path.empty()) return;
   replace_file(path, [&engine](std::ostream& out) {
     for (const Stock& stock : engine.stocks) {
-      out << stock.symbol << ' ' << best_price(stock.bids) << ' ' << best_price(stock.asks) << '\n';
+      out << stock.symbol << ' ' << best_price(stock.book.bids()) << ' '
+          << best_price(stock.book.asks()) << '\n';
     }
   });
 }

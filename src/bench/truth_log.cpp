@@ -14,17 +14,15 @@ namespace {
 
 constexpr int LEVELS_PER_SIDE = 10;
 
-template <typename ShownLevels>
-void put_levels(std::string& line, const ShownLevels& levels) {
+void put_levels(std::string& line, const BookSide& side) {
   char entry[48];
   int written = 0;
-  for (const auto& [price, size] : levels) {
-    if (written == LEVELS_PER_SIDE) return;
+  side.for_each_shown([&](Price4 price, uint32_t size) {
     std::snprintf(entry, sizeof entry, "%s[%.4f,%u]", written == 0 ? "" : ",", dollars_of(price),
                   size);
     line += entry;
-    ++written;
-  }
+    return ++written < LEVELS_PER_SIDE;
+  });
 }
 
 /// Six significant digits, unlike the book lines.
@@ -63,9 +61,9 @@ void write_book_line(Engine& engine, const Stock& stock) {
   std::string line = "{\"seq\":" + std::to_string(engine.publisher->next_seq - 1);
   line.append(",\"secid\":").append(std::to_string(stock.locate));
   line.append(",\"symbol\":\"").append(stock.symbol).append("\",\"bid\":[");
-  put_levels(line, stock.shown_bids);
+  put_levels(line, stock.book.bids());
   line.append("],\"ask\":[");
-  put_levels(line, stock.shown_asks);
+  put_levels(line, stock.book.asks());
   line.append("]}\n");
   out.append(line);
 }

@@ -11,6 +11,7 @@
 namespace quorl {
 
 struct Engine;
+struct Stock;
 
 /// One event told to a client. Everything is borrowed for the call.
 struct OrderEvent {

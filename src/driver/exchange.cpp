@@ -15,7 +15,7 @@ Exchange::Exchange(const RunConfig& config)
       rng_(config_.seed),
       publisher_(config_.mcast, config_.port, config_.iface, config_.gapfill_port, config_.session),
       starting_faults_(fault_plan_of(config_)),
-      engine_(publisher_, rng_, scenario_, config_.step_bps, config_.touch_hit, config_.quiet) {
+      engine_(publisher_, rng_, scenario_, config_.step_bps, config_.touch_hit) {
   publisher_.faults = starting_faults_;
   if (!config_.truth_out.empty()) engine_.truth.open_for_appending(config_.truth_out);
   listeners_.control_fd = open_control_port(config_.control_port);

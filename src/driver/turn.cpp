@@ -42,7 +42,7 @@ bool Driver::turn() {
   serve_snaps();
   const uint64_t now_ms = steady_ms();
   walk_if_due(now_ms);
-  engine_.fire_unsolicited(clients_);
+  engine_.fire_unsolicited();
   engine_.publisher->flush_if_pending();  // the feed tells of a fill before its owner hears of it
   send_deferred_reports();
   announce_silence(now_ms);

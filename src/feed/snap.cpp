@@ -98,8 +98,12 @@ class SnapImage {
     add(SecurityEvent{.timestamp_ns = t_, .symbol = stock.symbol});
     add(OperationalHaltStatus{.timestamp_ns = t_, .symbol = stock.symbol});
     add(ShortSalePriceTestStatus{.timestamp_ns = t_, .symbol = stock.symbol});
-    for (const auto& [price, size] : stock.shown_bids) add_level(stock, true, price, size);
-    for (const auto& [price, size] : stock.shown_asks) add_level(stock, false, price, size);
+    for (const bool buy : {true, false}) {
+      stock.book.side(buy).for_each_shown([&](Price4 price, uint32_t size) {
+        add_level(stock, buy, price, size);
+        return true;
+      });
+    }
     add(RetailLiquidityIndicator{.timestamp_ns = t_, .symbol = stock.symbol});
   }
 

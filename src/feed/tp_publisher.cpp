@@ -95,6 +95,10 @@ void TpPublisher::flush_if_pending() {
   if (header.message_count != 0) flush();
 }
 
+void TpPublisher::flush_unless_fits(size_t batch_size) {
+  if (fill + batch_size > limit) flush_if_pending();
+}
+
 void TpPublisher::begin_packet() {
   fill = TP_HEADER_SIZE;
   header.message_count = 0;

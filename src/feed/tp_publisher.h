@@ -46,6 +46,8 @@ class TpPublisher {
   void flush();
   /// flush() if a message waits.
   void flush_if_pending();
+  /// flush() if a message waits and a batch of message blocks of this size would not fit behind it.
+  void flush_unless_fits(size_t batch_size);
 
   /// Sends the header-only packet that says the feed is alive, outside the faults and the counts.
   /// What waits in the packet under assembly is flushed ahead of it.

@@ -22,9 +22,9 @@ std::vector<std::string> Engine::on_cancel(const std::string& owner, Client& cli
                                            const FixFieldMap& fields) {
   const std::string cl_ord_id(fields.text(TAG_CL_ORD_ID));
   const std::string orig_cl_ord_id(fields.text(TAG_ORIG_CL_ORD_ID));
-  Order* const order = live_order(owner, orig_cl_ord_id);
+  RestingOrder* const order = live_order(owner, orig_cl_ord_id);
   Stock* const stock = order == nullptr ? nullptr : stock_of(*order);
-  if (stock == nullptr) return refuse_cancel(client, owner, cl_ord_id, orig_cl_ord_id);
+  if (stock == nullptr) return reject_cancel(client, owner, cl_ord_id, orig_cl_ord_id);
 
   BenchCounters& counters = scenario->counters;
   ++counters.cancel_requests;
@@ -35,7 +35,7 @@ std::vector<std::string> Engine::on_cancel(const std::string& owner, Client& cli
 
   const Order cancelled = *order;
   begin_event();
-  withdraw(*stock, *order);
+  withdraw(*order);
   publish_dirty(*stock);
   ++counters.cancels;
   std::string report = build_exec_report(*this, {.client = client,
@@ -51,8 +51,8 @@ std::vector<std::string> Engine::on_cancel(const std::string& owner, Client& cli
 }
 
 /// The order is filled in full at its own limit, with no counterparty order, before the cancel is
-/// looked at: the client gets the fill first and then the refusal.
-std::vector<std::string> Engine::lose_race(Stock& stock, Order& order, Client& client,
+/// looked at: the client gets the fill first and then the rejection.
+std::vector<std::string> Engine::lose_race(Stock& stock, RestingOrder& order, Client& client,
                                            const std::string& cl_ord_id,
                                            const std::string& orig_cl_ord_id) {
   BenchCounters& counters = scenario->counters;
@@ -64,19 +64,19 @@ std::vector<std::string> Engine::lose_race(Stock& stock, Order& order, Client& c
   const std::string owner = order.owner;
   const std::string order_id = std::to_string(order.id);
   begin_event();
-  reduce(stock, order, order.leaves, /*withdrawal=*/false, order.price, '1', /*scriptable=*/false);
+  fill(stock, order, order.leaves, /*scriptable=*/false);
   publish_dirty(stock);
 
   // The fill may not wait for the end of the turn, and what this owner is owed from earlier in the
   // turn goes ahead of it.
   const auto first_owed =
       std::stable_partition(deferred.begin(), deferred.end(),
-                            [&owner](const DeferredReport& r) { return r.owner != owner; });
+                            [&owner](const DeferredReport& r) { return r.order.owner != owner; });
   const std::vector<DeferredReport> owed(std::make_move_iterator(first_owed),
                                          std::make_move_iterator(deferred.end()));
   deferred.erase(first_owed, deferred.end());
   std::vector<std::string> reports;
-  for (const DeferredReport& report : owed) reports.push_back(report.compose(client));
+  for (const DeferredReport& report : owed) reports.push_back(compose(report, client));
 
   ++counters.cancel_rejects;
   reports.push_back(build_cancel_reject(*this, client, cl_ord_id, orig_cl_ord_id, order_id, '2',
@@ -86,16 +86,16 @@ std::vector<std::string> Engine::lose_race(Stock& stock, Order& order, Client& c
   return reports;
 }
 
-std::vector<std::string> Engine::refuse_cancel(const Client& client, const std::string& owner,
+std::vector<std::string> Engine::reject_cancel(const Client& client, const std::string& owner,
                                                const std::string& cl_ord_id,
                                                const std::string& orig_cl_ord_id) {
-  struct Refusal {
+  struct Rejection {
     const char* stale_because;  // null for a cancel that is merely late
     std::string_view text;
     char ord_status;  // "filled" goes with "unknown order" for an order closed long ago
     char reason;
   };
-  const auto refusal_for = [](Closing closing) -> Refusal {
+  const auto rejection_for = [](Closing closing) -> Rejection {
     switch (closing) {
       case Closing::JUST_NOW:
         return {nullptr, "Too late to cancel", '2', '0'};
@@ -108,16 +108,16 @@ std::vector<std::string> Engine::refuse_cancel(const Client& client, const std::
   };
 
   BenchCounters& counters = scenario->counters;
-  const Refusal refusal = refusal_for(closing_of(owner, orig_cl_ord_id));
-  if (refusal.stale_because == nullptr) {
+  const Rejection rejection = rejection_for(closing_of(owner, orig_cl_ord_id));
+  if (rejection.stale_because == nullptr) {
     ++counters.late_cancels;
   } else {
     ++counters.stale_cancels;
-    print_log("bench: stale cancel for %s (%s)\n", orig_cl_ord_id.c_str(), refusal.stale_because);
+    print_log("bench: stale cancel for %s (%s)\n", orig_cl_ord_id.c_str(), rejection.stale_because);
   }
   ++counters.cancel_rejects;
-  return {build_cancel_reject(*this, client, cl_ord_id, orig_cl_ord_id, "", refusal.ord_status,
-                              refusal.reason, ANSWERS_CANCEL, refusal.text, "cancel_reject")};
+  return {build_cancel_reject(*this, client, cl_ord_id, orig_cl_ord_id, "", rejection.ord_status,
+                              rejection.reason, ANSWERS_CANCEL, rejection.text, "cancel_reject")};
 }
 
 }  // namespace quorl

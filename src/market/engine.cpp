@@ -5,30 +5,12 @@
 #include "base/clocks.h"
 
 namespace quorl {
-namespace {
-
-constexpr size_t MOST_CLOSED = 50000;
-constexpr int64_t JUST_CLOSED_MS = 2000;
-
-template <typename Levels>
-void remove_id(Levels& levels, Price4 price, uint64_t id) {
-  const auto level = levels.find(price);
-  if (level == levels.end()) return;
-  Level& queue = level->second;
-  const auto at = std::find(queue.begin(), queue.end(), id);  // fills take the front: found at once
-  if (at != queue.end()) queue.erase(at);
-  if (queue.empty()) levels.erase(level);
-}
-
-}  // namespace
-
 Engine::Engine(TpPublisher& lent_publisher, std::mt19937_64& lent_rng, Scenario& lent_scenario,
-               double walk_step_bps, double touch_hit_probability, bool is_quiet)
+               double walk_step_bps, double touch_hit_probability)
     : publisher(&lent_publisher),
       rng(&lent_rng),
       step_bps(walk_step_bps),
       touch_hit(touch_hit_probability),
-      quiet(is_quiet),
       scenario(&lent_scenario) {}
 
 void Engine::add_stock(const std::string& symbol, double price) {
@@ -39,49 +21,30 @@ void Engine::add_stock(const std::string& symbol, double price) {
   index_by_symbol_.try_emplace(symbol, stocks.size() - 1);  // a repeated symbol finds the first
 }
 
-void Engine::begin_event() {
-  dirty.clear();
-  event_time = system_ns();
+void Engine::begin_event() { event_time = system_ns(); }
+
+RestingOrder& Engine::rest_order(Stock& stock, const Order& order) {
+  RestingOrder& resting = orders.insert(order);
+  stock.book.add(resting);
+  return resting;
 }
 
-void Engine::rest_order(Stock& stock, const Order& order) {
-  orders.insert_or_assign(order.id, order);
-  Level& level = order.buy ? stock.bids[order.price] : stock.asks[order.price];
-  level.push_back(order.id);
-  dirty.emplace(order.buy, order.price);
+void Engine::take_off_book(RestingOrder& order) {
+  if (!order.owner.empty()) live.erase(order);
+  Book::remove(order);
+  orders.erase(order);
 }
 
-void Engine::remove_from_level(Stock& stock, const Order& order) {
-  if (order.buy) {
-    remove_id(stock.bids, order.price, order.id);
-  } else {
-    remove_id(stock.asks, order.price, order.id);
-  }
-  dirty.emplace(order.buy, order.price);
-}
-
-void Engine::note_closed(const std::string& owner, const std::string& cl_ord_id) {
-  closed.insert_or_assign({owner, cl_ord_id}, static_cast<int64_t>(steady_ms()));
-  if (closed.size() > MOST_CLOSED) closed.clear();
+void Engine::note_closed(std::string_view owner, std::string_view cl_ord_id) {
+  closed.note({owner, cl_ord_id}, steady_ms());
 }
 
 Closing Engine::closing_of(std::string_view owner, std::string_view cl_ord_id) const {
-  const auto entry = closed.find(ClientOrderKeyView{owner, cl_ord_id});
-  if (entry == closed.end()) return Closing::UNKNOWN;
-  const int64_t age_ms = static_cast<int64_t>(steady_ms()) - entry->second;
-  return age_ms < JUST_CLOSED_MS ? Closing::JUST_NOW : Closing::LONG_AGO;
+  return closed.closing_of({owner, cl_ord_id}, steady_ms());
 }
 
-void Engine::erase_live(std::string_view owner, std::string_view cl_ord_id) {
-  const auto entry = live.find(ClientOrderKeyView{owner, cl_ord_id});
-  if (entry != live.end()) live.erase(entry);
-}
-
-Order* Engine::live_order(std::string_view owner, std::string_view cl_ord_id) {
-  const auto entry = live.find(ClientOrderKeyView{owner, cl_ord_id});
-  if (entry == live.end()) return nullptr;
-  const auto order = orders.find(entry->second);
-  return order == orders.end() ? nullptr : &order->second;
+RestingOrder* Engine::live_order(std::string_view owner, std::string_view cl_ord_id) const {
+  return live.find({owner, cl_ord_id});
 }
 
 Stock* Engine::stock_by_symbol(std::string_view symbol) {
@@ -94,10 +57,8 @@ Stock* Engine::stock_of(const Order& order) {
   return position == 0 || position > stocks.size() ? nullptr : &stocks[position - 1];
 }
 
-size_t Engine::resting_orders_of(const std::string& owner) const {
-  return static_cast<size_t>(
-      std::count_if(orders.begin(), orders.end(),
-                    [&owner](const auto& entry) { return entry.second.owner == owner; }));
+size_t Engine::resting_orders_of(std::string_view owner) const {
+  return owner.empty() ? orders.size() - live.size() : live.count_of(owner);
 }
 
 std::vector<std::pair<size_t, std::string>> Engine::drain_deferred(std::vector<Client>& clients) {
@@ -107,15 +68,15 @@ std::vector<std::pair<size_t, std::string>> Engine::drain_deferred(std::vector<C
   for (const DeferredReport& report : reports) {
     // Of several connections of one owner the last accepted one is told.
     const auto last = std::find_if(clients.rbegin(), clients.rend(), [&](const Client& client) {
-      return client.comp_id == report.owner && client.fd >= 0 && client.logged_on;
+      return client.comp_id == report.order.owner && client.fd >= 0 && client.logged_on;
     });
     if (last != clients.rend()) {
       const auto index = static_cast<size_t>(std::distance(last, clients.rend()) - 1);
-      to_send.emplace_back(index, report.compose(*last));
+      to_send.emplace_back(index, compose(report, *last));
     } else {
       Client absent;
-      absent.comp_id = report.owner;
-      report.compose(absent);  // kept on the stream for the owner's ResendRequest
+      absent.comp_id = report.order.owner;
+      compose(report, absent);  // kept on the stream for the owner's ResendRequest
     }
   }
   return to_send;

@@ -11,7 +11,7 @@
 #include "fix/reports.h"
 #include "market/engine.h"
 
-// The one place where quantity leaves an order.
+// Where orders trade, and where open shares leave a resting order by a fill or a withdrawal.
 
 namespace quorl {
 namespace {
@@ -24,42 +24,32 @@ bool reaches(const Order& aggressor, Price4 level) {
 
 char fill_status(uint32_t leaves) { return leaves > 0 ? '1' : '2'; }
 
-/// The id next to trade, with ids that have left `orders` dropped from the queue on the way and
-/// emptied levels from the book. Null if the side is empty or the aggressor does not reach it.
-template <typename Levels>
-Order* next_to_trade(Levels& levels, std::unordered_map<uint64_t, Order>& orders,
-                     const Order& aggressor) {
-  while (!levels.empty()) {
-    const auto best = levels.begin();
-    if (best->first == 0 || !reaches(aggressor, best->first)) return nullptr;
-    Level& queue = best->second;
-    if (!queue.empty()) {
-      const auto resting = orders.find(queue.front());
-      if (resting != orders.end()) return &resting->second;
-      queue.pop_front();
-    }
-    if (queue.empty()) levels.erase(best);
-  }
-  return nullptr;
+/// The order next to trade on the side opposite, or null if the side is empty or the aggressor does
+/// not reach its best level. A level at price 0 is never reached.
+RestingOrder* next_to_trade(const Book& book, const Order& aggressor) {
+  const Level* const best = book.side(!aggressor.buy).best();
+  if (best == nullptr || best->price == 0 || !reaches(aggressor, best->price)) return nullptr;
+  return best->first;
 }
 
 }  // namespace
 
-uint32_t Engine::reduce(Stock& stock, Order& order, uint32_t qty, bool withdrawal, Price4 price,
-                        char liquidity, bool scriptable) {
-  uint32_t taken = qty;
-  if (!withdrawal) {
-    taken = scripted_quantity(order, qty, scriptable);
-    const Price4 trade_price = price != 0 ? price : order.price;
-    publish_trade(stock, taken, trade_price);
-    if (!order.owner.empty()) credit_resting_fill(stock, order, taken, trade_price, liquidity);
-  }
-  take_off_book(stock, order, taken);
-  return taken;
+uint32_t Engine::fill(Stock& stock, RestingOrder& order, uint32_t qty, bool scriptable) {
+  const uint32_t filled = scripted_quantity(order, qty, scriptable);
+  publish_trade(stock, filled, order.price);
+  if (!order.owner.empty()) credit_resting_fill(stock, order, filled);
+  reduce(order, filled);
+  return filled;
 }
 
-void Engine::withdraw(Stock& stock, Order& order) {
-  reduce(stock, order, order.leaves, true, 0, '1', true);
+void Engine::withdraw(RestingOrder& order) { reduce(order, order.leaves); }
+
+void Engine::reduce(RestingOrder& order, uint32_t qty) {
+  if (order.leaves > qty) {
+    Book::set_leaves(order, order.leaves - qty);
+  } else {
+    take_off_book(order);
+  }
 }
 
 /// The partial-fill script is asked only of a fill that would complete a client's order by the
@@ -90,53 +80,51 @@ void Engine::publish_trade(Stock& stock, uint32_t qty, Price4 price) {
 }
 
 /// The report itself waits for drain_deferred: it takes its number, its ExecID and its time there.
-void Engine::credit_resting_fill(const Stock& stock, Order& order, uint32_t filled, Price4 price,
-                                 char liquidity) {
+void Engine::credit_resting_fill(const Stock& stock, Order& order, uint32_t filled) {
   order.cum += filled;
-  order.notional += notional_of(filled, price);
-  const uint32_t remaining = order.leaves - filled;
-  Order snapshot = order;
-  snapshot.leaves = remaining;
-  deferred.push_back({order.owner, [this, snapshot = std::move(snapshot), symbol = stock.symbol,
-                                    trade_id = static_cast<int64_t>(next_trade_id), filled, price,
-                                    liquidity](Client& client) {
-                        return build_exec_report(*this, {.client = client,
-                                                         .order = snapshot,
-                                                         .order_id = std::to_string(snapshot.id),
-                                                         .symbol = symbol,
-                                                         .trade_id = trade_id,
-                                                         .exec_type = fill_status(snapshot.leaves),
-                                                         .ord_status = fill_status(snapshot.leaves),
-                                                         .last_qty = filled,
-                                                         .last_px = price,
-                                                         .leaves = snapshot.leaves,
-                                                         .cum = snapshot.cum,
-                                                         .liquidity = liquidity});
-                      }});
-  if (remaining == 0) note_closed(order.owner, order.cl_ord_id);
+  order.notional += notional_of(filled, order.price);
+  DeferredReport& report = deferred.emplace_back(
+      DeferredReport{order, &stock, filled, static_cast<int64_t>(next_trade_id)});
+  report.order.leaves -= filled;
+  if (report.order.leaves == 0) note_closed(order.owner, order.cl_ord_id);
 }
 
-void Engine::take_off_book(Stock& stock, Order& order, uint32_t qty) {
-  if (order.leaves > qty) {
-    order.leaves -= qty;
-    dirty.emplace(order.buy, order.price);
-    return;
+std::string Engine::compose(const DeferredReport& report, Client& client) {
+  const Order& order = report.order;
+  if (report.filled == 0) {
+    return build_exec_report(*this, {.client = client,
+                                     .order = order,
+                                     .order_id = std::to_string(order.id),
+                                     .symbol = report.stock->symbol,
+                                     .exec_type = '4',
+                                     .ord_status = '4',
+                                     .cum = order.cum,
+                                     .text = "AdminCancel",
+                                     .cl_ord_id = order.cl_ord_id,
+                                     .truth_text = "unsolicited"});
   }
-  if (!order.owner.empty()) erase_live(order.owner, order.cl_ord_id);
-  remove_from_level(stock, order);
-  const uint64_t id = order.id;  // the record goes with the erasing
-  orders.erase(id);
+  return build_exec_report(*this, {.client = client,
+                                   .order = order,
+                                   .order_id = std::to_string(order.id),
+                                   .symbol = report.stock->symbol,
+                                   .trade_id = report.trade_id,
+                                   .exec_type = fill_status(order.leaves),
+                                   .ord_status = fill_status(order.leaves),
+                                   .last_qty = report.filled,
+                                   .last_px = order.price,
+                                   .leaves = order.leaves,
+                                   .cum = order.cum,
+                                   .liquidity = '1'});
 }
 
 void Engine::match_order(Stock& stock, Order& aggressor, Client* client,
                          std::vector<std::string>* out) {
   while (aggressor.leaves > 0) {
-    Order* const resting = aggressor.buy ? next_to_trade(stock.asks, orders, aggressor)
-                                         : next_to_trade(stock.bids, orders, aggressor);
+    RestingOrder* const resting = next_to_trade(stock.book, aggressor);
     if (resting == nullptr) return;
     const Price4 price = resting->price;  // never the aggressor's limit
     const uint32_t want = std::min(aggressor.leaves, resting->leaves);
-    const uint32_t got = reduce(stock, *resting, want, false, price, '1', aggressor.owner.empty());
+    const uint32_t got = fill(stock, *resting, want, /*scriptable=*/aggressor.owner.empty());
     aggressor.leaves -= got;
     aggressor.cum += got;
     aggressor.notional += notional_of(got, price);

@@ -16,7 +16,7 @@
 namespace quorl {
 namespace {
 
-constexpr int64_t UNASKED_CANCEL_DELAY_MS = 300;
+constexpr int64_t UNSOLICITED_CANCEL_DELAY_MS = 300;
 constexpr char NOT_SENT = '\0';
 
 /// A NewOrderSingle as read, before any check.
@@ -93,7 +93,7 @@ bool bad_capacity(const Engine&, const NewOrderRequest& r) {
 }
 
 bool duplicate_cl_ord_id(const Engine& engine, const NewOrderRequest& r) {
-  return engine.live.contains(ClientOrderKeyView{r.owner, r.order.cl_ord_id});
+  return engine.live.contains({r.owner, r.order.cl_ord_id});
 }
 
 struct OrderRule {
@@ -118,7 +118,7 @@ constexpr OrderRule NEW_ORDER_LADDER[] = {
 };
 
 /// The symbol is the one the client sent: a refused order may name one that is not listed.
-std::vector<std::string> refuse(Engine& engine, const Client& client,
+std::vector<std::string> reject(Engine& engine, const Client& client,
                                 const NewOrderRequest& request, std::string_view text,
                                 std::string_view reason) {
   return {build_exec_report(engine, {.client = client,
@@ -129,6 +129,20 @@ std::vector<std::string> refuse(Engine& engine, const Client& client,
                                      .ord_status = '8',
                                      .text = text,
                                      .rej_reason = reason})};
+}
+
+/// Shares on the opposite side within the order's limit, counted level by level until they suffice.
+/// It counts a level that the matching itself would stop at.
+uint64_t available_to(const Order& order, const Book& book) {
+  uint64_t shares = 0;
+  book.side(!order.buy).for_each_level([&](const Level& level) {
+    const bool beyond =
+        order.price != 0 && (order.buy ? level.price > order.price : level.price < order.price);
+    if (beyond || shares >= order.leaves) return false;
+    shares += level.open;
+    return true;
+  });
+  return std::min<uint64_t>(shares, std::numeric_limits<uint32_t>::max());
 }
 
 }  // namespace
@@ -146,14 +160,14 @@ std::vector<std::string> Engine::on_new_order(const std::string& owner, Client& 
 
   for (const OrderRule& rule : NEW_ORDER_LADDER) {  // the first broken rule answers
     if (rule.broken(*this, request)) {
-      return refuse(*this, client, request, rule.text, rule.reason);
+      return reject(*this, client, request, rule.text, rule.reason);
     }
   }
   BenchCounters& counters = scenario->counters;
   ++counters.orders;
   if (fires(counters.orders, scenario->reject_every, scenario->reject_next)) {
     ++counters.rejects;
-    return refuse(*this, client, request, "bench:scripted_reject", "0");
+    return reject(*this, client, request, "bench:scripted_reject", "0");
   }
   return accept_order(request.order, *request.stock, owner, client);
 }
@@ -178,7 +192,7 @@ std::vector<std::string> Engine::accept_order(Order& order, Stock& stock, const 
 
   begin_event();
   const bool fill_or_kill = order.tif == '4';
-  if (fill_or_kill && order.leaves > available_to(order, stock)) {
+  if (fill_or_kill && order.leaves > available_to(order, stock.book)) {
     reports.push_back(cancel_remainder(order, stock, client));
     publish_dirty(stock);
     return reports;
@@ -189,31 +203,11 @@ std::vector<std::string> Engine::accept_order(Order& order, Stock& stock, const 
   } else if (order.tif != '0' || order.price == 0) {
     reports.push_back(cancel_remainder(order, stock, client));  // a market order never rests
   } else {
-    rest_order(stock, order);
-    live.insert_or_assign({owner, order.cl_ord_id}, order.id);
+    live.insert(rest_order(stock, order));
     schedule_cancel_if_scripted(order);
   }
   publish_dirty(stock);
   return reports;
-}
-
-/// Shares on the opposite side within the order's limit, counted level by level until they suffice.
-/// It counts a level that the matching itself would stop at.
-uint64_t Engine::available_to(const Order& order, const Stock& stock) const {
-  const auto sum = [&](const auto& levels) {
-    uint64_t shares = 0;
-    for (const auto& [price, queue] : levels) {
-      const bool beyond =
-          order.price != 0 && (order.buy ? price > order.price : price < order.price);
-      if (beyond || shares >= order.leaves) break;
-      for (const uint64_t id : queue) {
-        const auto resting = orders.find(id);
-        if (resting != orders.end()) shares += resting->second.leaves;
-      }
-    }
-    return std::min<uint64_t>(shares, std::numeric_limits<uint32_t>::max());
-  };
-  return order.buy ? sum(stock.asks) : sum(stock.bids);
 }
 
 /// Closes an order that may not rest with what it has not filled.
@@ -237,8 +231,8 @@ void Engine::schedule_cancel_if_scripted(const Order& order) {
              scenario->unsolicited_cancel_next)) {
     return;
   }
-  const int64_t due_ms = static_cast<int64_t>(steady_ms()) + UNASKED_CANCEL_DELAY_MS;
-  scheduled_cancels.push_back({order.owner, order.cl_ord_id, due_ms});
+  const int64_t due_ms = static_cast<int64_t>(steady_ms()) + UNSOLICITED_CANCEL_DELAY_MS;
+  scheduled_cancels.schedule({order.owner, order.cl_ord_id, due_ms});
 }
 
 }  // namespace quorl

@@ -1,6 +1,5 @@
 #include <cmath>
 #include <cstdint>
-#include <vector>
 
 #include "base/price4.h"
 #include "feed/tp_publisher.h"
@@ -31,12 +30,9 @@ int pull_attempts(size_t background_orders) {
 }
 
 bool is_marketable(const Stock& stock, const Order& order) {
-  if (order.buy) {
-    return !stock.asks.empty() && stock.asks.begin()->first != 0 &&
-           order.price >= stock.asks.begin()->first;
-  }
-  return !stock.bids.empty() && stock.bids.begin()->first != 0 &&
-         order.price <= stock.bids.begin()->first;
+  const Level* const best = stock.book.side(!order.buy).best();
+  if (best == nullptr || best->price == 0) return false;
+  return order.buy ? order.price >= best->price : order.price <= best->price;
 }
 
 /// Sells begin at the reference itself and buys a cent below it: a fresh pair has a spread of one
@@ -61,8 +57,8 @@ void Engine::walk_tick() {
     const Price4 ref = price_of_mid(stock.mid);
     pull_background_orders(stock, ref);
     for (int i = 0; i < POSTS_PER_TICK; ++i) post_liquidity(stock, ref, 0);
-    if (stock.bids.size() < FEWEST_LEVELS) post_liquidity(stock, ref, 1);
-    if (stock.asks.size() < FEWEST_LEVELS) post_liquidity(stock, ref, -1);
+    if (stock.book.bids().depth() < FEWEST_LEVELS) post_liquidity(stock, ref, 1);
+    if (stock.book.asks().depth() < FEWEST_LEVELS) post_liquidity(stock, ref, -1);
     hit_touch(stock);
   }
   publisher->flush_if_pending();
@@ -74,26 +70,15 @@ void Engine::step_price(Stock& stock, NormalDeviates& normal) {
   stock.mid = (z * sigma + 1.0) * stock.mid;
 }
 
-/// In the iteration order of `orders`, which decides what a draw picks.
-std::vector<uint64_t> Engine::background_orders_of(const Stock& stock) const {
-  std::vector<uint64_t> ids;
-  for (const auto& [id, order] : orders) {
-    if (order.locate == stock.locate && order.owner.empty()) ids.push_back(id);
-  }
-  return ids;
-}
-
+/// What a draw picks is decided by the iteration order of `orders`.
 void Engine::pull_background_orders(Stock& stock, Price4 ref) {
-  // One collection serves all attempts: a pull takes one order out and leaves the others in order.
-  std::vector<uint64_t> ids = background_orders_of(stock);
-  const int attempts = pull_attempts(ids.size());
-  for (int i = 0; i < attempts && !ids.empty(); ++i) {
-    const uint64_t picked = uniform_index(*rng, ids.size());
-    Order& order = orders.at(ids[picked]);
+  const int attempts = pull_attempts(orders.background_count(stock.locate));
+  for (int i = 0; i < attempts && orders.background_count(stock.locate) != 0; ++i) {
+    const uint64_t picked = uniform_index(*rng, orders.background_count(stock.locate));
+    RestingOrder& order = orders.background_order(stock.locate, picked);
     if (cents_apart(order.price, ref) <= NEAR_CENTS && !coin(*rng)) continue;
-    ids.erase(ids.begin() + static_cast<std::ptrdiff_t>(picked));
     begin_event();
-    withdraw(stock, order);
+    withdraw(order);
     publish_dirty(stock);
   }
 }
