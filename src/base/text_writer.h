@@ -33,7 +33,17 @@ class TextWriter {
     return *this;
   }
 
+  /// The low decimal digits of `value`, with leading zeros.
+  TextWriter& digits(uint32_t value, size_t width) {
+    for (size_t i = width; i > 0; --i, value /= 10)
+      at_[i - 1] = static_cast<char>('0' + value % 10);
+    at_ += width;
+    return *this;
+  }
+
   char* position() const { return at_; }
+  /// Goes back to a position that has been written past.
+  void back_to(char* position) { at_ = position; }
 
  private:
   char* at_;

@@ -83,7 +83,7 @@ void Driver::walk_if_due(uint64_t now_ms) {
 }
 
 void Driver::send_deferred_reports() {
-  for (const auto& [index, message] : engine_.drain_deferred(clients_)) {
+  for (const auto& [index, message] : engine_.drain_deferred()) {
     gateway_.send_gated(clients_[index], message);
   }
 }

@@ -1,7 +1,7 @@
 #include "fix/fix_codec.h"
 
 #include <algorithm>
-#include <array>
+#include <cassert>
 #include <limits>
 
 #include "base/number_parsers.h"
@@ -100,12 +100,9 @@ bool extract_frame(ReceiveBuffer& buffer, std::string& frame) {
   }
 }
 
-FixFieldMap parse_fields(const std::string& frame) {
-  constexpr size_t USUAL_FIELDS = 24;
+void parse_fields(std::string_view text, FixFieldMap& fields) {
   constexpr size_t SHORT_TAG = 9;  // digits that fit any integer
-  const std::string_view text = frame;
-  FixFieldMap fields;
-  fields.reserve(USUAL_FIELDS);
+  fields.clear();
   size_t pos = 0;
   while (pos < text.size()) {
     // Nearly every tag is a few digits and an equals sign, read in passing.
@@ -127,36 +124,30 @@ FixFieldMap parse_fields(const std::string& frame) {
     fields.set(tag, text.substr(equals + 1, end - equals - 1));
     pos = end + 1;
   }
-  return fields;
 }
 
-std::string compose_message(std::string_view msg_type, uint32_t seq, std::string_view sender,
-                            std::string_view target, const FixFieldList& body_fields,
-                            const FixFieldList& header_fields) {
+void compose_message(std::string_view msg_type, uint32_t seq, std::string_view sender,
+                     std::string_view target, std::string_view body_fields,
+                     std::string_view header_fields, Outbox& out) {
   constexpr std::string_view BEGIN =
       "8=FIX.4.2\x01"
       "9=";
   constexpr size_t FIVE_TAGS_AND_SOHS = 5 * 4;  // "35=" "34=" "49=" "56=" "52=", each closed by SOH
   const size_t body_length = FIVE_TAGS_AND_SOHS + msg_type.size() + decimal_width(seq) +
                              sender.size() + target.size() + FixTimestamp::SIZE +
-                             header_fields.wire().size() + body_fields.wire().size();
+                             header_fields.size() + body_fields.size();
   const size_t summed = BEGIN.size() + decimal_width(body_length) + 1 + body_length;
-  std::string message(summed + TRAILER_SIZE, SOH);
-  TextWriter out(message.data());
-  out.text(BEGIN).number(body_length).character(SOH);
-  out.text("35=").text(msg_type).character(SOH);
-  out.text("34=").number(seq).character(SOH);
-  out.text("49=").text(sender).character(SOH);
-  out.text("56=").text(target).character(SOH);
-  out.text("52=").text(fix_timestamp().view()).character(SOH);
-  out.text(header_fields.wire()).text(body_fields.wire());
-
-  const uint32_t checksum = checksum_of({message.data(), summed});
-  out.text(CHECKSUM_PREFIX);
-  for (const uint32_t place : {100U, 10U, 1U}) {
-    out.character(static_cast<char>('0' + checksum / place % 10));
-  }
-  return message;  // its last byte has been a SOH from the start
+  char* const message = out.add(summed + TRAILER_SIZE);
+  TextWriter writer(message);
+  writer.text(BEGIN).number(body_length).character(SOH);
+  writer.text("35=").text(msg_type).character(SOH);
+  writer.text("34=").number(seq).character(SOH);
+  writer.text("49=").text(sender).character(SOH);
+  writer.text("56=").text(target).character(SOH);
+  writer.text("52=").text(fix_timestamp().view()).character(SOH);
+  writer.text(header_fields).text(body_fields);
+  writer.text(CHECKSUM_PREFIX).digits(checksum_of({message, summed}), 3).character(SOH);
+  assert(writer.position() == message + summed + TRAILER_SIZE);
 }
 
 }  // namespace quorl

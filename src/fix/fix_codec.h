@@ -6,6 +6,7 @@
 
 #include "fix/fix_fields.h"
 #include "fix/fix_text.h"
+#include "fix/outbox.h"
 #include "fix/receive_buffer.h"
 
 namespace quorl {
@@ -15,15 +16,15 @@ namespace quorl {
 /// checksum are dropped without a word. Call it until it returns false.
 bool extract_frame(ReceiveBuffer& buffer, std::string& frame);
 
-/// Splits a frame into its fields; stops at the first piece that is not "tag=value" SOH. `frame`
-/// must outlive the result.
-FixFieldMap parse_fields(const std::string& frame);
-FixFieldMap parse_fields(std::string&& frame) = delete;
+/// Splits a frame into its fields, in place of what `fields` held; stops at the first piece that is
+/// not "tag=value" SOH. The frame must outlive the fields.
+void parse_fields(std::string_view frame, FixFieldMap& fields);
 
-/// The whole wire message: head, the session's fields, `header_fields`, `body_fields`, trailer.
-/// SendingTime is read from the clock here.
-std::string compose_message(std::string_view msg_type, uint32_t seq, std::string_view sender,
-                            std::string_view target, const FixFieldList& body_fields,
-                            const FixFieldList& header_fields);
+/// Adds the whole wire message to `out`: head, the session's fields, `header_fields`,
+/// `body_fields`, trailer. Both are fields as they stand on the wire, "tag=value" SOH. SendingTime
+/// is read from the clock here.
+void compose_message(std::string_view msg_type, uint32_t seq, std::string_view sender,
+                     std::string_view target, std::string_view body_fields,
+                     std::string_view header_fields, Outbox& out);
 
 }  // namespace quorl

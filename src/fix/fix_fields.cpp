@@ -31,7 +31,23 @@ char* FixFieldList::room_for(size_t bytes) {
   return memory_.data() + used_;
 }
 
+void FixFieldMap::clear() {
+  for (const FixField& field : fields_) {
+    if (is_indexed(field.tag)) behind_[static_cast<size_t>(field.tag)] = 0;
+  }
+  fields_.clear();
+}
+
+void FixFieldMap::set(int32_t tag, std::string_view value) {
+  fields_.push_back({tag, value});
+  if (is_indexed(tag)) behind_[static_cast<size_t>(tag)] = static_cast<uint32_t>(fields_.size());
+}
+
 const FixField* FixFieldMap::find(int32_t tag) const {
+  if (is_indexed(tag)) {
+    const uint32_t behind = behind_[static_cast<size_t>(tag)];
+    return behind == 0 ? nullptr : &fields_[behind - 1];
+  }
   for (auto field = fields_.rbegin(); field != fields_.rend(); ++field) {
     if (field->tag == tag) return &*field;
   }

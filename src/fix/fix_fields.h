@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
@@ -82,8 +83,6 @@ class FixFieldList {
   void put(int32_t tag, char value) { put(tag, std::string_view(&value, 1)); }
   void put_number(int32_t tag, int64_t value);
 
-  /// Room for that many bytes on the wire, so that nothing is copied on the way there.
-  void reserve(size_t bytes) { memory_.resize(bytes); }
   std::string_view wire() const { return {memory_.data(), used_}; }
 
  private:
@@ -96,11 +95,12 @@ class FixFieldList {
 };
 
 /// The fields of one received frame. A tag that occurs twice keeps its last value. The values are
-/// views into the frame, which must outlive the map. A message has few fields, so a look-up walks
-/// them from the back instead of hashing.
+/// views into the frame, which must outlive the map. Every tag that the exchange reads is found by
+/// an index, any other one by a walk from the back.
 class FixFieldMap {
  public:
-  void set(int32_t tag, std::string_view value) { fields_.push_back({tag, value}); }
+  void clear();
+  void set(int32_t tag, std::string_view value);
 
   bool has(int32_t tag) const { return find(tag) != nullptr; }
   /// Empty if the tag is absent or its value is empty.
@@ -110,13 +110,14 @@ class FixFieldMap {
   /// The low 32 bits of a number read by the rules of std::stoull; 0 if there is none.
   uint32_t number(int32_t tag) const;
 
-  /// Room for that many fields, so that setting them allocates once.
-  void reserve(size_t fields) { fields_.reserve(fields); }
-
  private:
+  static constexpr size_t INDEXED_TAGS = 256;  // those below
+
+  static bool is_indexed(int32_t tag) { return static_cast<uint32_t>(tag) < INDEXED_TAGS; }
   const FixField* find(int32_t tag) const;
 
-  std::vector<FixField> fields_;  // in the order of the frame; the last of a tag counts
+  std::vector<FixField> fields_;                 // in the order of the frame
+  std::array<uint32_t, INDEXED_TAGS> behind_{};  // position of a tag's last field plus 1, or 0
 };
 
 }  // namespace quorl

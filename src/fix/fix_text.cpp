@@ -1,5 +1,6 @@
 #include "fix/fix_text.h"
 
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -63,19 +64,32 @@ std::string format_price(int32_t decimals, double value) {
   return text;
 }
 
-std::string format_price4(int64_t price) {
+void put_price(TextWriter& out, double value) {
+  // Up to here the product below is off by less than a thousandth, so unless it lies about halfway
+  // between two prices, its nearest integer is the price that prints.
+  constexpr double MOST = 1e7;
+  constexpr double ABOUT_HALFWAY = 1e-3;
+  if (value > 0.0 && value < MOST) {
+    const double scaled = value * 10000.0;
+    const double whole = std::floor(scaled);
+    const double fraction = scaled - whole;
+    if (std::fabs(fraction - 0.5) > ABOUT_HALFWAY) {
+      return put_price4(out, static_cast<int64_t>(whole) + (fraction > 0.5 ? 1 : 0));
+    }
+  }
+  out.text(format_price(4, value));
+}
+
+void put_price4(TextWriter& out, int64_t price) {
   // Within this bound the double nearest to price / 10000 prints, at four decimals, as the
   // integer's own digits.
   constexpr int64_t EXACT_BOUND = 1'000'000'000'000'000;
-  if (price < 0 || price > EXACT_BOUND) {
-    return format_price(4, static_cast<double>(price) / 10000.0);
-  }
-  std::string text = std::to_string(price / 10000);
-  std::array<char, 4> decimals;
-  put_digits(decimals.data(), static_cast<uint32_t>(price % 10000), decimals.size());
-  text.append(1, '.').append(decimals.data(), decimals.size());
-  strip_trailing_zeros(text);
-  return text;
+  if (price < 0 || price > EXACT_BOUND) return put_price(out, static_cast<double>(price) / 10000.0);
+  out.number(price / 10000);
+  auto decimals = static_cast<uint32_t>(price % 10000);
+  size_t width = 4;
+  for (; width > 0 && decimals % 10 == 0; --width) decimals /= 10;
+  if (width > 0) out.character('.').digits(decimals, width);
 }
 
 }  // namespace quorl

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "base/text_writer.h"
+
 // The texts that every message uses: times and prices.
 
 namespace quorl {
@@ -28,7 +30,10 @@ FixTimestamp fix_timestamp();
 /// "%.*f", then without trailing zeros, and without the point if nothing is left behind it.
 std::string format_price(int32_t decimals, double value);
 
-/// format_price(4, price / 10000.0) of a price in ten-thousandths of a dollar.
-std::string format_price4(int64_t price);
+/// Writes format_price(4, value), at most LONGEST_PRICE characters.
+constexpr size_t LONGEST_PRICE = 48;
+void put_price(TextWriter& out, double value);
+/// Writes format_price(4, price / 10000.0) of a price in ten-thousandths of a dollar.
+void put_price4(TextWriter& out, int64_t price);
 
 }  // namespace quorl

@@ -21,13 +21,13 @@ int32_t heartbeat_of(std::string_view text) {
 void FixGateway::on_logon(Client& client, const FixFieldMap& fields) {
   const std::string sender(fields.text(TAG_SENDER_COMP_ID));
   const std::string target(fields.text(TAG_TARGET_COMP_ID));
-  FixStream& stream = engine_.streams[sender];  // exists from here on, refused or not
+  FixStream& stream = engine_.stream_named(sender);  // exists from here on, refused or not
   if (target != EXCHANGE_COMP_ID) {
-    return reject_logon(sender, client, stream, "TargetCompID '" + target + "' is not IEXG");
+    return reject_logon(client, stream, "TargetCompID '" + target + "' is not IEXG");
   }
-  if (sender.empty()) return reject_logon(sender, client, stream, "SenderCompID (49) missing");
+  if (sender.empty()) return reject_logon(client, stream, "SenderCompID (49) missing");
   if (!fields.has(TAG_HEART_BT_INT)) {
-    return reject_logon(sender, client, stream, "HeartBtInt (108) missing");
+    return reject_logon(client, stream, "HeartBtInt (108) missing");
   }
   const bool reset = fields.text(TAG_RESET_SEQ_NUM_FLAG) == "Y";
   if (reset) {
@@ -36,18 +36,17 @@ void FixGateway::on_logon(Client& client, const FixFieldMap& fields) {
     stream.store.clear();
   }
   if (client.last_seq < stream.next_in) {
-    return reject_logon(sender, client, stream,
+    return reject_logon(client, stream,
                         "MsgSeqNum too low, expecting " + std::to_string(stream.next_in) +
                             " but received " + std::to_string(client.last_seq));
   }
-  accept_logon(sender, client, stream, fields.text(TAG_HEART_BT_INT), reset);
+  accept_logon(client, stream, fields.text(TAG_HEART_BT_INT), reset);
 }
 
-void FixGateway::accept_logon(const std::string& sender, Client& client, FixStream& stream,
-                              std::string_view heart_bt_int, bool reset) {
-  client.comp_id = sender;
+void FixGateway::accept_logon(Client& client, FixStream& stream, std::string_view heart_bt_int,
+                              bool reset) {
+  log_on(client, stream);
   client.heartbeat_s = heartbeat_of(heart_bt_int);
-  client.logged_on = true;
   ++scenario_.counters.logons;
 
   const uint32_t expected = stream.next_in;
@@ -75,14 +74,15 @@ void FixGateway::accept_logon(const std::string& sender, Client& client, FixStre
   }
 }
 
-void FixGateway::reject_logon(const std::string& sender, Client& client, FixStream& stream,
-                              const std::string& reason) {
-  print_log("bench: logon of %s rejected (%s)\n", sender.c_str(), reason.c_str());
-  client.comp_id = sender;
+void FixGateway::reject_logon(Client& client, FixStream& stream, const std::string& reason) {
+  print_log("bench: logon of %s rejected (%s)\n", stream.comp_id.c_str(), reason.c_str());
+  log_off(client);
+  client.comp_id = stream.comp_id;
+  client.stream = &stream;
   const std::string text = "Logon rejected: " + reason;
-  send_ignoring_result(client.fd, compose_message("5", stream.next_out++, EXCHANGE_COMP_ID, sender,
-                                                  {{TAG_TEXT, text}}, {}));
-  close_connection(client);
+  const FixFieldList body{{TAG_TEXT, text}};
+  send_ignoring_result(client.fd, composed("5", stream.next_out++, stream, body.wire(), {}));
+  close(client);
 }
 
 }  // namespace quorl

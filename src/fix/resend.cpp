@@ -10,23 +10,6 @@
 // itself against next_in and next_out.
 
 namespace quorl {
-namespace {
-
-std::string compose_replay(const StoredMessage& stored, const std::string& target) {
-  return compose_message(
-      stored.msg_type, stored.seq, EXCHANGE_COMP_ID, target, stored.fields,
-      {{TAG_POSS_DUP_FLAG, "Y"}, {TAG_ORIG_SENDING_TIME, stored.sending_time.view()}});
-}
-
-std::string compose_gap_fill(uint64_t first_missing, uint64_t next, const std::string& target) {
-  FixFieldList body{{TAG_GAP_FILL_FLAG, "Y"}};
-  body.put_number(TAG_NEW_SEQ_NO, static_cast<int64_t>(next));
-  return compose_message("4", static_cast<uint32_t>(first_missing), EXCHANGE_COMP_ID, target, body,
-                         {{TAG_POSS_DUP_FLAG, "Y"}});
-}
-
-}  // namespace
-
 void FixGateway::on_resend_request(Client& client, FixStream& stream, const FixFieldMap& fields) {
   ++scenario_.counters.resend_requests;
   serve_resend(client, stream, fields);
@@ -51,7 +34,11 @@ void FixGateway::serve_resend(Client& client, const FixStream& stream, const Fix
       [](const StoredMessage& message, uint32_t seq) { return message.seq < seq; });
   for (uint64_t seq = begin; seq <= end;) {
     if (stored != stream.store.end() && stored->seq == seq) {
-      send_gated(client, compose_replay(*stored, client.comp_id));
+      const FixTimestamp first_sent(stored->sending_time_ns);
+      const FixFieldList header{{TAG_POSS_DUP_FLAG, "Y"},
+                                {TAG_ORIG_SENDING_TIME, first_sent.view()}};
+      send_gated(client, composed({&stored->msg_type, 1}, stored->seq, stream, stored->body,
+                                  header.wire()));
       ++replayed;
       ++stored;
       ++seq;
@@ -60,7 +47,11 @@ void FixGateway::serve_resend(Client& client, const FixStream& stream, const Fix
       const uint64_t next = stored == stream.store.end()
                                 ? behind_range
                                 : std::min<uint64_t>(stored->seq, behind_range);
-      send_gated(client, compose_gap_fill(seq, next, client.comp_id));
+      FixFieldList body{{TAG_GAP_FILL_FLAG, "Y"}};
+      body.put_number(TAG_NEW_SEQ_NO, static_cast<int64_t>(next));
+      const FixFieldList header{{TAG_POSS_DUP_FLAG, "Y"}};
+      send_gated(client,
+                 composed("4", static_cast<uint32_t>(seq), stream, body.wire(), header.wire()));
       ++gap_fills;
       seq = next;
     }

@@ -1,5 +1,6 @@
 #include "fix/session.h"
 
+#include <algorithm>
 #include <cerrno>
 
 #include "base/clocks.h"
@@ -64,14 +65,15 @@ void FixGateway::serve_client(Client& client, std::span<char> scratch) {
     return on_end_of_stream(client);
   }
   while (client.fd >= 0 && extract_frame(client.inbound, frame_)) {
-    on_message(client, parse_fields(frame_));
+    parse_fields(frame_, fields_);
+    on_message(client, fields_);
   }
 }
 
 void FixGateway::on_end_of_stream(Client& client) {
   print_log("bench: client %s disconnected (%zu resting order(s) kept)\n", client.comp_id.c_str(),
             engine_.resting_orders_of(client.comp_id));
-  close_connection(client);
+  close(client);
 }
 
 void FixGateway::forget_closed_clients() {
@@ -84,7 +86,7 @@ void FixGateway::on_message(Client& client, const FixFieldMap& fields) {
   if (type == "A") return on_logon(client, fields);
   if (!client.logged_on) return close_before_logon(client, type);
 
-  FixStream& stream = engine_.streams[client.comp_id];
+  FixStream& stream = *client.stream;
   if (type == "2") return on_resend_request(client, stream, fields);
   if (type == "4") return on_sequence_reset(client, stream, fields);
   const bool replayed = fields.text(TAG_POSS_DUP_FLAG) == "Y";
@@ -111,7 +113,7 @@ void FixGateway::dispatch(Client& client, std::string_view type, const FixFieldM
 }
 
 void FixGateway::on_new_order_single(Client& client, const FixFieldMap& fields) {
-  const std::vector<std::string> reports = engine_.on_new_order(client.comp_id, client, fields);
+  const Outbox& reports = engine_.on_new_order(client.comp_id, client, fields);
   engine_.publisher->flush_if_pending();  // the feed tells of a trade before the reports do
   if (!connection_drop(client)) send_queued_reports(client, reports);
 }
@@ -119,7 +121,7 @@ void FixGateway::on_new_order_single(Client& client, const FixFieldMap& fields) 
 void FixGateway::close_before_logon(Client& client, std::string_view type) {
   print_log("bench: message 35=%s before Logon from fd %d — connection closed\n",
             std::string(type).c_str(), client.fd);
-  close_connection(client);
+  close(client);
 }
 
 void FixGateway::on_test_request(Client& client, const FixFieldMap& fields) {
@@ -133,7 +135,7 @@ void FixGateway::on_logout(Client& client) {
   print_log("bench: client %s logged out (%zu resting order(s) kept)\n", client.comp_id.c_str(),
             engine_.resting_orders_of(client.comp_id));
   send_admin(client, "5", {});
-  close_connection(client);
+  close(client);
 }
 
 void FixGateway::on_unknown_type(Client& client) {
@@ -157,7 +159,7 @@ bool FixGateway::connection_drop(Client& client) {
       "spec defines no cancel-on-disconnect\n",
       client.comp_id.c_str(), threshold != 0 ? SCRIPTED_DROP : "driven",
       engine_.resting_orders_of(client.comp_id));
-  close_connection(client);
+  close(client);
   return true;
 }
 
@@ -168,13 +170,47 @@ void FixGateway::send_gated(Client& client, std::string_view message) {
 }
 
 void FixGateway::send_admin(Client& client, std::string_view msg_type, const FixFieldList& fields) {
-  FixStream& stream = engine_.streams[client.comp_id];
-  send_gated(client, compose_message(msg_type, stream.next_out++, EXCHANGE_COMP_ID, client.comp_id,
-                                     fields, {}));
+  FixStream& stream = *client.stream;
+  send_gated(client, composed(msg_type, stream.next_out++, stream, fields.wire(), {}));
 }
 
-void FixGateway::send_queued_reports(Client& client, const std::vector<std::string>& messages) {
-  for (const std::string& message : messages) send_gated(client, message);
+std::string_view FixGateway::composed(std::string_view msg_type, uint32_t seq,
+                                      const FixStream& stream, std::string_view body_fields,
+                                      std::string_view header_fields) {
+  outbox_.clear();
+  compose_message(msg_type, seq, EXCHANGE_COMP_ID, stream.comp_id, body_fields, header_fields,
+                  outbox_);
+  return outbox_[0];
+}
+
+void FixGateway::send_queued_reports(Client& client, const Outbox& messages) {
+  for (size_t i = 0; i < messages.size(); ++i) send_gated(client, messages[i]);
+}
+
+void FixGateway::log_on(Client& client, FixStream& stream) {
+  log_off(client);
+  client.comp_id = stream.comp_id;
+  client.stream = &stream;
+  client.logged_on = true;
+  std::vector<size_t>& connections = stream.connections;
+  const size_t index = index_of(client);
+  connections.insert(std::upper_bound(connections.begin(), connections.end(), index), index);
+}
+
+void FixGateway::log_off(Client& client) {
+  if (!client.logged_on) return;
+  std::vector<size_t>& connections = client.stream->connections;
+  connections.erase(std::lower_bound(connections.begin(), connections.end(), index_of(client)));
+  client.logged_on = false;
+}
+
+size_t FixGateway::index_of(const Client& client) const {
+  return static_cast<size_t>(&client - clients_.data());
+}
+
+void FixGateway::close(Client& client) {
+  log_off(client);
+  close_connection(client);
 }
 
 void FixGateway::run_timers(uint64_t now_ms) {
@@ -197,7 +233,7 @@ void FixGateway::time_out_if_due(Client& client, uint64_t now_ms) {
   if (age_ms(now_ms, client.last_rx_ms) < heartbeat_s * 2500) return;
   print_log("[quorl] client %s timed out (no message for %d s; resting orders kept)\n",
             client.comp_id.c_str(), static_cast<int>(heartbeat_s * 5 / 2));
-  close_connection(client);
+  close(client);
 }
 
 }  // namespace quorl

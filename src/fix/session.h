@@ -52,12 +52,10 @@ class FixGateway {
   void dispatch(Client& client, std::string_view type, const FixFieldMap& fields);
 
   void on_logon(Client& client, const FixFieldMap& fields);
-  void accept_logon(const std::string& sender, Client& client, FixStream& stream,
-                    std::string_view heart_bt_int, bool reset);
+  void accept_logon(Client& client, FixStream& stream, std::string_view heart_bt_int, bool reset);
   /// Spends a number of the stream, stores nothing, and is the one message that no lapse holds
   /// back.
-  void reject_logon(const std::string& sender, Client& client, FixStream& stream,
-                    const std::string& reason);
+  void reject_logon(Client& client, FixStream& stream, const std::string& reason);
   void close_before_logon(Client& client, std::string_view type);
   void on_test_request(Client& client, const FixFieldMap& fields);
   void on_logout(Client& client);
@@ -80,7 +78,17 @@ class FixGateway {
   bool connection_drop(Client& client);
   void send_heartbeat_if_due(Client& client, uint64_t now_ms);
   void time_out_if_due(Client& client, uint64_t now_ms);
-  void send_queued_reports(Client& client, const std::vector<std::string>& messages);
+  void send_queued_reports(Client& client, const Outbox& messages);
+  /// A composed message of a stream, in memory that the next one takes.
+  std::string_view composed(std::string_view msg_type, uint32_t seq, const FixStream& stream,
+                            std::string_view body_fields, std::string_view header_fields);
+
+  /// The connection speaks for a stream from here on, and for no other one.
+  void log_on(Client& client, FixStream& stream);
+  void log_off(Client& client);
+  size_t index_of(const Client& client) const;
+  void close(Client& client);
+
   /// Session-level messages take their number before the gate and are never stored: what a lapse
   /// swallows is lost, and a later resend covers its number by a gap fill.
   void send_admin(Client& client, std::string_view msg_type, const FixFieldList& fields);
@@ -91,7 +99,10 @@ class FixGateway {
   bool& silence_announced_;
   const bool quiet_;
   std::vector<size_t> open_clients_;
-  std::string frame_;  // the frame in hand; kept for its memory
+  // Of the message in hand; kept for their memory.
+  std::string frame_;
+  FixFieldMap fields_;
+  Outbox outbox_;
 };
 
 }  // namespace quorl

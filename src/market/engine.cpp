@@ -1,8 +1,7 @@
 #include "market/engine.h"
 
-#include <algorithm>
-
 #include "base/clocks.h"
+#include "fix/reports.h"
 
 namespace quorl {
 Engine::Engine(TpPublisher& lent_publisher, std::mt19937_64& lent_rng, Scenario& lent_scenario,
@@ -61,25 +60,34 @@ size_t Engine::resting_orders_of(std::string_view owner) const {
   return owner.empty() ? orders.size() - live.size() : live.count_of(owner);
 }
 
-std::vector<std::pair<size_t, std::string>> Engine::drain_deferred(std::vector<Client>& clients) {
-  std::vector<std::pair<size_t, std::string>> to_send;
-  if (deferred.empty()) return to_send;
-  const std::vector<DeferredReport> reports = std::exchange(deferred, {});
-  for (const DeferredReport& report : reports) {
-    // Of several connections of one owner the last accepted one is told.
-    const auto last = std::find_if(clients.rbegin(), clients.rend(), [&](const Client& client) {
-      return client.comp_id == report.order.owner && client.fd >= 0 && client.logged_on;
-    });
-    if (last != clients.rend()) {
-      const auto index = static_cast<size_t>(std::distance(last, clients.rend()) - 1);
-      to_send.emplace_back(index, compose(report, *last));
-    } else {
-      Client absent;
-      absent.comp_id = report.order.owner;
-      compose(report, absent);  // kept on the stream for the owner's ResendRequest
-    }
+FixStream& Engine::stream_named(std::string_view comp_id) {
+  const auto known = streams.find(comp_id);
+  if (known != streams.end()) return known->second;
+  FixStream& stream = streams[std::string(comp_id)];
+  stream.comp_id = comp_id;
+  return stream;
+}
+
+ReportTarget Engine::replies_to(const Client& client) {
+  replies_.clear();
+  return {*this, client.stream != nullptr ? *client.stream : stream_named(client.comp_id),
+          replies_};
+}
+
+const std::vector<OwedMessage>& Engine::drain_deferred() {
+  owed_messages_.clear();
+  if (deferred.empty()) return owed_messages_;
+  owed_.clear();
+  for (const DeferredReport& report : deferred) {
+    compose(report, {*this, stream_named(report.order.owner), owed_});
   }
-  return to_send;
+  // Without a connection a report stays on the stream for the owner's ResendRequest.
+  for (size_t i = 0; i < deferred.size(); ++i) {
+    const std::vector<size_t>& connections = stream_named(deferred[i].order.owner).connections;
+    if (!connections.empty()) owed_messages_.push_back({connections.back(), owed_[i]});
+  }
+  deferred.clear();
+  return owed_messages_;
 }
 
 }  // namespace quorl

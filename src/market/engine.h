@@ -13,6 +13,7 @@
 
 #include "base/output_file.h"
 #include "base/string_hash.h"
+#include "fix/outbox.h"
 #include "fix/stream_records.h"
 #include "market/client_orders.h"
 #include "market/order_table.h"
@@ -25,6 +26,7 @@ namespace quorl {
 
 class FixFieldMap;
 class TpPublisher;
+struct ReportTarget;
 struct Scenario;
 
 /// A report owed to a client outside the handling of a message of its own: a fill of its resting
@@ -35,6 +37,12 @@ struct DeferredReport {
   const Stock* stock;
   uint32_t filled;   // shares; 0 for a cancel
   int64_t trade_id;  // of a fill
+};
+
+/// A message for a client, and the client's index.
+struct OwedMessage {
+  size_t client;
+  std::string_view message;
 };
 
 /// The market: stocks, books, orders, and the session memories of their owners. One per process,
@@ -66,21 +74,18 @@ struct Engine {
   void post_liquidity(Stock& stock, Price4 ref, int direction);
   /// Carries out the exchange-initiated cancels that are due. Their reports are deferred.
   void fire_unsolicited();
-  /// Composes every report owed, each against its owner's last logged-on connection, or against
-  /// none: it is numbered, stored and logged all the same. Returns what is to be sent, in order:
-  /// (index of the client, message).
-  std::vector<std::pair<size_t, std::string>> drain_deferred(std::vector<Client>& clients);
+  /// Composes every report owed: each is numbered, stored and logged. Returns, in order, those
+  /// whose owner is logged on, for the last accepted of its connections. Good until the next call.
+  const std::vector<OwedMessage>& drain_deferred();
 
   // --- A client's requests ---
-  // Each returns the composed messages for `client` in the order of sending. A bad request is
-  // answered by a report and changes nothing.
+  // Each returns the composed messages for `client` in the order of sending, good until the next
+  // call of any of them. A bad request is answered by a report and changes nothing.
 
-  std::vector<std::string> on_new_order(const std::string& owner, Client& client,
-                                        const FixFieldMap& fields);
-  std::vector<std::string> on_cancel(const std::string& owner, Client& client,
-                                     const FixFieldMap& fields);
-  std::vector<std::string> on_cancel_replace(const std::string& owner, Client& client,
-                                             const FixFieldMap& fields);
+  const Outbox& on_new_order(const std::string& owner, Client& client, const FixFieldMap& fields);
+  const Outbox& on_cancel(const std::string& owner, Client& client, const FixFieldMap& fields);
+  const Outbox& on_cancel_replace(const std::string& owner, Client& client,
+                                  const FixFieldMap& fields);
 
   // --- Execution ---
 
@@ -92,9 +97,9 @@ struct Engine {
   /// Takes the whole order off the book without a trade. It is gone afterwards.
   void withdraw(RestingOrder& order);
   /// Trades an aggressor that is not in the book against the opposite side, best price first and
-  /// first come, first served, at the resting orders' prices; updates it in place. `client` and
-  /// `out` receive its fill reports; both are null for a synthetic aggressor.
-  void match_order(Stock& stock, Order& aggressor, Client* client, std::vector<std::string>* out);
+  /// first come, first served, at the resting orders' prices; updates it in place. Its fill reports
+  /// go to `reports`, null for a synthetic aggressor.
+  void match_order(Stock& stock, Order& aggressor, const ReportTarget* reports);
 
   // --- The small operations they share ---
 
@@ -110,6 +115,8 @@ struct Engine {
   Closing closing_of(std::string_view owner, std::string_view cl_ord_id) const;
   /// The resting order that a client names, or null.
   RestingOrder* live_order(std::string_view owner, std::string_view cl_ord_id) const;
+  /// The session memory of a SenderCompID, made at the first call.
+  FixStream& stream_named(std::string_view comp_id);
   /// Null for a symbol that is not listed; the first of those that share it.
   Stock* stock_by_symbol(std::string_view symbol);
   /// Null for a locate that was cut to 0, with more than 65535 symbols: such an order answers as
@@ -131,8 +138,9 @@ struct Engine {
   LiveOrders live;           // those of clients, by name
   ClosedOrders closed;
   ScheduledCancels scheduled_cancels;
-  std::vector<DeferredReport> deferred;                // in order of the events
-  std::unordered_map<std::string, FixStream> streams;  // per SenderCompID; never removed
+  std::vector<DeferredReport> deferred;  // in order of the events
+  std::unordered_map<std::string, FixStream, StringHash, std::equal_to<>>
+      streams;                    // per SenderCompID; never removed
   uint64_t event_time = 0;        // system clock, ns; stamps the event's DEEP messages
   char system_status = 'O';       // 'R' once the market is open
   uint64_t next_order_id = 1000;  // used, then incremented
@@ -149,22 +157,26 @@ struct Engine {
   void credit_resting_fill(const Stock& stock, Order& order, uint32_t filled);
   void reduce(RestingOrder& order, uint32_t qty);
   void take_off_book(RestingOrder& order);
-  std::string compose(const DeferredReport& report, Client& client);
-  std::vector<std::string> accept_order(Order& order, Stock& stock, const std::string& owner,
-                                        Client& client);
-  std::string cancel_remainder(const Order& order, const Stock& stock, const Client& client);
+  static void compose(const DeferredReport& report, const ReportTarget& to);
+  void accept_order(Order& order, Stock& stock, const ReportTarget& to);
+  void cancel_remainder(const Order& order, const Stock& stock, const ReportTarget& to);
   void schedule_cancel_if_scripted(const Order& order);
-  std::vector<std::string> lose_race(Stock& stock, RestingOrder& order, Client& client,
-                                     const std::string& cl_ord_id,
-                                     const std::string& orig_cl_ord_id);
-  std::vector<std::string> reject_cancel(const Client& client, const std::string& owner,
-                                         const std::string& cl_ord_id,
-                                         const std::string& orig_cl_ord_id);
-  std::vector<std::string> carry_out_replace(Stock& stock, RestingOrder& order, const Order& wanted,
-                                             Client& client);
+  void lose_race(Stock& stock, RestingOrder& order, const ReportTarget& to,
+                 std::string_view cl_ord_id, std::string_view orig_cl_ord_id);
+  void reject_cancel(const std::string& owner, const ReportTarget& to, std::string_view cl_ord_id,
+                     std::string_view orig_cl_ord_id);
+  void carry_out_replace(Stock& stock, RestingOrder& order, const Order& wanted,
+                         const ReportTarget& to);
   void cancel_unsolicited(const ScheduledCancel& due);
 
+  /// Where the reports of a client's request go.
+  ReportTarget replies_to(const Client& client);
+
   std::unordered_map<std::string, size_t, StringHash, std::equal_to<>> index_by_symbol_;
+  Outbox replies_;  // of the request in hand
+  // Of drain_deferred; kept for their memory.
+  Outbox owed_;
+  std::vector<OwedMessage> owed_messages_;
 };
 
 }  // namespace quorl

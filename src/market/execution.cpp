@@ -16,13 +16,15 @@
 namespace quorl {
 namespace {
 
+// Tag 851.
+constexpr char RESTING = '1';     // it added liquidity
+constexpr char AGGRESSIVE = '2';  // it took it
+
 /// An aggressor without a limit reaches every level.
 bool reaches(const Order& aggressor, Price4 level) {
   if (aggressor.price == 0) return true;
   return aggressor.buy ? aggressor.price >= level : aggressor.price <= level;
 }
-
-char fill_status(uint32_t leaves) { return leaves > 0 ? '1' : '2'; }
 
 /// The order next to trade on the side opposite, or null if the side is empty or the aggressor does
 /// not reach its best level. A level at price 0 is never reached.
@@ -89,36 +91,18 @@ void Engine::credit_resting_fill(const Stock& stock, Order& order, uint32_t fill
   if (report.order.leaves == 0) note_closed(order.owner, order.cl_ord_id);
 }
 
-std::string Engine::compose(const DeferredReport& report, Client& client) {
+void Engine::compose(const DeferredReport& report, const ReportTarget& to) {
   const Order& order = report.order;
-  if (report.filled == 0) {
-    return build_exec_report(*this, {.client = client,
-                                     .order = order,
-                                     .order_id = std::to_string(order.id),
-                                     .symbol = report.stock->symbol,
-                                     .exec_type = '4',
-                                     .ord_status = '4',
-                                     .cum = order.cum,
-                                     .text = "AdminCancel",
-                                     .cl_ord_id = order.cl_ord_id,
-                                     .truth_text = "unsolicited"});
-  }
-  return build_exec_report(*this, {.client = client,
-                                   .order = order,
-                                   .order_id = std::to_string(order.id),
-                                   .symbol = report.stock->symbol,
-                                   .trade_id = report.trade_id,
-                                   .exec_type = fill_status(order.leaves),
-                                   .ord_status = fill_status(order.leaves),
-                                   .last_qty = report.filled,
-                                   .last_px = order.price,
-                                   .leaves = order.leaves,
-                                   .cum = order.cum,
-                                   .liquidity = '1'});
+  const std::string& symbol = report.stock->symbol;
+  if (report.filled == 0) return build_unsolicited_cancel_report(to, order, symbol);
+  build_fill_report(to, order, symbol,
+                    {.qty = report.filled,
+                     .price = order.price,
+                     .trade_id = report.trade_id,
+                     .liquidity = RESTING});
 }
 
-void Engine::match_order(Stock& stock, Order& aggressor, Client* client,
-                         std::vector<std::string>* out) {
+void Engine::match_order(Stock& stock, Order& aggressor, const ReportTarget* reports) {
   while (aggressor.leaves > 0) {
     RestingOrder* const resting = next_to_trade(stock.book, aggressor);
     if (resting == nullptr) return;
@@ -128,19 +112,12 @@ void Engine::match_order(Stock& stock, Order& aggressor, Client* client,
     aggressor.leaves -= got;
     aggressor.cum += got;
     aggressor.notional += notional_of(got, price);
-    if (!aggressor.owner.empty() && client != nullptr && out != nullptr) {
-      out->push_back(build_exec_report(*this, {.client = *client,
-                                               .order = aggressor,
-                                               .order_id = std::to_string(aggressor.id),
-                                               .symbol = stock.symbol,
-                                               .trade_id = static_cast<int64_t>(next_trade_id),
-                                               .exec_type = fill_status(aggressor.leaves),
-                                               .ord_status = fill_status(aggressor.leaves),
-                                               .last_qty = got,
-                                               .last_px = price,
-                                               .leaves = aggressor.leaves,
-                                               .cum = aggressor.cum,
-                                               .liquidity = '2'}));
+    if (reports != nullptr) {
+      build_fill_report(*reports, aggressor, stock.symbol,
+                        {.qty = got,
+                         .price = price,
+                         .trade_id = static_cast<int64_t>(next_trade_id),
+                         .liquidity = AGGRESSIVE});
     }
     if (got < want) return;  // the script cut the fill: the sweep ends there
   }

@@ -23,7 +23,6 @@ constexpr char NOT_SENT = '\0';
 struct NewOrderRequest {
   const std::string& owner;
   const FixFieldMap& fields;
-  std::string_view symbol;
   Stock* stock;      // null if the symbol is not listed
   double order_qty;  // as sent; 0.0 for no number
   Order order;       // id 0, no owner and no leaves until it is accepted
@@ -117,20 +116,6 @@ constexpr OrderRule NEW_ORDER_LADDER[] = {
     {duplicate_cl_ord_id, "BrokerOption: duplicate ClOrdID among live orders", "0"},
 };
 
-/// The symbol is the one the client sent: a refused order may name one that is not listed.
-std::vector<std::string> reject(Engine& engine, const Client& client,
-                                const NewOrderRequest& request, std::string_view text,
-                                std::string_view reason) {
-  return {build_exec_report(engine, {.client = client,
-                                     .order = request.order,
-                                     .order_id = "",
-                                     .symbol = request.symbol,
-                                     .exec_type = '8',
-                                     .ord_status = '8',
-                                     .text = text,
-                                     .rej_reason = reason})};
-}
-
 /// Shares on the opposite side within the order's limit, counted level by level until they suffice.
 /// It counts a level that the matching itself would stop at.
 uint64_t available_to(const Order& order, const Book& book) {
@@ -147,82 +132,66 @@ uint64_t available_to(const Order& order, const Book& book) {
 
 }  // namespace
 
-std::vector<std::string> Engine::on_new_order(const std::string& owner, Client& client,
-                                              const FixFieldMap& fields) {
+const Outbox& Engine::on_new_order(const std::string& owner, Client& client,
+                                   const FixFieldMap& fields) {
+  const ReportTarget to = replies_to(client);
   const double order_qty = double_or_zero(fields.text(TAG_ORDER_QTY));
+  // A rejected order may name a symbol that is not listed: the report says what the client said.
   const std::string_view symbol = fields.text(TAG_SYMBOL);
   NewOrderRequest request{.owner = owner,
                           .fields = fields,
-                          .symbol = symbol,
                           .stock = stock_by_symbol(symbol),
                           .order_qty = order_qty,
                           .order = provisional_order(fields, order_qty)};
 
   for (const OrderRule& rule : NEW_ORDER_LADDER) {  // the first broken rule answers
-    if (rule.broken(*this, request)) {
-      return reject(*this, client, request, rule.text, rule.reason);
-    }
+    if (!rule.broken(*this, request)) continue;
+    build_reject_report(to, request.order, symbol, rule.text, rule.reason);
+    return to.out;
   }
   BenchCounters& counters = scenario->counters;
   ++counters.orders;
   if (fires(counters.orders, scenario->reject_every, scenario->reject_next)) {
     ++counters.rejects;
-    return reject(*this, client, request, "bench:scripted_reject", "0");
+    build_reject_report(to, request.order, symbol, "bench:scripted_reject", "0");
+  } else {
+    request.order.owner = owner;
+    accept_order(request.order, *request.stock, to);
   }
-  return accept_order(request.order, *request.stock, owner, client);
+  return to.out;
 }
 
-std::vector<std::string> Engine::accept_order(Order& order, Stock& stock, const std::string& owner,
-                                              Client& client) {
+void Engine::accept_order(Order& order, Stock& stock, const ReportTarget& to) {
   order.id = next_order_id++;
   order.locate = stock.locate;
   order.buy = order.side == '1';
   order.leaves = order.qty;
-  order.owner = owner;
-
-  std::vector<std::string> reports;
-  reports.push_back(build_exec_report(*this, {.client = client,
-                                              .order = order,
-                                              .order_id = std::to_string(order.id),
-                                              .symbol = stock.symbol,
-                                              .exec_type = '0',
-                                              .ord_status = '0',
-                                              .leaves = order.leaves}));
+  build_new_report(to, order, stock.symbol);
   ++scenario->counters.accepts;
 
   begin_event();
   const bool fill_or_kill = order.tif == '4';
   if (fill_or_kill && order.leaves > available_to(order, stock.book)) {
-    reports.push_back(cancel_remainder(order, stock, client));
-    publish_dirty(stock);
-    return reports;
+    cancel_remainder(order, stock, to);
+    return publish_dirty(stock);
   }
-  match_order(stock, order, &client, &reports);
+  match_order(stock, order, &to);
   if (order.leaves == 0) {
-    note_closed(owner, order.cl_ord_id);
+    note_closed(order.owner, order.cl_ord_id);
   } else if (order.tif != '0' || order.price == 0) {
-    reports.push_back(cancel_remainder(order, stock, client));  // a market order never rests
+    cancel_remainder(order, stock, to);  // a market order never rests
   } else {
     live.insert(rest_order(stock, order));
     schedule_cancel_if_scripted(order);
   }
   publish_dirty(stock);
-  return reports;
 }
 
 /// Closes an order that may not rest with what it has not filled.
-std::string Engine::cancel_remainder(const Order& order, const Stock& stock, const Client& client) {
-  std::string report = build_exec_report(*this, {.client = client,
-                                                 .order = order,
-                                                 .order_id = std::to_string(order.id),
-                                                 .symbol = stock.symbol,
-                                                 .exec_type = '4',
-                                                 .ord_status = '4',
-                                                 .cum = order.cum,
-                                                 .text = "UnmatchedIOC"});
+void Engine::cancel_remainder(const Order& order, const Stock& stock, const ReportTarget& to) {
+  build_unmatched_report(to, order, stock.symbol);
   ++scenario->counters.cancels;
   note_closed(order.owner, order.cl_ord_id);
-  return report;
 }
 
 /// Counts on accepted orders, and is asked only for one that has come to rest.

@@ -94,7 +94,7 @@ void Engine::post_liquidity(Stock& stock, Price4 ref, int direction) {
   order.leaves = order.qty = lots * ONE_LOT;
 
   begin_event();
-  if (is_marketable(stock, order)) match_order(stock, order, nullptr, nullptr);
+  if (is_marketable(stock, order)) match_order(stock, order, nullptr);
   if (order.leaves != 0) rest_order(stock, order);
   publish_dirty(stock);
 }
@@ -110,7 +110,7 @@ void Engine::hit_touch(Stock& stock) {
   aggressor.locate = stock.locate;
 
   begin_event();
-  match_order(stock, aggressor, nullptr, nullptr);
+  match_order(stock, aggressor, nullptr);
   publish_dirty(stock);
 }
 
