@@ -1,7 +1,6 @@
 #include "market/engine.h"
 
 #include "base/clocks.h"
-#include "fix/reports.h"
 
 namespace quorl {
 Engine::Engine(TpPublisher& lent_publisher, std::mt19937_64& lent_rng, Scenario& lent_scenario,
@@ -66,28 +65,6 @@ FixStream& Engine::stream_named(std::string_view comp_id) {
   FixStream& stream = streams[std::string(comp_id)];
   stream.comp_id = comp_id;
   return stream;
-}
-
-ReportTarget Engine::replies_to(const Client& client) {
-  replies_.clear();
-  return {*this, client.stream != nullptr ? *client.stream : stream_named(client.comp_id),
-          replies_};
-}
-
-const std::vector<OwedMessage>& Engine::drain_deferred() {
-  owed_messages_.clear();
-  if (deferred.empty()) return owed_messages_;
-  owed_.clear();
-  for (const DeferredReport& report : deferred) {
-    compose(report, {*this, stream_named(report.order.owner), owed_});
-  }
-  // Without a connection a report stays on the stream for the owner's ResendRequest.
-  for (size_t i = 0; i < deferred.size(); ++i) {
-    const std::vector<size_t>& connections = stream_named(deferred[i].order.owner).connections;
-    if (!connections.empty()) owed_messages_.push_back({connections.back(), owed_[i]});
-  }
-  deferred.clear();
-  return owed_messages_;
 }
 
 }  // namespace quorl

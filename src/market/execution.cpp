@@ -16,9 +16,7 @@
 namespace quorl {
 namespace {
 
-// Tag 851.
-constexpr char RESTING = '1';     // it added liquidity
-constexpr char AGGRESSIVE = '2';  // it took it
+constexpr char TOOK_LIQUIDITY = '2';  // tag 851
 
 /// An aggressor without a limit reaches every level.
 bool reaches(const Order& aggressor, Price4 level) {
@@ -91,17 +89,6 @@ void Engine::credit_resting_fill(const Stock& stock, Order& order, uint32_t fill
   if (report.order.leaves == 0) note_closed(order.owner, order.cl_ord_id);
 }
 
-void Engine::compose(const DeferredReport& report, const ReportTarget& to) {
-  const Order& order = report.order;
-  const std::string& symbol = report.stock->symbol;
-  if (report.filled == 0) return build_unsolicited_cancel_report(to, order, symbol);
-  build_fill_report(to, order, symbol,
-                    {.qty = report.filled,
-                     .price = order.price,
-                     .trade_id = report.trade_id,
-                     .liquidity = RESTING});
-}
-
 void Engine::match_order(Stock& stock, Order& aggressor, const ReportTarget* reports) {
   while (aggressor.leaves > 0) {
     RestingOrder* const resting = next_to_trade(stock.book, aggressor);
@@ -117,7 +104,7 @@ void Engine::match_order(Stock& stock, Order& aggressor, const ReportTarget* rep
                         {.qty = got,
                          .price = price,
                          .trade_id = static_cast<int64_t>(next_trade_id),
-                         .liquidity = AGGRESSIVE});
+                         .liquidity = TOOK_LIQUIDITY});
     }
     if (got < want) return;  // the script cut the fill: the sweep ends there
   }
