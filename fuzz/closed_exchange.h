@@ -72,7 +72,9 @@ struct ClosedExchange {
 inline std::unique_ptr<ClosedExchange> open_exchange(const RunConfig& config) {
   auto exchange = std::make_unique<ClosedExchange>(config);
   exchange->publisher.faults = fault_plan_of(config);
-  list_symbols(config.symbols, exchange->engine);
+  for (const Listing& listing : parse_symbols(config.symbols)) {
+    exchange->engine.add_stock(listing.symbol, listing.price);
+  }
   exchange->engine.open_market();
   return exchange;
 }

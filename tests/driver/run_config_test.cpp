@@ -369,7 +369,9 @@ struct Market {
   explicit Market(const std::string& symbols = "", double step_bps = 0.8)
       : engine(publisher, rng, scenario, step_bps, 0.15, false) {
     test::reset_clocks();
-    list_symbols(symbols, engine);
+    for (const Listing& listing : parse_symbols(symbols)) {
+      engine.add_stock(listing.symbol, listing.price);
+    }
   }
 
   void runs_for(int ticks) {
