@@ -55,7 +55,7 @@ struct ClosedExchange {
       : config(run_config),
         rng(config.seed),
         publisher(config.mcast, config.port, config.iface, 0, config.session),
-        engine(publisher, rng, scenario, config.step_bps, config.touch_hit, config.quiet) {
+        engine(publisher, rng, scenario, config.step_bps, config.touch_hit) {
     test::close_feed(publisher);
   }
 

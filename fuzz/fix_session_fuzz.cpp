@@ -164,7 +164,7 @@ class Conversation {
   void pass_a_turn() {
     Engine& engine = exchange_->engine;
     engine.walk_tick();
-    engine.fire_unsolicited(exchange_->clients);
+    engine.fire_unsolicited();
     engine.publisher->flush_if_pending();
     for (const auto& [index, message] : engine.drain_deferred(exchange_->clients)) {
       gateway_.send_gated(exchange_->clients[index], message);
