@@ -55,7 +55,7 @@ struct ClosedExchange {
       : config(run_config),
         rng(config.seed),
         publisher(config.mcast, config.port, config.iface, 0, config.session),
-        engine(publisher, rng, scenario, config.step_bps, config.touch_hit, config.quiet) {
+        engine(publisher, rng, scenario, config.step_bps, config.touch_hit) {
     test::close_feed(publisher);
   }
 
@@ -72,7 +72,9 @@ struct ClosedExchange {
 inline std::unique_ptr<ClosedExchange> open_exchange(const RunConfig& config) {
   auto exchange = std::make_unique<ClosedExchange>(config);
   exchange->publisher.faults = fault_plan_of(config);
-  list_symbols(config.symbols, exchange->engine);
+  for (const Listing& listing : parse_symbols(config.symbols)) {
+    exchange->engine.add_stock(listing.symbol, listing.price);
+  }
   exchange->engine.open_market();
   return exchange;
 }

@@ -146,8 +146,8 @@ class Conversation {
   }
 
   void command(std::string_view line) {
-    run_control_command(line, {exchange_->engine, exchange_->config, exchange_->silence_announced,
-                               exchange_->clients});
+    run_control_command(line, {exchange_->engine, exchange_->config.interval_ms,
+                               exchange_->silence_announced, exchange_->clients});
   }
 
   /// What is said before the next turn of the market came in one turn of the exchange: the reports
@@ -164,7 +164,7 @@ class Conversation {
   void pass_a_turn() {
     Engine& engine = exchange_->engine;
     engine.walk_tick();
-    engine.fire_unsolicited(exchange_->clients);
+    engine.fire_unsolicited();
     engine.publisher->flush_if_pending();
     for (const auto& [index, message] : engine.drain_deferred(exchange_->clients)) {
       gateway_.send_gated(exchange_->clients[index], message);

@@ -13,7 +13,6 @@
 #include "bench/scenario.h"
 #include "bench/stats_text.h"
 #include "bench/truth_log.h"
-#include "driver/run_config.h"
 #include "feed/tp_publisher.h"
 #include "fix/stream_records.h"
 #include "market/engine.h"
@@ -95,7 +94,7 @@ void set_one_shot(const ControlTargets& targets, std::string_view argument) {
 void rate(const ControlTargets& targets, std::string_view argument) {
   constexpr uint32_t DEFAULT_MS = 40;
   const uint32_t ms = low32_or(argument, DEFAULT_MS);
-  targets.config.interval_ms = static_cast<int32_t>(ms != 0 ? ms : DEFAULT_MS);
+  targets.interval_ms = static_cast<int32_t>(ms != 0 ? ms : DEFAULT_MS);
 }
 
 void mark(const ControlTargets& targets, std::string_view label) {

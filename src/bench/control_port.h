@@ -10,12 +10,11 @@ namespace quorl {
 
 struct Client;
 struct Engine;
-struct RunConfig;
 
 /// What the control commands work on; all of it is owned by the driver.
 struct ControlTargets {
   Engine& engine;
-  RunConfig& config;
+  int32_t& interval_ms;  // of the walk; 0 is every turn, negative is never
   bool& silence_announced;
   const std::vector<Client>& clients;
 };

@@ -19,7 +19,9 @@ Exchange::Exchange(const RunConfig& config)
   publisher_.faults = starting_faults_;
   if (!config_.truth_out.empty()) engine_.truth.open_for_appending(config_.truth_out);
   listeners_.control_fd = open_control_port(config_.control_port);
-  list_symbols(config_.symbols, engine_);
+  for (const Listing& listing : parse_symbols(config_.symbols)) {
+    engine_.add_stock(listing.symbol, listing.price);
+  }
   engine_.open_market();  // the first packets leave before either TCP service listens
   listeners_.fix_listen_fd = listen_or_exit(config_.fix_port, "FIX");
   listeners_.snap_listen_fd = listen_or_exit(config_.snap_port, "DEEP SNAP");

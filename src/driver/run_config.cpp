@@ -4,7 +4,6 @@
 
 #include "base/log.h"
 #include "feed/fault_plan.h"
-#include "market/engine.h"
 
 namespace quorl {
 namespace {
@@ -114,7 +113,8 @@ FaultPlan fault_plan_of(const RunConfig& config) {
   return plan;
 }
 
-void list_symbols(const std::string& symbols, Engine& engine) {
+std::vector<Listing> parse_symbols(const std::string& symbols) {
+  std::vector<Listing> listings;
   size_t pos = 0;
   while (pos < symbols.size()) {  // a trailing comma makes no further item
     const size_t comma = symbols.find(',', pos);
@@ -122,12 +122,13 @@ void list_symbols(const std::string& symbols, Engine& engine) {
     const std::string item = symbols.substr(pos, end - pos);
     const size_t colon = item.find(':');
     if (colon == std::string::npos) {
-      engine.add_stock(item, DEFAULT_PRICE);
+      listings.push_back({item, DEFAULT_PRICE});
     } else {
-      engine.add_stock(item.substr(0, colon), std::stod(item.substr(colon + 1)));
+      listings.push_back({item.substr(0, colon), std::stod(item.substr(colon + 1))});
     }
     pos = end + 1;
   }
+  return listings;
 }
 
 }  // namespace quorl

@@ -3,10 +3,10 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace quorl {
 
-struct Engine;
 struct FaultPlan;
 
 /// The parsed command line. Complete before anything is opened; afterwards only `interval_ms`
@@ -46,9 +46,14 @@ std::optional<int> parse_options(int argc, const char* const* argv, RunConfig& c
 /// The fault settings the run starts with. Throws on a malformed `drop_burst`.
 FaultPlan fault_plan_of(const RunConfig& config);
 
-/// Appends a Stock to the engine for each item of a "SYMBOL:PRICE,SYMBOL:PRICE" list. An item
-/// without a price opens at 100.0; nothing is trimmed, and a repeated symbol is listed again.
-/// Throws on a malformed price.
-void list_symbols(const std::string& symbols, Engine& engine);
+/// A symbol to be listed.
+struct Listing {
+  std::string symbol;
+  double price = 0.0;  // dollars, at the open; any that a double can hold
+};
+
+/// Reads a "SYMBOL:PRICE,SYMBOL:PRICE" list. An item without a price opens at 100.0; nothing is
+/// trimmed, and a repeated symbol is listed again. Throws on a malformed price.
+std::vector<Listing> parse_symbols(const std::string& symbols);
 
 }  // namespace quorl

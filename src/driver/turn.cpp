@@ -59,7 +59,7 @@ bool Driver::turn() {
 void Driver::serve_control() {
   if (listeners_.control_fd < 0) return;
   serve_control_port(listeners_.control_fd, config_.control_port,
-                     {engine_, config_, silence_announced_, clients_}, scratch_);
+                     {engine_, config_.interval_ms, silence_announced_, clients_}, scratch_);
 }
 
 void Driver::serve_fix() {

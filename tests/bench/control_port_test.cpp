@@ -17,7 +17,6 @@
 #include <utility>
 #include <vector>
 
-#include "driver/run_config.h"
 #include "support/exchange.h"
 #include "support/inside.h"
 #include "support/test_clock.h"
@@ -34,7 +33,7 @@ class Control : public testing::Test {
   Control() { set_next_seq(exchange.publisher, 813); }
 
   ControlTargets targets() {
-    return {exchange.engine, config, silence_announced, exchange.clients};
+    return {exchange.engine, interval_ms, silence_announced, exchange.clients};
   }
 
   /// The reply to one datagram; `log` is what was said on standard error.
@@ -49,7 +48,7 @@ class Control : public testing::Test {
   Scenario& scenario() { return exchange.scenario; }
 
   Exchange exchange{"AAPL:190.00"};
-  RunConfig config;
+  int32_t interval_ms = 7;
   bool silence_announced = false;
   std::string log;
 };
@@ -161,22 +160,21 @@ TEST_F(ControlCounts, are_the_low_32_bits_of_what_their_argument_begins_with) {
 }
 
 TEST_F(Control, rate_sets_the_period_of_the_walk) {
-  EXPECT_EQ(config.interval_ms, 40);
   EXPECT_EQ(reply_to("rate 5"), "ok rate 5\n");
-  EXPECT_EQ(config.interval_ms, 5);
+  EXPECT_EQ(interval_ms, 5);
   EXPECT_EQ(log, "");
   reply_to("rate -1");
-  EXPECT_EQ(config.interval_ms, -1);
+  EXPECT_EQ(interval_ms, -1);
   reply_to("rate 2147483648");
-  EXPECT_EQ(config.interval_ms, -2147483647 - 1);
+  EXPECT_EQ(interval_ms, -2147483647 - 1);
 }
 
 TEST_F(Control, rate_is_40_for_0_and_for_what_is_no_number) {
   for (const char* line :
        {"rate", "rate 0", "rate abc", "rate 4294967296", "rate -0", "rate 18446744073709551616"}) {
-    config.interval_ms = 7;
+    interval_ms = 7;
     EXPECT_EQ(reply_to(line), "ok " + std::string(line) + "\n");
-    EXPECT_EQ(config.interval_ms, 40) << line;
+    EXPECT_EQ(interval_ms, 40) << line;
   }
 }
 

@@ -62,16 +62,17 @@ class OutputFiles : public testing::Test {
 
 TEST_F(OutputFiles, show_the_book_of_every_symbol_byte_for_byte) {
   Stock& apple = exchange.stock();
-  plant_shown_levels(exchange.engine, apple, BUYS, {{1899900, 300}, {1899800, 100}});
-  plant_shown_levels(exchange.engine, apple, SELLS, {{1900000, 500}});
+  rest_and_show(exchange.engine, apple, BUYS, {{1899900, 300}, {1899800, 100}});
+  rest_and_show(exchange.engine, apple, SELLS, {{1900000, 500}});
   apple.last_price = 1900000;
   apple.volume = 1200;
   set_system_ns(1'700'000'000'000'000'000);
+  const uint64_t readings = system_readings();
   EXPECT_EQ(book_text(),
             "{\"ts_ns\":1700000000000000000,\"symbols\":{\"AAPL\":{\"bid\":[[189.99,300],"
             "[189.98,100]],\"ask\":[[190,500]],\"last\":190,\"volume\":1200},\"MSFT\":{\"bid\":[],"
             "\"ask\":[],\"last\":0,\"volume\":0}}}\n");
-  EXPECT_EQ(system_readings(), 1U);
+  EXPECT_EQ(system_readings(), readings + 1);
 }
 
 TEST_F(OutputFiles, show_the_five_best_levels_of_each_side) {
@@ -81,8 +82,8 @@ TEST_F(OutputFiles, show_the_five_best_levels_of_each_side) {
     bids.emplace_back(1900000 - i * 10000, i);
     asks.emplace_back(1900000 + i * 10000, i);
   }
-  plant_shown_levels(exchange.engine, exchange.stock(), BUYS, bids);
-  plant_shown_levels(exchange.engine, exchange.stock(), SELLS, asks);
+  rest_and_show(exchange.engine, exchange.stock(), BUYS, bids);
+  rest_and_show(exchange.engine, exchange.stock(), SELLS, asks);
   EXPECT_EQ(
       book_text(),
       "{\"ts_ns\":1700000000123456789,\"symbols\":{\"AAPL\":{\"bid\":[[189,1],[188,2],"
@@ -92,8 +93,8 @@ TEST_F(OutputFiles, show_the_five_best_levels_of_each_side) {
 
 TEST_F(OutputFiles, write_prices_with_six_significant_digits) {
   Stock& apple = exchange.stock();
-  plant_shown_levels(exchange.engine, apple, SELLS,
-                     {{1, 1}, {9999, 2}, {123456700, 3}, {12345678901, 4}});
+  rest_and_show(exchange.engine, apple, SELLS,
+                {{1, 1}, {9999, 2}, {123456700, 3}, {12345678901, 4}});
   apple.last_price = 12345670;
   apple.volume = 18446744073709551615U;
   EXPECT_EQ(book_text(),
@@ -140,9 +141,10 @@ TEST_F(OutputFiles, show_the_best_bid_and_offer_of_every_symbol) {
 }
 
 TEST_F(OutputFiles, take_the_bbo_from_the_live_book_and_the_book_from_what_was_shown) {
+  const std::vector<uint64_t> ids = exchange.rests({"AAPL sell 700 @ 191.00"});
   exchange.engine.begin_event();
-  rest_synthetic(exchange.engine, exchange.stock(), BUYS, 1890000, 100);  // not published yet
-  plant_shown_levels(exchange.engine, exchange.stock(), SELLS, {{1910000, 700}});
+  rest_synthetic(exchange.engine, exchange.stock(), BUYS, 1890000, 100);
+  withdraw_order(exchange.engine, ids[0]);  // neither is published yet
   EXPECT_EQ(bbo_text(), "AAPL 189 0\nMSFT 0 0\n");
   EXPECT_EQ(
       book_text(),

@@ -202,10 +202,10 @@ TEST_F(TruthLog, shows_no_price_for_a_market_order) {
 // --- Market truth ---
 
 TEST_F(TruthLog, writes_a_book_line_byte_for_byte) {
+  rest_and_show(exchange.engine, exchange.stock(), BUYS, {{1899900, 300}, {1899800, 100}});
+  rest_and_show(exchange.engine, exchange.stock(), SELLS, {{1900000, 500}});
   opens_market_truth();
   set_next_seq(exchange.publisher, 813);
-  plant_shown_levels(exchange.engine, exchange.stock(), BUYS, {{1899900, 300}, {1899800, 100}});
-  plant_shown_levels(exchange.engine, exchange.stock(), SELLS, {{1900000, 500}});
   write_book_line(exchange.engine, exchange.stock());
   exchange.engine.truth.flush();
   EXPECT_EQ(market_truth(),
@@ -222,19 +222,19 @@ TEST_F(TruthLog, writes_empty_sides_and_the_whole_symbol) {
 }
 
 TEST_F(TruthLog, writes_the_ten_best_levels_of_each_side_in_a_book_line) {
-  opens_market_truth();
   ShownLevels bids;
   ShownLevels asks;
   for (uint32_t i = 1; i <= 11; ++i) {
     bids.emplace_back(1900000 - i * 100, i);
     asks.emplace_back(1900000 + i * 100, i);
   }
-  plant_shown_levels(exchange.engine, exchange.stock(), BUYS, bids);
-  plant_shown_levels(exchange.engine, exchange.stock(), SELLS, asks);
+  rest_and_show(exchange.engine, exchange.stock(), BUYS, bids);
+  rest_and_show(exchange.engine, exchange.stock(), SELLS, asks);
+  opens_market_truth();
   write_book_line(exchange.engine, exchange.stock());
   exchange.engine.truth.flush();
   EXPECT_EQ(market_truth(),
-            "{\"seq\":0,\"secid\":1,\"symbol\":\"AAPL\",\"bid\":[[189.9900,1],[189.9800,2],"
+            "{\"seq\":22,\"secid\":1,\"symbol\":\"AAPL\",\"bid\":[[189.9900,1],[189.9800,2],"
             "[189.9700,3],[189.9600,4],[189.9500,5],[189.9400,6],[189.9300,7],[189.9200,8],"
             "[189.9100,9],[189.9000,10]],\"ask\":[[190.0100,1],[190.0200,2],[190.0300,3],"
             "[190.0400,4],[190.0500,5],[190.0600,6],[190.0700,7],[190.0800,8],[190.0900,9],"
@@ -242,14 +242,14 @@ TEST_F(TruthLog, writes_the_ten_best_levels_of_each_side_in_a_book_line) {
 }
 
 TEST_F(TruthLog, writes_book_prices_with_four_decimals_at_any_size) {
+  rest_and_show(exchange.engine, exchange.stock(), SELLS,
+                {{std::numeric_limits<int64_t>::min(), 4294967295},
+                 {-100, 1},
+                 {0, 2},
+                 {1, 3},
+                 {12345678901, 4},
+                 {std::numeric_limits<int64_t>::max(), 4294967295}});
   opens_market_truth();
-  plant_shown_levels(exchange.engine, exchange.stock(), SELLS,
-                     {{std::numeric_limits<int64_t>::min(), 4294967295},
-                      {-100, 1},
-                      {0, 2},
-                      {1, 3},
-                      {12345678901, 4},
-                      {std::numeric_limits<int64_t>::max(), 4294967295}});
   write_book_line(exchange.engine, exchange.stock());
   exchange.engine.truth.flush();
   EXPECT_THAT(market_truth(),

@@ -244,7 +244,7 @@ class Bench {
     order.cl_ord_id = cl_ord_id;
     engine.begin_event();
     engine.rest_order(exchange.stock(), order);
-    test::trade_with_order(engine, exchange.stock(), order.id, 100, 0);
+    test::trade_with_order(engine, exchange.stock(), order.id, 100);
     engine.publish_dirty(exchange.stock());
     exchange.publisher.flush_if_pending();
     inbox.take();

@@ -31,8 +31,6 @@ using test::price4;
 using test::SELLS;
 using test::shown_levels;
 using test::state_of;
-using test::touch_price;
-using test::touched_prices;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
@@ -72,7 +70,7 @@ struct Market {
   uint64_t sell(const std::string& price, uint32_t shares) {
     return test::rest_synthetic(engine, stock, SELLS, price4(price), shares);
   }
-  void withdraw(uint64_t id) { test::withdraw_order(engine, stock, id); }
+  void withdraw(uint64_t id) { test::withdraw_order(engine, id); }
 
   void begin() { engine.begin_event(); }
   void publish() { engine.publish_dirty(stock); }
@@ -129,7 +127,7 @@ TEST(BookPublication, the_flag_goes_to_the_last_change_and_not_to_the_last_touch
   market.exchange.rests({"AAPL buy 100 @ 100.01"});
   market.begin();
   market.buy("100.00", 200);
-  touch_price(market.engine, market.stock, BUYS, price4("100.01"));
+  market.withdraw(market.buy("100.01", 50));
   market.publish();
   market.exchange.feed_shows({"8 200 @ 100.00 last"});
 }
@@ -147,17 +145,19 @@ TEST(BookPublication, a_size_is_the_sum_of_all_that_rests_at_the_price) {
   EXPECT_THAT(shown_levels(market.engine, market.stock, BUYS), ElementsAre(Pair(1900000, 351)));
 }
 
-TEST(BookPublication, an_id_in_a_queue_that_is_no_order_counts_nothing) {
+TEST(BookPublication, an_order_that_has_left_its_queue_counts_nothing_more) {
   Market market;
   market.begin();
   market.buy("190.00", 100);
-  test::plant_departed_order(market.engine, market.stock, BUYS, 1900000, test::QueueEnd::BACK);
+  const uint64_t leaver = market.buy("190.00", 250);
   market.publish();
-  market.exchange.feed_shows({"8 100 @ 190.00 last"});
+  market.begin();
+  market.withdraw(leaver);
+  market.publish();
   market.begin();
   market.buy("190.00", 50);
   market.publish();
-  market.exchange.feed_shows({"8 150 @ 190.00 last"});
+  market.exchange.feed_shows({"8 350 @ 190.00 last", "8 100 @ 190.00 last", "8 150 @ 190.00 last"});
 }
 
 TEST(BookPublication, a_level_that_is_gone_shows_size_0_and_leaves_the_shown_map) {
@@ -180,7 +180,6 @@ TEST(BookPublication, an_order_that_comes_and_goes_within_one_event_publishes_no
   Market market;
   market.begin();
   market.withdraw(market.buy("190.00", 100));
-  EXPECT_THAT(touched_prices(market.engine, market.stock), ElementsAre(Pair(BUYS, 1900000)));
   market.publish();
   market.exchange.feed_shows({});
   EXPECT_EQ(state_of(market.publisher).next_seq, 1u);
@@ -197,15 +196,16 @@ TEST(BookPublication, a_total_that_stays_as_it_was_publishes_nothing_for_its_pri
   market.exchange.feed_shows({"5 500 @ 190.10 last"});
 }
 
-TEST(BookPublication, publishing_forgets_the_touched_prices_even_if_none_has_changed) {
+TEST(BookPublication, what_has_been_published_is_not_published_again) {
   Market market;
-  touch_price(market.engine, market.stock, BUYS, price4("190.00"));
-  market.publish();
-  EXPECT_THAT(touched_prices(market.engine, market.stock), IsEmpty());
   market.begin();
   market.buy("190.00", 100);
   market.publish();
-  EXPECT_THAT(touched_prices(market.engine, market.stock), IsEmpty());
+  market.publish();
+  market.begin();
+  market.sell("190.05", 100);
+  market.publish();
+  market.exchange.feed_shows({"8 100 @ 190.00 last", "5 100 @ 190.05 last"});
 }
 
 TEST(BookPublication, a_total_of_2_to_the_32_shares_wraps_to_0_and_the_level_is_not_shown) {
@@ -261,7 +261,7 @@ TEST(BookPublication, prices_that_have_not_changed_take_no_room_in_that_reckonin
   market.begin();
   market.buy("190.00", 100);
   market.sell("190.01", 100);
-  touch_price(market.engine, market.stock, BUYS, price4("189.00"));
+  market.withdraw(market.buy("189.00", 50));
   market.publish();
   EXPECT_EQ(state_of(market.publisher).packet_size, 1500u);
 }
@@ -328,7 +328,7 @@ TEST(BookPublication, a_dropped_packet_changes_nothing_of_what_counts_as_shown) 
   });
   EXPECT_THAT(shown_levels(market.engine, market.stock, BUYS), ElementsAre(Pair(1900000, 100)));
   market.begin();
-  touch_price(market.engine, market.stock, BUYS, price4("190.00"));
+  market.withdraw(market.buy("190.00", 50));
   market.publish();
   EXPECT_EQ(state_of(market.publisher).next_seq, 2u);  // not said again
 }

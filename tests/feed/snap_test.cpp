@@ -234,17 +234,17 @@ TEST(SnapImage, leaves_the_feed_and_the_event_in_hand_alone) {
   Exchange exchange{"AA:10.00"};
   rest_unflushed(exchange, true, 99900, 100);
   exchange.engine.event_time = 77;
-  test::touch_price(exchange.engine, exchange.stock(), test::BUYS, 5);
+  test::rest_synthetic(exchange.engine, exchange.stock(), test::BUYS, 99800, 200);
   const uint64_t packet_size = test::state_of(exchange.publisher).packet_size;
   build_snap_image(exchange.engine);
   EXPECT_EQ(exchange.engine.event_time, 77u);
-  EXPECT_THAT(test::touched_prices(exchange.engine, exchange.stock()),
-              ElementsAre(testing::Pair(test::BUYS, 5)));
   const test::PublisherState state = test::state_of(exchange.publisher);
   EXPECT_EQ(state.next_seq, 2u);
   EXPECT_EQ(state.packet_size, packet_size);
   EXPECT_EQ(state.packets, 0u);
   EXPECT_EQ(state.retained, 1u);
+  exchange.engine.publish_dirty(exchange.stock());
+  exchange.feed_shows({"8 100 @ 9.99 last", "8 200 @ 9.98 last"});
 }
 
 TEST(SnapImage, each_one_built_is_counted) {
@@ -282,13 +282,6 @@ TEST(SnapRequest, a_good_one_gets_the_image_and_is_told_on_standard_error) {
   EXPECT_THAT(reply, SizeIs(623));
   EXPECT_TRUE(is_image(reply));
   EXPECT_EQ(exchange.engine.snapshots_served, 1u);
-}
-
-TEST(SnapRequest, quiet_does_not_silence_the_line) {
-  Exchange exchange{"AA:10.00"};
-  exchange.engine.quiet = true;
-  EXPECT_THAT(standard_error_of([&] { answer_snap_request(exchange.engine, Request{}.frame()); }),
-              testing::StartsWith("bench: DEEP SNAP served at seq 0 ("));
 }
 
 TEST(SnapRequest, any_other_type_or_a_length_of_56_is_error_u) {

@@ -36,12 +36,10 @@ TEST(Engine, begins_with_the_counts_that_a_bench_knows) {
   EXPECT_EQ(exchange.stock(1).mid, 410.5);
 }
 
-TEST(Engine, beginning_an_event_forgets_touched_prices_and_reads_the_clock) {
+TEST(Engine, beginning_an_event_reads_the_clock_once) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  touch_price(exchange.engine, exchange.stock(), BUYS, 1900000);
   set_system_ns(987654321);
   exchange.engine.begin_event();
-  EXPECT_THAT(touched_prices(exchange.engine, exchange.stock()), IsEmpty());
   EXPECT_EQ(exchange.engine.event_time, 987654321U);
   EXPECT_EQ(system_readings(), 1U);
 }
@@ -62,8 +60,9 @@ TEST(Engine, all_messages_of_an_event_carry_its_one_time) {
 
 // --- Resting and leaving ---
 
-TEST(Engine, an_order_rests_behind_those_at_its_price_and_marks_it) {
+TEST(Engine, an_order_rests_behind_those_at_its_price_and_changes_its_level) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+  exchange.engine.begin_event();
   Order order;
   order.locate = 1;
   order.price = 1900000;
@@ -73,13 +72,14 @@ TEST(Engine, an_order_rests_behind_those_at_its_price_and_marks_it) {
     exchange.engine.rest_order(exchange.stock(), order);
   }
   EXPECT_THAT(queue_at(exchange.engine, exchange.stock(), BUYS, 1900000), ElementsAre(7, 5, 6));
-  EXPECT_THAT(touched_prices(exchange.engine, exchange.stock()), ElementsAre(Pair(BUYS, 1900000)));
   EXPECT_EQ(order_count(exchange.engine), 3U);
   EXPECT_THAT(live_names(exchange.engine), IsEmpty());
   EXPECT_THAT(level_prices(exchange.engine, exchange.stock(), SELLS), IsEmpty());
+  exchange.engine.publish_dirty(exchange.stock());
+  exchange.feed_shows({"8 300 @ 190.00 last"});
 }
 
-TEST(Engine, resting_overwrites_the_record_of_the_same_id) {
+TEST(Engine, an_order_that_has_left_may_rest_again_under_its_id) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   Order order;
   order.id = 7;
@@ -88,7 +88,8 @@ TEST(Engine, resting_overwrites_the_record_of_the_same_id) {
   order.price = 1900000;
   order.leaves = 100;
   exchange.engine.rest_order(exchange.stock(), order);
-  exchange.engine.remove_from_level(exchange.stock(), order_by_id(exchange.engine, 7));
+  withdraw_order(exchange.engine, 7);
+  EXPECT_FALSE(has_order(exchange.engine, 7));
   order.leaves = 40;
   exchange.engine.rest_order(exchange.stock(), order);
   EXPECT_EQ(order_by_id(exchange.engine, 7).leaves, 40U);
@@ -101,50 +102,31 @@ TEST(Engine, the_last_order_of_a_level_takes_the_level_with_it) {
   const std::vector<uint64_t> ids =
       exchange.rests({"AAPL sell 100 @ 190.00", "AAPL sell 200 @ 190.00"});
   exchange.engine.begin_event();
-  exchange.engine.remove_from_level(exchange.stock(), order_by_id(exchange.engine, ids[0]));
+  withdraw_order(exchange.engine, ids[0]);
   EXPECT_THAT(queue_at(exchange.engine, exchange.stock(), SELLS, 1900000), ElementsAre(ids[1]));
-  exchange.engine.remove_from_level(exchange.stock(), order_by_id(exchange.engine, ids[1]));
+  withdraw_order(exchange.engine, ids[1]);
   EXPECT_THAT(level_prices(exchange.engine, exchange.stock(), SELLS), IsEmpty());
-  EXPECT_EQ(order_count(exchange.engine), 2U) << "the records are somebody else's business";
+  EXPECT_EQ(order_count(exchange.engine), 0U);
 }
 
 TEST(Engine, an_order_leaves_from_the_middle_of_its_queue) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   const std::vector<uint64_t> ids =
       exchange.rests({"AAPL buy 100 @ 190.00", "AAPL buy 200 @ 190.00", "AAPL buy 300 @ 190.00"});
-  exchange.engine.remove_from_level(exchange.stock(), order_by_id(exchange.engine, ids[1]));
+  exchange.engine.begin_event();
+  withdraw_order(exchange.engine, ids[1]);
   EXPECT_THAT(queue_at(exchange.engine, exchange.stock(), BUYS, 1900000),
               ElementsAre(ids[0], ids[2]));
 }
 
-TEST(Engine, leaving_a_level_that_is_gone_still_marks_its_price) {
-  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  Order order;
-  order.id = 7;
-  order.buy = false;
-  order.price = 1900000;
-  exchange.engine.begin_event();
-  exchange.engine.remove_from_level(exchange.stock(), order);
-  EXPECT_THAT(touched_prices(exchange.engine, exchange.stock()), ElementsAre(Pair(SELLS, 1900000)));
-  EXPECT_THAT(level_prices(exchange.engine, exchange.stock(), SELLS), IsEmpty());
-  exchange.engine.publish_dirty(exchange.stock());
-  exchange.feed_shows({});
-}
-
-TEST(Engine, an_id_that_is_no_order_adds_nothing_to_a_shown_size) {
+TEST(Engine, a_shown_size_is_the_sum_of_what_rests_at_the_price) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   Engine& engine = exchange.engine;
   Stock& stock = exchange.stock();
   exchange.rests({"AAPL sell 100 @ 190.00"});
-  plant_departed_order(engine, stock, SELLS, 1900000, QueueEnd::FRONT);
-  plant_departed_order(engine, stock, SELLS, 1900000, QueueEnd::BACK);
   EXPECT_EQ(shares_at(engine, stock, SELLS, 1900000), 100U);
   EXPECT_EQ(shares_at(engine, stock, BUYS, 1900000), 0U);
   EXPECT_EQ(shares_at(engine, stock, SELLS, 1900100), 0U);
-  engine.begin_event();
-  touch_price(engine, stock, SELLS, 1900000);
-  engine.publish_dirty(stock);
-  exchange.feed_shows({});
   exchange.rests({"AAPL sell 200 @ 190.00"});
   EXPECT_EQ(shares_at(engine, stock, SELLS, 1900000), 300U);
   EXPECT_THAT(shown_levels(engine, stock, SELLS), ElementsAre(Pair(1900000, 300)));
@@ -192,7 +174,7 @@ TEST(Engine, stock_65536_has_no_locate_and_its_orders_touch_nothing) {
   client.says("35=G|11=g1|41=a1|55=S65535|54=2|38=50");
   client.hears("35=9");
   advance_ms(300);
-  fire_scheduled_cancels(exchange.engine, exchange.clients);
+  fire_scheduled_cancels(exchange.engine);
   EXPECT_EQ(exchange.scenario.counters.unsolicited_cancels, 0U);
 }
 
@@ -203,8 +185,8 @@ TEST(Engine, a_client_reaches_an_order_only_by_its_own_name_for_it) {
   EXPECT_NE(exchange.engine.live_order("ALPHA", "a1"), nullptr);
   EXPECT_EQ(exchange.engine.live_order("BETA", "a1"), nullptr);
   EXPECT_EQ(exchange.engine.live_order("ALPHA", "a2"), nullptr);
-  plant_live_name(exchange.engine, "ALPHA", "a2", 4711);  // an id that is no order
-  EXPECT_EQ(exchange.engine.live_order("ALPHA", "a2"), nullptr);
+  exchange.is_hit("AAPL buy 100");
+  EXPECT_EQ(exchange.engine.live_order("ALPHA", "a1"), nullptr) << "it has been filled";
 }
 
 TEST(Engine, resting_orders_are_counted_by_owner_and_no_owner_counts_the_synthetic) {

@@ -124,35 +124,38 @@ TEST(Matching, an_aggressor_that_is_done_looks_no_further) {
   exchange.book_holds({"sell 200 @ 190.00"});
 }
 
-TEST(Matching, an_id_that_is_no_order_is_dropped_from_its_queue) {
+TEST(Matching, passes_by_what_has_left_earlier_in_the_same_event) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  const std::vector<uint64_t> ids =
-      exchange.rests({"AAPL sell 100 @ 190.00", "AAPL sell 100 @ 190.01"});
   Engine& engine = exchange.engine;
   Stock& stock = exchange.stock();
-  plant_departed_order(engine, stock, SELLS, price4("190.00"), QueueEnd::FRONT);
-  plant_departed_order(engine, stock, SELLS, price4("190.00"), QueueEnd::FRONT);
-  // A level of nothing else, and one of nothing at all.
-  plant_departed_order(engine, stock, SELLS, price4("189.00"), QueueEnd::FRONT);
-  plant_empty_level(engine, stock, SELLS, price4("188.00"));
-  exchange.is_hit("AAPL buy 150");
-  exchange.feed_shows(
-      {"T 100 @ 190.00", "T 50 @ 190.01 odd", "5 0 @ 190.00", "5 50 @ 190.01 last"});
+  const std::vector<uint64_t> ids = exchange.rests(
+      {"AAPL sell 100 @ 190.00", "AAPL sell 100 @ 190.00", "AAPL sell 100 @ 190.00",
+       "AAPL sell 100 @ 190.01", "AAPL sell 100 @ 189.00", "AAPL sell 100 @ 188.00"});
+  Order buyer = aggressor(true, 150);
+  engine.begin_event();
+  for (const size_t leaver : {5U, 4U, 0U, 1U}) withdraw_order(engine, ids[leaver]);
+  engine.match_order(stock, buyer, nullptr, nullptr);
+  engine.publish_dirty(stock);
+  exchange.feed_shows({"T 100 @ 190.00", "T 50 @ 190.01 odd", "5 0 @ 188.00", "5 0 @ 189.00",
+                       "5 0 @ 190.00", "5 50 @ 190.01 last"});
   EXPECT_THAT(level_prices(engine, stock, SELLS), ElementsAre(price4("190.01")));
-  EXPECT_THAT(queue_at(engine, stock, SELLS, price4("190.01")), ElementsAre(ids[1]));
+  EXPECT_THAT(queue_at(engine, stock, SELLS, price4("190.01")), ElementsAre(ids[3]));
 }
 
-TEST(Matching, a_side_of_nothing_but_gone_ids_ends_empty) {
+TEST(Matching, meets_nobody_on_a_side_that_has_emptied_within_the_event) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   Engine& engine = exchange.engine;
   Stock& stock = exchange.stock();
-  plant_departed_order(engine, stock, BUYS, price4("190.00"), QueueEnd::BACK);
-  plant_departed_order(engine, stock, BUYS, price4("190.00"), QueueEnd::BACK);
+  const std::vector<uint64_t> ids =
+      exchange.rests({"AAPL buy 100 @ 190.00", "AAPL buy 100 @ 190.00"});
   Order seller = aggressor(false, 100);
-  meets_market(exchange, seller);
+  engine.begin_event();
+  for (const uint64_t id : ids) withdraw_order(engine, id);
+  engine.match_order(stock, seller, nullptr, nullptr);
+  engine.publish_dirty(stock);
   EXPECT_EQ(seller.leaves, 100U);
   EXPECT_THAT(level_prices(engine, stock, BUYS), IsEmpty());
-  exchange.feed_shows({});
+  exchange.feed_shows({"8 0 @ 190.00 last"});
   exchange.rests({"AAPL buy 200 @ 190.00"});  // the side goes on like any other
   exchange.is_hit("AAPL sell 150");
   exchange.feed_shows({"T 150 @ 190.00", "8 50 @ 190.00 last"});
@@ -290,7 +293,7 @@ TEST(Reduce, a_withdrawal_is_no_trade) {
   exchange.scenario.partial_fill_every = 1;
   Engine& engine = exchange.engine;
   engine.begin_event();
-  withdraw_order(engine, exchange.stock(), 1000);
+  withdraw_order(engine, 1000);
   engine.publish_dirty(exchange.stock());
   exchange.feed_shows({"5 0 @ 190.00 last"});
   EXPECT_EQ(engine.next_trade_id, 0U);
@@ -304,18 +307,18 @@ TEST(Reduce, a_withdrawal_is_no_trade) {
   exchange.book_holds({});
 }
 
-TEST(Reduce, a_price_of_0_is_the_orders_own) {
+TEST(Reduce, a_trade_is_at_the_price_of_the_order_that_rests) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   const std::vector<uint64_t> ids = exchange.rests({"AAPL sell 100 @ 190.00"});
   Engine& engine = exchange.engine;
   engine.begin_event();
-  EXPECT_EQ(trade_with_order(engine, exchange.stock(), ids[0], 40, 0), 40U);
+  EXPECT_EQ(trade_with_order(engine, exchange.stock(), ids[0], 40), 40U);
   engine.publish_dirty(exchange.stock());
   exchange.feed_shows({"T 40 @ 190.00 odd", "5 60 @ 190.00 last"});
   engine.begin_event();
-  EXPECT_EQ(trade_with_order(engine, exchange.stock(), ids[0], 60, price4("191.00")), 60U);
+  EXPECT_EQ(trade_with_order(engine, exchange.stock(), ids[0], 60), 60U);
   engine.publish_dirty(exchange.stock());
-  exchange.feed_shows({"T 60 @ 191.00 odd", "5 0 @ 190.00 last"});
+  exchange.feed_shows({"T 60 @ 190.00 odd", "5 0 @ 190.00 last"});
   EXPECT_EQ(order_count(engine), 0U);
 }
 

@@ -753,10 +753,10 @@ TEST(NewOrder, a_fill_or_kill_counts_bids_at_0_that_the_matching_stops_at) {
   client.hears_nothing();
 }
 
-TEST(NewOrder, a_fill_or_kill_skips_ids_that_are_no_order) {
+TEST(NewOrder, a_fill_or_kill_counts_only_what_still_rests) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.rests({"AAPL sell 100 @ 190.00"});
-  plant_departed_order(exchange.engine, exchange.stock(), SELLS, price4("190.00"), QueueEnd::FRONT);
+  exchange.rests({"AAPL sell 30 @ 189.00", "AAPL sell 50 @ 190.00", "AAPL sell 120 @ 190.00"});
+  exchange.is_hit("AAPL buy 100");  // a level, an order and a part of one are gone
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(buy("59=4|38=101"));
   client.hears("150=0");

@@ -449,7 +449,7 @@ TEST(WalkTick, a_fourth_level_posted_in_the_tick_spares_the_refill) {
   exchange.engine.touch_hit = 0.0;
   client_keeps_far_levels(exchange);
   for (const char* name : {"b0", "s0"}) {  // three client levels a side are left
-    withdraw_order(exchange.engine, exchange.stock(), exchange.order("ALPHA", name).id);
+    withdraw_order(exchange.engine, exchange.order("ALPHA", name).id);
   }
   ticks_on(exchange, stands_still() + posts_buy(0, 1) + posts_sell(0, 1) + posts_sell(0, 1) +
                          Draws{NO_TOUCH});
@@ -562,8 +562,8 @@ TEST(WalkTick, a_touch_is_cut_short_by_the_partial_fill_script) {
 TEST(WalkTick, goes_move_pull_post_refill_touch_with_an_event_for_each_change) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   client_keeps_far_levels(exchange);
-  withdraw_order(exchange.engine, exchange.stock(), exchange.order("ALPHA", "s0").id);
-  withdraw_order(exchange.engine, exchange.stock(), exchange.order("ALPHA", "b0").id);
+  withdraw_order(exchange.engine, exchange.order("ALPHA", "s0").id);
+  withdraw_order(exchange.engine, exchange.order("ALPHA", "b0").id);
   exchange.engine.publish_dirty(exchange.stock());
   exchange.feed();
   exchange.rests({"AAPL buy 100 @ 50.00", "AAPL buy 100 @ 50.00"});
@@ -728,13 +728,12 @@ TEST(Seed, a_long_walk_leaves_book_and_orders_in_step) {
       ShownLevels rested;
       for (const RestingLevel& level : resting_levels(exchange.engine, stock, buy)) {
         uint32_t size = 0;
-        for (const QueuedOrder& place : level.queue) {
-          ASSERT_NE(place.order, nullptr);
-          EXPECT_EQ(place.order->id, place.id);
-          EXPECT_EQ(place.order->buy, buy);
-          EXPECT_EQ(place.order->price, level.price);
-          EXPECT_EQ(place.order->locate, stock.locate);
-          size += place.order->leaves;
+        for (const Order* order : level.queue) {
+          EXPECT_EQ(order, &order_by_id(exchange.engine, order->id));
+          EXPECT_EQ(order->buy, buy);
+          EXPECT_EQ(order->price, level.price);
+          EXPECT_EQ(order->locate, stock.locate);
+          size += order->leaves;
         }
         queued += level.queue.size();
         rested.emplace_back(level.price, size);

@@ -444,7 +444,7 @@ Exchange::FeedSocket::~FeedSocket() { ::close(fd); }
 
 Exchange::Exchange(const std::string& symbols)
     : publisher("127.0.0.1", feed_socket_.port, "127.0.0.1", 0, SESSION_ID),
-      engine(publisher, rng, scenario, 0.8, 0.15, false) {
+      engine(publisher, rng, scenario, 0.8, 0.15) {
   if (symbols.empty()) return;
   for (const std::string& entry : split(symbols, ',')) {
     const size_t colon = entry.find(':');
@@ -546,10 +546,7 @@ void Exchange::book_holds(const std::vector<std::string>& expected, size_t stock
   std::vector<std::string> held;
   for (const bool buy : {SELLS, BUYS}) {
     for (const RestingLevel& level : resting_levels(engine, stock(stock_index), buy)) {
-      if (level.queue.empty()) held.push_back("empty level @ " + price_text(level.price));
-      for (const QueuedOrder& place : level.queue) {
-        held.push_back(place.order == nullptr ? "gone" : words_of(*place.order));
-      }
+      for (const Order* resting : level.queue) held.push_back(words_of(*resting));
     }
   }
   EXPECT_THAT(held, testing::ElementsAreArray(expected));

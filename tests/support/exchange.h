@@ -154,7 +154,7 @@ class Exchange {
 
   /// Compares a book with its orders in priority, sells from the best, then buys from the best:
   /// "sell 300 @ 190.01", with the owner and ClOrdID behind a client's: "buy 100 @ 190.00 ALPHA
-  /// a1". An id in a queue that is no order is "gone".
+  /// a1".
   void book_holds(const std::vector<std::string>& expected, size_t stock = 0,
                   const char* file = __builtin_FILE(), int line = __builtin_LINE());
 

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <stdexcept>
 
 #include "base/clocks.h"
 #include "feed/tp_publisher.h"
@@ -14,20 +15,12 @@
 namespace quorl::test {
 namespace {
 
-/// Calls `look` with the levels of a side, which are of different types.
-template <typename AnyStock, typename Look>
-auto on_side(AnyStock& stock, bool buy, Look look) {
-  return buy ? look(stock.bids) : look(stock.asks);
-}
-
-Level& level_at(Stock& stock, bool buy, Price4 price) {
-  return buy ? stock.bids[price] : stock.asks[price];
-}
-
-/// No order of a test gets this far.
-uint64_t departed_id() {
-  static uint64_t next = uint64_t{1} << 60;
-  return next++;
+/// The table gives its orders out to be changed only where they are found by something else than
+/// their ids.
+RestingOrder& resting_order(const Engine& engine, uint64_t id) {
+  const RestingOrder* const order = engine.orders.find(id);
+  if (order == nullptr) throw std::out_of_range("no order has the id " + std::to_string(id));
+  return const_cast<RestingOrder&>(*order);
 }
 
 const FixStream& stream_or_fresh(const Engine& engine, const std::string& comp_id) {
@@ -40,19 +33,16 @@ const FixStream& stream_or_fresh(const Engine& engine, const std::string& comp_i
 
 // --- The book of one stock ---
 
-std::vector<RestingLevel> resting_levels(const Engine& engine, const Stock& stock, bool buy) {
-  return on_side(stock, buy, [&engine](const auto& levels) {
-    std::vector<RestingLevel> resting;
-    for (const auto& [price, queue] : levels) {
-      RestingLevel& level = resting.emplace_back();
-      level.price = price;
-      for (const uint64_t id : queue) {
-        const auto order = engine.orders.find(id);
-        level.queue.push_back({id, order == engine.orders.end() ? nullptr : &order->second});
-      }
-    }
-    return resting;
+std::vector<RestingLevel> resting_levels(const Engine&, const Stock& stock, bool buy) {
+  std::vector<RestingLevel> resting;
+  stock.book.side(buy).for_each_level([&](const Level& level) {
+    RestingLevel& seen = resting.emplace_back();
+    seen.price = level.price;
+    BookSide::for_each_order(level,
+                             [&](const RestingOrder& order) { seen.queue.push_back(&order); });
+    return true;
   });
+  return resting;
 }
 
 std::vector<Price4> level_prices(const Engine& engine, const Stock& stock, bool buy) {
@@ -67,26 +57,28 @@ std::vector<uint64_t> queue_at(const Engine& engine, const Stock& stock, bool bu
   std::vector<uint64_t> ids;
   for (const RestingLevel& level : resting_levels(engine, stock, buy)) {
     if (level.price != price) continue;
-    for (const QueuedOrder& place : level.queue) ids.push_back(place.id);
+    for (const Order* order : level.queue) ids.push_back(order->id);
   }
   return ids;
 }
 
-uint32_t shares_at(const Engine& engine, const Stock& stock, bool buy, Price4 price) {
-  return engine.level_size(stock, buy, price);
+uint32_t shares_at(const Engine&, const Stock& stock, bool buy, Price4 price) {
+  return stock.book.level_size(buy, price);
 }
 
 ShownLevels shown_levels(const Engine&, const Stock& stock, bool buy) {
-  return buy ? ShownLevels(stock.shown_bids.begin(), stock.shown_bids.end())
-             : ShownLevels(stock.shown_asks.begin(), stock.shown_asks.end());
+  ShownLevels levels;
+  stock.book.side(buy).for_each_shown([&](Price4 price, uint32_t size) {
+    levels.emplace_back(price, size);
+    return true;
+  });
+  return levels;
 }
 
-void plant_shown_levels(Engine&, Stock& stock, bool buy, const ShownLevels& levels) {
-  if (buy) {
-    stock.shown_bids = {levels.begin(), levels.end()};
-  } else {
-    stock.shown_asks = {levels.begin(), levels.end()};
-  }
+void rest_and_show(Engine& engine, Stock& stock, bool buy, const ShownLevels& levels) {
+  engine.begin_event();
+  for (const auto& [price, shares] : levels) rest_synthetic(engine, stock, buy, price, shares);
+  engine.publish_dirty(stock);
 }
 
 uint64_t rest_synthetic(Engine& engine, Stock& stock, bool buy, Price4 price, uint32_t shares) {
@@ -100,31 +92,10 @@ uint64_t rest_synthetic(Engine& engine, Stock& stock, bool buy, Price4 price, ui
   return order.id;
 }
 
-void withdraw_order(Engine& engine, Stock& stock, uint64_t id) {
-  engine.withdraw(stock, order_by_id(engine, id));
-}
+void withdraw_order(Engine& engine, uint64_t id) { engine.withdraw(resting_order(engine, id)); }
 
-uint32_t trade_with_order(Engine& engine, Stock& stock, uint64_t id, uint32_t shares,
-                          Price4 price) {
-  return engine.reduce(stock, order_by_id(engine, id), shares, /*withdrawal=*/false, price, '1',
-                       /*scriptable=*/true);
-}
-
-void plant_departed_order(Engine&, Stock& stock, bool buy, Price4 price, QueueEnd end) {
-  Level& queue = level_at(stock, buy, price);
-  queue.insert(end == QueueEnd::FRONT ? queue.begin() : queue.end(), departed_id());
-}
-
-void plant_empty_level(Engine&, Stock& stock, bool buy, Price4 price) {
-  level_at(stock, buy, price);
-}
-
-std::vector<std::pair<bool, Price4>> touched_prices(const Engine& engine, const Stock&) {
-  return {engine.dirty.begin(), engine.dirty.end()};
-}
-
-void touch_price(Engine& engine, Stock&, bool buy, Price4 price) {
-  engine.dirty.emplace(buy, price);
+uint32_t trade_with_order(Engine& engine, Stock& stock, uint64_t id, uint32_t shares) {
+  return engine.fill(stock, resting_order(engine, id), shares, /*scriptable=*/true);
 }
 
 // --- The orders of all stocks ---
@@ -133,32 +104,28 @@ size_t order_count(const Engine& engine) { return engine.orders.size(); }
 
 bool has_order(const Engine& engine, uint64_t id) { return engine.orders.contains(id); }
 
-Order& order_by_id(Engine& engine, uint64_t id) { return engine.orders.at(id); }
+const Order& order_by_id(const Engine& engine, uint64_t id) { return resting_order(engine, id); }
 
 std::vector<uint64_t> order_ids(const Engine& engine) {
   std::vector<uint64_t> ids;
-  for (const auto& [id, order] : engine.orders) ids.push_back(id);
+  engine.orders.for_each([&](const RestingOrder& order) { ids.push_back(order.id); });
   return ids;
 }
 
 std::vector<uint64_t> orders_to_pull(const Engine& engine, const Stock& stock) {
   std::vector<uint64_t> ids;
-  for (const auto& [id, order] : engine.orders) {
-    if (order.locate == stock.locate && order.owner.empty()) ids.push_back(id);
+  for (size_t i = 0; i < engine.orders.background_count(stock.locate); ++i) {
+    ids.push_back(engine.orders.background_order(stock.locate, i).id);
   }
   return ids;
 }
 
 std::vector<std::string> live_names(const Engine& engine) {
   std::vector<std::string> names;
-  for (const auto& [key, id] : engine.live) names.push_back(key.owner + " " + key.cl_ord_id);
+  engine.live.for_each(
+      [&](const RestingOrder& order) { names.push_back(order.owner + " " + order.cl_ord_id); });
   std::sort(names.begin(), names.end());
   return names;
-}
-
-void plant_live_name(Engine& engine, const std::string& owner, const std::string& cl_ord_id,
-                     uint64_t id) {
-  engine.live[{owner, cl_ord_id}] = id;
 }
 
 // --- What is remembered, scheduled and owed ---
@@ -167,30 +134,26 @@ size_t closing_count(const Engine& engine) { return engine.closed.size(); }
 
 std::optional<int64_t> ms_since_closing(const Engine& engine, std::string_view owner,
                                         std::string_view cl_ord_id) {
-  const auto entry = engine.closed.find(ClientOrderKeyView{owner, cl_ord_id});
-  if (entry == engine.closed.end()) return std::nullopt;
-  return static_cast<int64_t>(steady_ms()) - entry->second;
+  return engine.closed.age_ms({owner, cl_ord_id}, steady_ms());
 }
 
 std::vector<Scheduled> scheduled_cancels(const Engine& engine) {
   std::vector<Scheduled> cancels;
-  for (const ScheduledCancel& entry : engine.scheduled_cancels) {
+  for (const ScheduledCancel& entry : engine.scheduled_cancels.all()) {
     cancels.push_back({entry.owner, entry.cl_ord_id, entry.due_ms});
   }
   return cancels;
 }
 
 void schedule_cancel(Engine& engine, const Scheduled& cancel) {
-  engine.scheduled_cancels.push_back({cancel.owner, cancel.cl_ord_id, cancel.due_ms});
+  engine.scheduled_cancels.schedule({cancel.owner, cancel.cl_ord_id, cancel.due_ms});
 }
 
-void fire_scheduled_cancels(Engine& engine, std::vector<Client>& clients) {
-  engine.fire_unsolicited(clients);
-}
+void fire_scheduled_cancels(Engine& engine) { engine.fire_unsolicited(); }
 
 std::vector<std::string> owed_to(const Engine& engine) {
   std::vector<std::string> owners;
-  for (const DeferredReport& report : engine.deferred) owners.push_back(report.owner);
+  for (const DeferredReport& report : engine.deferred) owners.push_back(report.order.owner);
   return owners;
 }
 

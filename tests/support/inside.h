@@ -16,6 +16,7 @@ namespace quorl {
 class FixGateway;
 class TpPublisher;
 struct Engine;
+struct Stock;
 }  // namespace quorl
 
 // What tests ask of the inside of an exchange, and what they plant there. How books, orders,
@@ -30,18 +31,12 @@ inline constexpr bool SELLS = false;
 
 // --- The book of one stock ---
 
-/// A place in a queue.
-struct QueuedOrder {
-  uint64_t id = 0;
-  const Order* order = nullptr;  // null if the id has left the table of orders
-};
-
 struct RestingLevel {
   Price4 price = 0;
-  std::vector<QueuedOrder> queue;  // next to trade first
+  std::vector<const Order*> queue;  // next to trade first; of the table of orders
 };
 
-/// Every level of a side, best price first; one whose queue is empty too.
+/// Every level of a side on which an order rests, best price first.
 std::vector<RestingLevel> resting_levels(const Engine& engine, const Stock& stock, bool buy);
 /// Their prices, best first.
 std::vector<Price4> level_prices(const Engine& engine, const Stock& stock, bool buy);
@@ -54,36 +49,24 @@ uint32_t shares_at(const Engine& engine, const Stock& stock, bool buy, Price4 pr
 using ShownLevels = std::vector<std::pair<Price4, uint32_t>>;
 
 ShownLevels shown_levels(const Engine& engine, const Stock& stock, bool buy);
-/// From now on the feed has said this of a side, best price first, whatever rests there.
-void plant_shown_levels(Engine& engine, Stock& stock, bool buy, const ShownLevels& levels);
+/// An event of its own: a synthetic order for each level comes to rest on a side, and the feed says
+/// so.
+void rest_and_show(Engine& engine, Stock& stock, bool buy, const ShownLevels& levels);
 
 /// Part of an event that the caller has begun: a synthetic order under the next id comes to rest,
 /// last at its price. Returns the id.
 uint64_t rest_synthetic(Engine& engine, Stock& stock, bool buy, Price4 price, uint32_t shares);
 /// Part of an event that the caller has begun: the whole order leaves the book without a trade.
-void withdraw_order(Engine& engine, Stock& stock, uint64_t id);
+void withdraw_order(Engine& engine, uint64_t id);
 /// Part of an event that the caller has begun: the market's own flow takes shares of a resting
-/// order at a price, 0 being the order's own. Returns the shares taken.
-uint32_t trade_with_order(Engine& engine, Stock& stock, uint64_t id, uint32_t shares, Price4 price);
-
-enum class QueueEnd { FRONT, BACK };
-
-/// Leaves in the queue at a price, as its first or last, an order that is no longer in the table of
-/// orders, if a book can hold such a one at all. Whoever walks the queue must pass it by.
-void plant_departed_order(Engine& engine, Stock& stock, bool buy, Price4 price, QueueEnd end);
-/// Leaves a level with nothing in its queue, if a book can hold such a one at all.
-void plant_empty_level(Engine& engine, Stock& stock, bool buy, Price4 price);
-
-/// The (side, price) that the event in hand has touched, in no order.
-std::vector<std::pair<bool, Price4>> touched_prices(const Engine& engine, const Stock& stock);
-/// The event in hand touches a price.
-void touch_price(Engine& engine, Stock& stock, bool buy, Price4 price);
+/// order. Returns the shares taken.
+uint32_t trade_with_order(Engine& engine, Stock& stock, uint64_t id, uint32_t shares);
 
 // --- The orders of all stocks ---
 
 size_t order_count(const Engine& engine);
 bool has_order(const Engine& engine, uint64_t id);
-Order& order_by_id(Engine& engine, uint64_t id);
+const Order& order_by_id(const Engine& engine, uint64_t id);
 /// In no order.
 std::vector<uint64_t> order_ids(const Engine& engine);
 /// The synthetic orders of a stock, in the order in which the draw of a pull counts them.
@@ -91,10 +74,6 @@ std::vector<uint64_t> orders_to_pull(const Engine& engine, const Stock& stock);
 
 /// "ALPHA a1" for each client order that can be named, in alphabetical order.
 std::vector<std::string> live_names(const Engine& engine);
-/// Lets a client's name lead to this id, whoever owns it and even if it is no order's, if a name
-/// can lead there at all.
-void plant_live_name(Engine& engine, const std::string& owner, const std::string& cl_ord_id,
-                     uint64_t id);
 
 // --- What is remembered, scheduled and owed ---
 
@@ -115,7 +94,7 @@ struct Scheduled {
 std::vector<Scheduled> scheduled_cancels(const Engine& engine);
 void schedule_cancel(Engine& engine, const Scheduled& cancel);
 /// Carries out those that are due.
-void fire_scheduled_cancels(Engine& engine, std::vector<Client>& clients);
+void fire_scheduled_cancels(Engine& engine);
 
 /// The owner of each report that is owed, in the order in which they will be composed.
 std::vector<std::string> owed_to(const Engine& engine);
