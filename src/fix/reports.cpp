@@ -126,7 +126,7 @@ std::string_view exec_report_body(const Order& order, const ExecReportArgs& args
 void prepare_app_message(const ReportTarget& to, char msg_type, std::string_view body) {
   FixStream& stream = to.stream;
   const uint32_t seq = stream.next_out++;
-  stream.store.push_back({seq, msg_type, system_ns(), std::string(body)});
+  stream.store.push({.sending_time_ns = system_ns(), .seq = seq, .msg_type = msg_type}, body);
   if (stream.store.size() > MAX_STORED_MESSAGES) stream.store.pop_front();
   compose_message({&msg_type, 1}, seq, EXCHANGE_COMP_ID, stream.comp_id, body, {}, to.out);
 }

@@ -29,24 +29,21 @@ void FixGateway::serve_resend(Client& client, const FixStream& stream, const Fix
   uint32_t replayed = 0;
   uint32_t gap_fills = 0;
   // The store is in ascending order, so one look-up finds where to begin and both walk on in step.
-  auto stored = std::lower_bound(
-      stream.store.begin(), stream.store.end(), begin,
-      [](const StoredMessage& message, uint32_t seq) { return message.seq < seq; });
+  const MessageLog<StoredMessage>& store = stream.store;
+  size_t at = first_stored_from(store, begin);
   for (uint64_t seq = begin; seq <= end;) {
-    if (stored != stream.store.end() && stored->seq == seq) {
-      const FixTimestamp first_sent(stored->sending_time_ns);
+    const uint64_t next_stored = at < store.size() ? store[at].meta.seq : uint64_t{end} + 1;
+    if (next_stored == seq && at < store.size()) {
+      const auto& [stored, body] = store[at];
+      const FixTimestamp first_sent(stored.sending_time_ns);
       const FixFieldList header{{TAG_POSS_DUP_FLAG, "Y"},
                                 {TAG_ORIG_SENDING_TIME, first_sent.view()}};
-      send_gated(client, composed({&stored->msg_type, 1}, stored->seq, stream, stored->body,
-                                  header.wire()));
+      send_gated(client, composed({&stored.msg_type, 1}, stored.seq, stream, body, header.wire()));
       ++replayed;
-      ++stored;
+      ++at;
       ++seq;
     } else {
-      const uint64_t behind_range = uint64_t{end} + 1;
-      const uint64_t next = stored == stream.store.end()
-                                ? behind_range
-                                : std::min<uint64_t>(stored->seq, behind_range);
+      const uint64_t next = std::min(next_stored, uint64_t{end} + 1);
       FixFieldList body{{TAG_GAP_FILL_FLAG, "Y"}};
       body.put_number(TAG_NEW_SEQ_NO, static_cast<int64_t>(next));
       const FixFieldList header{{TAG_POSS_DUP_FLAG, "Y"}};

@@ -2,10 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <string>
 #include <vector>
 
+#include "base/message_log.h"
 #include "fix/receive_buffer.h"
 
 namespace quorl {
@@ -29,13 +29,12 @@ struct Client {
   FixStream* stream = nullptr;  // of comp_id, once a Logon has come
 };
 
-/// One application message kept for replay. The fields and not the composed bytes: a replay needs
-/// a new header anyway.
+/// What is kept of an application message for replay, beside its body. The body's fields and not
+/// the composed bytes: a replay needs a new header anyway.
 struct StoredMessage {
-  uint32_t seq = 0;
-  char msg_type = '8';           // '8' or '9'
   uint64_t sending_time_ns = 0;  // system clock when it was stored; goes into tag 122 of a replay
-  std::string body;              // the fields, as on the wire
+  uint32_t seq = 0;
+  char msg_type = '8';  // '8' or '9'
 };
 
 /// The session memory of one SenderCompID. Outlives every connection; only a Logon with 141=Y
@@ -44,7 +43,7 @@ struct FixStream {
   std::string comp_id;
   uint32_t next_out = 1;
   uint32_t next_in = 1;
-  std::deque<StoredMessage> store;  // ascending seq; at most MAX_STORED_MESSAGES
+  MessageLog<StoredMessage> store;  // ascending seq; at most MAX_STORED_MESSAGES
   std::vector<size_t> connections;  // indices of the clients logged on with it, ascending
 };
 
