@@ -10,6 +10,25 @@
 // itself against next_in and next_out.
 
 namespace quorl {
+namespace {
+
+/// Index of the first stored message with this number or a higher one.
+size_t first_stored_from(const MessageLog<StoredMessage>& store, uint32_t seq) {
+  size_t first = 0;
+  for (size_t count = store.size(); count > 0;) {
+    const size_t half = count / 2;
+    if (store[first + half].meta.seq < seq) {
+      first += half + 1;
+      count -= half + 1;
+    } else {
+      count = half;
+    }
+  }
+  return first;
+}
+
+}  // namespace
+
 void FixGateway::on_resend_request(Client& client, FixStream& stream, const FixFieldMap& fields) {
   ++scenario_.counters.resend_requests;
   serve_resend(client, stream, fields);
