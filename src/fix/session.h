@@ -51,17 +51,22 @@ class FixGateway {
   void on_message(Client& client, const FixFieldMap& fields);
   void dispatch(Client& client, std::string_view type, const FixFieldMap& fields);
 
+  // logon.cpp
   void on_logon(Client& client, const FixFieldMap& fields);
   void accept_logon(Client& client, FixStream& stream, std::string_view heart_bt_int, bool reset);
   /// Spends a number of the stream, stores nothing, and is the one message that no lapse holds
   /// back.
   void reject_logon(Client& client, FixStream& stream, const std::string& reason);
+
+  // session.cpp
   void close_before_logon(Client& client, std::string_view type);
   void on_test_request(Client& client, const FixFieldMap& fields);
   void on_logout(Client& client);
   void on_unknown_type(Client& client);
   /// Whole messages that came in the same pass go unhandled with the connection.
   void on_end_of_stream(Client& client);
+
+  // resend.cpp
 
   /// A ResendRequest never draws one of ours, even if its own number leaves a gap.
   void on_resend_request(Client& client, FixStream& stream, const FixFieldMap& fields);
@@ -72,12 +77,15 @@ class FixGateway {
   void on_inbound_gap(Client& client, const FixStream& stream, std::string_view type);
   void ask_for_resend(Client& client, uint32_t first, uint32_t last);
 
+  // session.cpp
+
   void on_new_order_single(Client& client, const FixFieldMap& fields);
   /// The scripted drop; asked after every NewOrderSingle, a refused one too. True if the connection
   /// has been dropped: the order's reports are numbered and stored by then, and stay unsent.
   bool connection_drop(Client& client);
   void send_heartbeat_if_due(Client& client, uint64_t now_ms);
   void time_out_if_due(Client& client, uint64_t now_ms);
+  /// Each at once, through the gate: nothing waits for a socket that is full.
   void send_queued_reports(Client& client, const Outbox& messages);
   /// A composed message of a stream, in memory that the next one takes.
   std::string_view composed(std::string_view msg_type, uint32_t seq, const FixStream& stream,

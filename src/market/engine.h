@@ -48,9 +48,8 @@ struct OwedMessage {
 /// The market: stocks, books, orders, and the session memories of their owners. One per process,
 /// used from the one thread.
 ///
-/// An event is always: begin_event, change one Stock, publish_dirty. Its operations stand in one
-/// .cpp for each subject: engine, walk, execution, new_order, cancel, replace, unsolicited_cancel,
-/// and feed/book_publication (open_market, publish_dirty).
+/// An event is always: begin_event, change one Stock, publish_dirty. Each operation that is not
+/// defined in engine.cpp says where it is.
 struct Engine {
   /// Borrows all three for its life.
   Engine(TpPublisher& publisher, std::mt19937_64& rng, Scenario& scenario, double step_bps,
@@ -62,23 +61,25 @@ struct Engine {
 
   /// Lists a symbol at a price in dollars; its locate is cut to 16 bits. Only before the loop runs.
   void add_stock(const std::string& symbol, double price);
-  /// Publishes the opening sequence and seeds the books.
+  /// Publishes the opening sequence and seeds the books. In feed/book_publication.cpp.
   void open_market();
 
-  // --- Time and chance ---
+  // --- Time and chance: walk.cpp ---
 
   /// One step of every stock: move, pull, post, refill, touch. Nothing at all while paused.
   void walk_tick();
   /// Adds one synthetic order near `ref`: a buy for a `direction` above 0, a sell below 0, either
   /// by a coin for 0. An event of its own.
   void post_liquidity(Stock& stock, Price4 ref, int direction);
-  /// Carries out the exchange-initiated cancels that are due. Their reports are deferred.
+  /// Carries out the exchange-initiated cancels that are due. Their reports are deferred. In
+  /// unsolicited_cancel.cpp.
   void fire_unsolicited();
   /// Composes every report owed: each is numbered, stored and logged. Returns, in order, those
   /// whose owner is logged on, for the last accepted of its connections. Good until the next call.
+  /// In report_flow.cpp.
   const std::vector<OwedMessage>& drain_deferred();
 
-  // --- A client's requests ---
+  // --- A client's requests: new_order.cpp, cancel.cpp, replace.cpp ---
   // Each returns the composed messages for `client` in the order of sending, good until the next
   // call of any of them. A bad request is answered by a report and changes nothing.
 
@@ -87,7 +88,7 @@ struct Engine {
   const Outbox& on_cancel_replace(const std::string& owner, Client& client,
                                   const FixFieldMap& fields);
 
-  // --- Execution ---
+  // --- Execution: execution.cpp ---
 
   /// Trades `qty` shares of a resting order at its own price. Returns the shares traded, fewer if
   /// the partial-fill script cut the trade, which is asked only if the fill is `scriptable`. The
@@ -105,7 +106,7 @@ struct Engine {
 
   /// Takes the event's time.
   void begin_event();
-  /// Publishes what the event changed as one batch of level updates.
+  /// Publishes what the event changed as one batch of level updates. In feed/book_publication.cpp.
   void publish_dirty(Stock& stock);
   /// Copies the order into the table and last into the queue at its price. Its name is not live by
   /// that. REQUIRES: its id does not rest.
