@@ -1,14 +1,20 @@
 // Resends both ways: what a client asks for again, what it is asked for, and what resets mean.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/types.h>
+#include <time.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
+#include <iterator>
 #include <map>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "client/errors.h"
 #include "client/fix_message.h"
 #include "client/fix_session.h"
 #include "tests/e2e/support/exchange.h"
@@ -20,7 +26,6 @@ using client::Continuity;
 using client::FixFields;
 using client::FixMessage;
 using client::FixSession;
-using std::chrono::steady_clock;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -34,6 +39,43 @@ std::vector<std::string> told(const std::vector<FixMessage>& messages) {
     texts.push_back(text);
   }
   return texts;
+}
+
+bool is_application_message(const FixMessage& message) {
+  return message.type() == "8" || message.type() == "9";
+}
+
+/// What a resend of everything must bring, in the words of told(): each application message under
+/// its number, and one GapFill for each run of others. `received` is all that has come, the resend
+/// too; the Heartbeats ahead of it count, for the turn that sends a deferred fill may send one that
+/// is not due.
+std::vector<std::string> resend_of_all(const std::vector<FixMessage>& received) {
+  const auto resend = std::find_if(received.begin(), received.end(), [](const FixMessage& message) {
+    return message.is_possible_duplicate();
+  });
+  std::vector<std::string> texts;
+  for (auto message = received.begin(); message != resend; ++message) {
+    if (is_application_message(*message)) {
+      texts.push_back(message->type() + " 34=" + message->get(34));
+      continue;
+    }
+    const std::string first = message->get(34);
+    while (message + 1 != resend && !is_application_message(message[1])) ++message;
+    texts.push_back("4 34=" + first + " 36=" + std::to_string(message->seq() + 1));
+  }
+  return texts;
+}
+
+/// Processor time that the process has used. Unlike a clock it stands still while others have the
+/// processor.
+std::chrono::nanoseconds processor_time_of(pid_t pid) {
+  clockid_t clock{};
+  timespec used{};
+  errno = ::clock_getcpuclockid(pid, &clock);
+  if (errno != 0 || ::clock_gettime(clock, &used) != 0) {
+    throw client::SystemError("the processor time of the exchange");
+  }
+  return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
 }
 
 /// Asks, and returns all that comes before a TestRequest behind it is answered.
@@ -61,6 +103,9 @@ class Resend : public testing::Test {
   }
 
   void expect_line(const std::string& line) { exchange.simulator().wait_for_line(line); }
+  std::chrono::nanoseconds processor_time() {
+    return processor_time_of(exchange.simulator().pid());
+  }
   size_t lines(const std::string& text) {
     (void)exchange.turn();
     exchange.control().ok("mark lines");
@@ -146,10 +191,13 @@ TEST_F(Resend, a_replay_differs_from_the_first_transmission_in_its_header_alone)
   for (int i = 0; i < 9; ++i) first.push_back(alpha.next());
 
   alpha.resend_request("1", "0");
-  std::vector<FixMessage> again = alpha.drain();
-  ASSERT_EQ(again.size(), 1 + first.size()) << "a GapFill of the Logon ahead of all";
+  const std::vector<FixMessage> again = alpha.drain();
+  ASSERT_EQ(told(again), resend_of_all(alpha.received()));
+  std::vector<FixMessage> replays;
+  std::copy_if(again.begin(), again.end(), std::back_inserter(replays), is_application_message);
+  ASSERT_EQ(replays.size(), first.size());
   for (size_t i = 0; i < first.size(); ++i) {
-    const FixMessage& replay = again[i + 1];
+    const FixMessage& replay = replays[i];
     SCOPED_TRACE(replay.text());
     std::vector<int> tags = first[i].tags();
     tags.insert(tags.begin() + 7, {43, 122});
@@ -384,16 +432,16 @@ TEST_F(Resend, twenty_thousand_stored_messages_are_gone_through_and_resent_withi
   }
   ASSERT_EQ(bodies.size(), STORED);
 
-  // In a lapse nothing goes out, so the time is the exchange's own.
+  // In a lapse nothing goes out: the search and the composing alone.
   exchange.control().ok("lapse 600000");
-  auto begun = steady_clock::now();
+  auto before = processor_time();
   alpha.resend_request("1", "0");
   expect_line("bench: resend done: replayed 20000 application message(s), 1 GapFill(s)");
-  EXPECT_LT(steady_clock::now() - begun, LIMIT);
+  EXPECT_LT(processor_time() - before, LIMIT);
   exchange.control().ok("lapse 0");
 
   // The exchange queues nothing, so what is asked for at once must fit the connection's buffers.
-  begun = steady_clock::now();
+  before = processor_time();
   unsigned replayed = 0;
   constexpr unsigned AT_ONCE = 1000;
   for (unsigned first = 2; first < STORED + 2; first += AT_ONCE) {
@@ -405,7 +453,7 @@ TEST_F(Resend, twenty_thousand_stored_messages_are_gone_through_and_resent_withi
       ASSERT_EQ(replay.body(), bodies.at(seq));
     }
   }
-  EXPECT_LT(steady_clock::now() - begun, 4 * LIMIT);
+  EXPECT_LT(processor_time() - before, LIMIT);
   EXPECT_EQ(replayed, STORED);
   alpha.hears_nothing();
 }
@@ -418,12 +466,12 @@ TEST_F(Resend, numbers_that_hold_nothing_are_not_looked_for_one_by_one) {
   exchange.control().ok("lapse 600000");
   for (unsigned i = 0; i < NUMBERS; ++i) alpha.test_request("");  // each answer spends a number
   (void)exchange.turn();
-  const auto begun = steady_clock::now();
+  const auto before = processor_time();
   for (unsigned i = 1; i <= REQUESTS; ++i)
     alpha.resend_request(std::to_string(NUMBERS + 1 + i), "0");
   expect_line("7=20021 16=0 -> serving 20021..40001");
   (void)exchange.turn();
-  EXPECT_LT(steady_clock::now() - begun, std::chrono::seconds(5));
+  EXPECT_LT(processor_time() - before, std::chrono::seconds(5));
   EXPECT_EQ(lines("bench: resend done: replayed 0 application message(s), 1 GapFill(s)"), REQUESTS);
 }
 
