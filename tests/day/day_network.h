@@ -58,6 +58,7 @@ class Network {
 
   /// A new connection to a TCP port; good for the day.
   size_t connect(uint16_t port);
+  size_t connections() const { return connections_.size(); }  // ever made
   /// The next accept on the port fails once, as without a free descriptor.
   void fail_next_accept(uint16_t port);
 

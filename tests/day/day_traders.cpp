@@ -94,7 +94,7 @@ Traders::Traders(Network& network, Outputs& outputs, Dice& dice, MarketView& vie
   for (size_t i = 0; i < style_.accounts; ++i) accounts_.emplace_back().name = NAMES[i];
 }
 
-void Traders::act(uint64_t turn) {
+void Traders::act(uint64_t turn, bool lull) {
   turn_ = turn;
   for (Link& link : links_) hear(link);
   std::erase_if(links_, [this](const Link& link) {
@@ -102,7 +102,7 @@ void Traders::act(uint64_t turn) {
   });
   open_links();
   for (Link& link : links_) {
-    speak(link);
+    speak(link, lull);
     deliver(link);
   }
 }
@@ -110,11 +110,12 @@ void Traders::act(uint64_t turn) {
 // --- The connections ---
 
 void Traders::open_links() {
-  if (links_.size() < style_.most_connections && dice_.one_in(300)) {
+  const bool first = network_.connections() == 0;
+  if (first || (links_.size() < style_.most_connections && dice_.one_in(300))) {
     Link& link = links_.emplace_back();
     link.connection = network_.connect(port_);
     link.session = Session::SILENT_STRANGER;
-    link.since_turn = turn_;
+    link.since_turn = link.last_heard_turn = turn_;
     link.account = dice_.below(accounts_.size());
   }
   for (size_t i = 0; i < accounts_.size(); ++i) {
@@ -127,7 +128,7 @@ void Traders::open_links() {
     Link& link = links_.emplace_back();
     link.connection = network_.connect(port_);
     link.account = i;
-    link.since_turn = turn_;
+    link.since_turn = link.last_heard_turn = turn_;
     accounts_[i].next_logon_turn = turn_ + 10 + dice_.below(150);
     if (dice_.one_in(50)) {
       std::deque<int64_t> limits(dice_.below(30), Network::ALL);
@@ -206,7 +207,7 @@ void Traders::log_on(Link& link) {
 
 /// Somebody who has the port and not the protocol.
 void Traders::speak_before_logon(Link& link) {
-  switch (dice_.below(60)) {
+  switch (dice_.below(300)) {
     case 0:
       return log_on(link);
     case 1:
@@ -256,6 +257,7 @@ void Traders::hang_up(Link& link, bool reset) {
 void Traders::hear(Link& link) {
   for (const std::string& message : network_.take_received(link.connection)) {
     on_message(link, message);
+    link.last_heard_turn = turn_;
   }
 }
 
@@ -394,14 +396,17 @@ void Traders::app_message(Link& link, std::string_view type, const Fields& body)
   message(link, type, std::to_string(seq), body);
 }
 
-void Traders::speak(Link& link) {
+void Traders::speak(Link& link, bool lull) {
+  constexpr uint64_t MOST_SILENT_TURNS = 1500;  // of the exchange
   if (link.session == Session::SILENT_STRANGER) return speak_before_logon(link);
   if (link.session == Session::LOGGING_ON) {
     if (turn_ - link.since_turn > 400) hang_up(link, false);  // no answer: a lapse, or a lost Logon
     return;
   }
   if (link.mute) return;
+  if (turn_ - link.last_heard_turn > MOST_SILENT_TURNS) return hang_up(link, dice_.one_in(3));
   if (now_ms() - link.last_sent_ms >= link.heartbeat_ms) admin_message(link, "0", {});
+  if (lull) return;
   if (dice_.below(100) >= style_.percent_active) return;
   for (uint64_t i = dice_.below(style_.most_messages) + 1; i > 0 && !link.ended; --i) {
     const size_t resting = accounts_[link.account].orders.size();
@@ -596,7 +601,7 @@ void Traders::broken_order(Link& link) {
       case 4:
         set(fields, 38,
             dice_.word({"0", "1.5", "10000001", "10000000", "-5", "abc", "", "nan", "inf", "1e2",
-                        "0x64", "99999999999999999999999", "100.0"}));
+                        "0x64", "99999999999999999999999", "100.0", "1.0.0"}));
         break;
       case 5:
         drop(fields, 38);
@@ -623,7 +628,7 @@ void Traders::broken_order(Link& link) {
       case 12:
         set(fields, 44,
             dice_.word({"0", "-1", "10.005", "1.0001", "0.00001", "0.00005", "0.9999", "abc", "",
-                        "inf", "1e30", "0.5", "1", "900719925474.0992"}));
+                        "inf", "1e30", "-1e30", "0.5", "1", "1.2.3", "900719925474.0992"}));
         break;
       case 13:
         drop(fields, 44);
@@ -822,6 +827,7 @@ void Traders::session_message(Link& link) {
 }
 
 void Traders::resend_request(Link& link) {
+  constexpr uint32_t MOST_STORED = 200000;  // by the exchange, for one account
   const uint32_t next_in = accounts_[link.account].next_in;
   const uint32_t first = next_in - static_cast<uint32_t>(dice_.below(std::min(next_in, 40U)));
   const auto ask = [&](const std::string& begin, const std::string& end) {
@@ -840,7 +846,8 @@ void Traders::resend_request(Link& link) {
     case 4:
       return ask("1", "10");
     case 5:  // all there is, which is long
-      if (!dice_.one_in(20)) return ask("-5", "");
+      if (next_in > MOST_STORED) return ask("1", std::to_string(next_in - MOST_STORED));
+      if (!dice_.one_in(150)) return ask("-5", "");
       if (dice_.one_in(2)) return admin_message(link, "2", {});
       return ask("x", "4294967295");
     default:
@@ -889,7 +896,7 @@ void Traders::garbage(Link& link) {
   Account& account = accounts_[link.account];
   std::string frame = client::frame_fix(
       head_of("D", std::to_string(account.next_out), account.name, EXCHANGE) + "11=g" + SOH);
-  switch (dice_.below(9)) {
+  switch (dice_.below(14)) {
     case 0:
       frame[frame.size() - 2] = frame[frame.size() - 2] == '0' ? '1' : '0';
       break;
@@ -900,7 +907,8 @@ void Traders::garbage(Link& link) {
       frame.replace(frame.find("9="), 2, "9=x");
       break;
     case 3:
-      frame.replace(frame.find("9="), 2, "9=-");  // minus sixty wraps: it never completes
+      // It wraps to a length that never comes: nothing behind it is ever heard.
+      frame.replace(frame.find("9="), 2, dice_.one_in(2) ? "9=-" : "9=-1 ");
       if (!dice_.one_in(3)) frame.clear();
       break;
     case 4:
@@ -920,8 +928,24 @@ void Traders::garbage(Link& link) {
               "112=first" + SOH + "112=last" + SOH + "0112=z" + SOH,
           dice_.one_in(2) ? "FIX.4.4" : "FIXT");
       break;
-    default:
+    case 8:
       frame[frame.size() - 7] = '9';
+      break;
+    case 9:
+      frame.back() = '!';  // nobody looks at it, but the last field has no end
+      break;
+    case 10:
+      frame = client::frame_fix(
+          head_of("1", std::to_string(account.next_out++), account.name, EXCHANGE) +
+          "12345678901=long" + SOH + "112=behind" + SOH);
+      break;
+    default: {  // one byte of an order is another, and the checksum is right
+      std::string body = head_of("D", std::to_string(account.next_out++), account.name, EXCHANGE) +
+                         wire_of(good_order(account, some_symbol(), '1', 100, 1000000, '3'));
+      const size_t at = dice_.below(body.size());
+      body[at] = static_cast<char>(dice_.below(256));
+      frame = client::frame_fix(body);
+    }
   }
   link.outgoing += frame;
 }

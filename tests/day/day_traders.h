@@ -39,7 +39,8 @@ class Traders {
           std::vector<ListedSymbol> symbols, uint16_t port, const TradingStyle& style);
 
   /// One round of all of them: hear, then speak. What is said arrives in `turn` or a little later.
-  void act(uint64_t turn);
+  /// In a lull they say no more than keeps their sessions up.
+  void act(uint64_t turn, bool lull);
 
  private:
   using Fields = std::vector<std::pair<int, std::string>>;
@@ -78,6 +79,7 @@ class Traders {
     Session session = Session::LOGGING_ON;
     uint64_t since_turn = 0;
     uint64_t last_sent_ms = 0;
+    uint64_t last_heard_turn = 0;
     uint64_t heartbeat_ms = 30000;
     uint64_t last_arrival = 0;  // turn of the last piece on its way
     bool mute = false;          // says nothing more until it is timed out
@@ -103,7 +105,7 @@ class Traders {
   void follow_sequence(Link& link, const HeardFields& fields);
 
   // Speaking.
-  void speak(Link& link);
+  void speak(Link& link, bool lull);
   void new_order(Link& link);
   void ladder_of_orders(Link& link);
   void broken_order(Link& link);

@@ -34,7 +34,8 @@ void Watchers::visit() {
   visits_.emplace_back().connection = connection;
   if (dice_.one_in(3)) {
     std::deque<int64_t> limits;
-    for (uint64_t i = dice_.below(12); i > 0; --i) limits.push_back(dice_.between(0, 900));
+    for (uint64_t i = dice_.below(12); i > 0; --i)
+      limits.push_back(std::max<int64_t>(dice_.between(-400, 900), 0));
     if (dice_.one_in(8)) limits.push_back(Network::BROKEN);
     network_.limit_sends(connection, std::move(limits));
   }
@@ -174,24 +175,33 @@ std::string Watchers::gap_request() {
   return client::to_text(client::encode(request));
 }
 
-Bench::Bench(Network& network, Outputs& outputs, Dice& dice, uint16_t port)
-    : network_(network), outputs_(outputs), dice_(dice), port_(port) {}
+Bench::Bench(Network& network, Outputs& outputs, Dice& dice, uint16_t port, int usual_rate_ms)
+    : network_(network),
+      outputs_(outputs),
+      dice_(dice),
+      port_(port),
+      usual_rate_("rate " + std::to_string(usual_rate_ms)) {}
 
-void Bench::act(uint64_t turn) {
+void Bench::say(const std::string& line) {
+  outputs_.remark("control " + line);
+  network_.send_datagram(port_, line, static_cast<uint16_t>(60000 + dice_.below(3)));
+}
+
+void Bench::act(uint64_t turn, bool lull) {
   constexpr uint64_t MARK_TURNS = 500;  // the market truth file is pinned up to each mark
-  const auto say = [this](const std::string& line) {
-    outputs_.remark("control " + line);
-    network_.send_datagram(port_, line, static_cast<uint16_t>(60000 + dice_.below(3)));
-  };
+  if (lull != lull_) say(lull ? "pause" : "resume");
+  lull_ = lull;
   if (turn % MARK_TURNS == 0) say("mark m" + std::to_string(++marks_));
   if (repair_turn_ != 0 && turn >= repair_turn_) {
-    for (const char* line : {"resume", "rate 40", "drop_every 0", "dup_every 0", "reorder_every 0",
-                             "drop 0", "lapse 0"}) {
+    for (const char* line :
+         {"resume", "drop_every 0", "dup_every 0", "reorder_every 0", "drop 0", "lapse 0"}) {
       say(line);
     }
+    say(usual_rate_);
     repair_turn_ = 0;
   }
-  if (!dice_.one_in(45)) return;
+  if (turn == 2 || turn == 20) say("stats");  // ahead of every Logon, and of some
+  if (lull || !dice_.one_in(45)) return;
   for (uint64_t i = dice_.one_in(6) ? 4 : 1; i > 0; --i) say(command());
   if (repair_turn_ == 0) repair_turn_ = turn + 20 + dice_.below(300);
 }

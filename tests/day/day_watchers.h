@@ -43,18 +43,22 @@ class Watchers {
 /// The test bench at the control port. It never says "stop".
 class Bench {
  public:
-  Bench(Network& network, Outputs& outputs, Dice& dice, uint16_t port);
+  Bench(Network& network, Outputs& outputs, Dice& dice, uint16_t port, int usual_rate_ms);
 
-  void act(uint64_t turn);
+  /// In a lull the walk is paused, so that the feed has nothing to say either.
+  void act(uint64_t turn, bool lull);
 
  private:
+  void say(const std::string& line);
   std::string command();
 
   Network& network_;
   Outputs& outputs_;
   Dice& dice_;
   const uint16_t port_;
+  const std::string usual_rate_;
   uint64_t marks_ = 0;
+  bool lull_ = false;
   uint64_t repair_turn_ = 0;  // when the walk is set going again
 };
 

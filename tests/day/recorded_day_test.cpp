@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <array>
+#include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -24,6 +26,11 @@
 #include "day/day_watchers.h"
 #include "driver/exchange.h"
 #include "driver/run_config.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+#define QUORL_DAY_SANITIZED
+#include <sanitizer/common_interface_defs.h>
+#endif
 
 // The recorded day: the whole exchange, from its command line to its final lines, lives through a
 // long random day on clocks and sockets in the hand of this program, and digests of everything
@@ -47,14 +54,18 @@ struct DayPlan {
   uint64_t turns = 0;
   uint64_t opens_at_ns = 0;            // system clock
   std::vector<std::string> arguments;  // the options that are not the same on every day
-  std::string scenario;                // QUORL_SCENARIO; empty unsets it
+  std::string scenario;                // QUORL_SCENARIO
+  bool environment = true;             // without it neither variable is set
   std::string symbols;
-  std::vector<ListedSymbol> traded;  // what the traders take from the list
-  bool order_events = true;
-  bool truth = true;
+  std::vector<ListedSymbol> traded;           // what the traders take from the list
+  std::string order_events = "orders.jsonl";  // BENCH_ORDER_TRUTH, in the day's folder or absolute
+  std::string truth = "truth.jsonl";          // --truth-out, the same; empty leaves the option out
+  bool files = true;                          // the book and the BBO file
   bool control_port = true;
-  bool ports_taken = false;  // the two UDP ports
-  bool clock_steps = false;  // the system clock is set, back and ahead
+  int usual_rate_ms = 40;     // to which the bench returns
+  bool gap_fill_port = true;  // of its own, and not DEEP SNAP's number
+  bool ports_taken = false;   // the two UDP ports
+  bool clock_steps = false;   // the system clock is set, back and ahead
   TradingStyle style;
 };
 
@@ -82,13 +93,23 @@ std::string read_file(int fd, size_t offset) {
   return text;
 }
 
-/// Standard error of this process into memory, as long as it lives.
+/// Standard error of this process into memory, as long as it lives. A process that aborts still
+/// says there what it has to say.
 class CapturedStderr {
  public:
   CapturedStderr() : original_(::dup(STDERR_FILENO)), memory_(::memfd_create("stderr", 0)) {
     ::dup2(memory_, STDERR_FILENO);
+    captured = this;
+    std::signal(SIGABRT, [](int) { captured->show_last_lines(); });
+#ifdef QUORL_DAY_SANITIZED
+    __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<intptr_t>(original_)));
+#endif
   }
   ~CapturedStderr() {
+    std::signal(SIGABRT, SIG_DFL);
+#ifdef QUORL_DAY_SANITIZED
+    __sanitizer_set_report_fd(reinterpret_cast<void*>(intptr_t{STDERR_FILENO}));
+#endif
     ::dup2(original_, STDERR_FILENO);
     ::close(original_);
     ::close(memory_);
@@ -104,6 +125,17 @@ class CapturedStderr {
   }
 
  private:
+  /// Safe in a signal handler.
+  void show_last_lines() const {
+    std::array<char, 600> lines;
+    const off_t end = ::lseek(memory_, 0, SEEK_END);
+    const off_t begin = std::max<off_t>(0, end - static_cast<off_t>(lines.size()));
+    const ssize_t got = ::pread(memory_, lines.data(), lines.size(), begin);
+    [[maybe_unused]] const ssize_t shown =
+        ::write(original_, lines.data(), static_cast<size_t>(std::max<ssize_t>(got, 0)));
+  }
+
+  inline static CapturedStderr* captured = nullptr;
   int original_;
   int memory_;
   size_t read_ = 0;
@@ -121,6 +153,7 @@ class GrowingFile {
 
   std::string take() {
     if (fd_ < 0) fd_ = ::open(path_.c_str(), O_RDONLY);
+    if (fd_ < 0) return {};
     std::string text = read_file(fd_, read_);
     read_ += text.size();
     return text;
@@ -158,16 +191,18 @@ class Day {
   uint64_t misuses() const { return network_.misuses(); }
 
  private:
-  static constexpr Network::Ports PORTS = {7001, 7002, 7003, 7004};
-
   quorl::RunConfig configuration() const;
-  std::string path(const char* name) const { return folder_ + "/" + name; }
+  /// In the day's folder, unless it is absolute already.
+  std::string path(const std::string& name) const {
+    return (std::filesystem::path(folder_) / name).string();
+  }
   Network::Wait between_turns();
   void collect();
   void collect_file(Kind kind, const std::string& file);
 
   const DayPlan& plan_;
-  std::string folder_;
+  const Network::Ports ports_;
+  const std::string folder_;
   Outputs outputs_;
   Network network_;
   Dice dice_;
@@ -177,6 +212,7 @@ class Day {
   Bench bench_;
   GrowingFile order_events_;
   GrowingFile truth_;
+  uint64_t lull_until_turn_ = 0;
   std::optional<CapturedStderr> stderr_;
 };
 
@@ -187,49 +223,51 @@ std::string temporary_folder() {
   return ::mkdtemp(pattern.data());
 }
 
+Network::Ports ports_of(const DayPlan& plan) {
+  Network::Ports ports{.fix = 7001, .snap = 7002, .control = 7003, .gap_fill = 7004};
+  if (!plan.gap_fill_port) ports.gap_fill = ports.snap;
+  return ports;
+}
+
 Day::Day(const DayPlan& plan)
     : plan_(plan),
+      ports_(ports_of(plan)),
       folder_(temporary_folder()),
       outputs_(options.record_folder.empty() ? "" : options.record_folder + "/" + plan.name),
-      network_(PORTS, outputs_),
+      network_(ports_, outputs_),
       dice_(plan.seed),
       view_(SESSION),
-      traders_(network_, outputs_, dice_, view_, plan.traded, PORTS.fix, plan.style),
-      watchers_(network_, outputs_, dice_, view_, PORTS),
-      bench_(network_, outputs_, dice_, PORTS.control),
-      order_events_(path("orders.jsonl")),
-      truth_(path("truth.jsonl")) {
+      traders_(network_, outputs_, dice_, view_, plan.traded, ports_.fix, plan.style),
+      watchers_(network_, outputs_, dice_, view_, ports_),
+      bench_(network_, outputs_, dice_, ports_.control, plan.usual_rate_ms),
+      order_events_(plan.order_events.starts_with('/') ? "" : path(plan.order_events)),
+      truth_(path(plan.truth)) {
   reset_clock(plan.opens_at_ns);
   network_.on_wait = [this] { return between_turns(); };
   if (plan.ports_taken) {
-    network_.take_port(PORTS.control);
-    network_.take_port(PORTS.gap_fill);
+    network_.take_port(ports_.control);
+    network_.take_port(ports_.gap_fill);
   }
 }
 
 Day::~Day() { std::filesystem::remove_all(folder_); }
 
 quorl::RunConfig Day::configuration() const {
-  std::vector<std::string> arguments = {"quorl",
-                                        "--fix-port",
-                                        std::to_string(PORTS.fix),
-                                        "--snap-port",
-                                        std::to_string(PORTS.snap),
-                                        "--gapfill-port",
-                                        std::to_string(PORTS.gap_fill),
-                                        "--session",
-                                        std::to_string(SESSION),
-                                        "--symbols",
-                                        plan_.symbols,
-                                        "--book-out",
-                                        path("book.json"),
-                                        "--bbo-out",
-                                        path("bbo.txt")};
+  std::vector<std::string> arguments = {"quorl"};
   const auto add = [&arguments](const char* flag, const std::string& value) {
     arguments.insert(arguments.end(), {flag, value});
   };
-  if (plan_.truth) add("--truth-out", path("truth.jsonl"));
-  if (plan_.control_port) add("--control-port", std::to_string(PORTS.control));
+  add("--fix-port", std::to_string(ports_.fix));
+  add("--snap-port", std::to_string(ports_.snap));
+  if (plan_.gap_fill_port) add("--gapfill-port", std::to_string(ports_.gap_fill));
+  if (plan_.control_port) add("--control-port", std::to_string(ports_.control));
+  add("--session", std::to_string(SESSION));
+  add("--symbols", plan_.symbols);
+  if (plan_.files) {
+    add("--book-out", path("book.json"));
+    add("--bbo-out", path("bbo.txt"));
+  }
+  if (!plan_.truth.empty()) add("--truth-out", path(plan_.truth));
   arguments.insert(arguments.end(), plan_.arguments.begin(), plan_.arguments.end());
 
   std::vector<const char*> argv;
@@ -241,15 +279,13 @@ quorl::RunConfig Day::configuration() const {
 }
 
 void Day::run() {
-  if (plan_.order_events) {
-    ::setenv("BENCH_ORDER_TRUTH", path("orders.jsonl").c_str(), 1);
+  const std::string events = plan_.order_events.empty() ? "" : path(plan_.order_events);
+  if (plan_.environment) {
+    ::setenv("BENCH_ORDER_TRUTH", events.c_str(), 1);
+    ::setenv("QUORL_SCENARIO", plan_.scenario.c_str(), 1);
   } else {
     ::unsetenv("BENCH_ORDER_TRUTH");
-  }
-  if (plan_.scenario.empty()) {
     ::unsetenv("QUORL_SCENARIO");
-  } else {
-    ::setenv("QUORL_SCENARIO", plan_.scenario.c_str(), 1);
   }
   stderr_.emplace();
   {
@@ -259,7 +295,8 @@ void Day::run() {
     exchange.print_final_lines();
   }
   collect();
-  outputs_.note(Kind::TRUTH, "", truth_.take_rest());
+  const std::string rest = truth_.take_rest();
+  if (!rest.empty()) outputs_.note(Kind::TRUTH, "", rest);
   stderr_.reset();
   outputs_.end_day();
 }
@@ -271,9 +308,11 @@ Network::Wait Day::between_turns() {
   collect();
   outputs_.end_turn();
   const uint64_t turn = outputs_.turn();
+  if (dice_.one_in(2500)) lull_until_turn_ = turn + 250 + dice_.below(300);
+  const bool lull = turn < lull_until_turn_;
   watchers_.act(turn);
-  if (plan_.control_port) bench_.act(turn);
-  traders_.act(turn);
+  if (plan_.control_port) bench_.act(turn, lull);
+  traders_.act(turn, lull);
 
   Network::Wait wait;
   wait.until_event_ns = dice_.below(5 * NS_PER_MS);
@@ -291,12 +330,11 @@ Network::Wait Day::between_turns() {
 void Day::collect() {
   const std::string lines = stderr_->take();
   if (!lines.empty()) outputs_.note(Kind::STDERR, "", lines);
-  if (plan_.order_events) {
-    const std::string events = order_events_.take();
-    if (!events.empty()) outputs_.note(Kind::ORDER_EVENTS, "", events);
-  }
-  if (plan_.truth && lines.find("bench: mark ") != std::string::npos) {
-    outputs_.note(Kind::TRUTH, "", truth_.take_through_last("{\"mark\""));
+  const std::string events = order_events_.take();
+  if (!events.empty()) outputs_.note(Kind::ORDER_EVENTS, "", events);
+  if (lines.find("bench: mark ") != std::string::npos) {
+    const std::string marked = truth_.take_through_last("{\"mark\"");
+    if (!marked.empty()) outputs_.note(Kind::TRUTH, "", marked);
   }
   collect_file(Kind::BOOK, path("book.json"));
   collect_file(Kind::BBO, path("bbo.txt"));
@@ -322,6 +360,7 @@ void print_digests(const DayPlan& plan, const Outputs& outputs) {
   constexpr size_t PER_LINE = 5;
   for (size_t i = 0; i < KINDS; ++i) {
     const Account& account = outputs.account(static_cast<Kind>(i));
+    if (account.events == 0) continue;
     std::printf("{\"%s\", \"%s\", %llu, %llu, {", plan.name.c_str(),
                 std::string(KIND_NAMES[i]).c_str(), static_cast<unsigned long long>(account.events),
                 static_cast<unsigned long long>(account.bytes));
@@ -360,9 +399,13 @@ void live_through(const DayPlan& plan) {
   day.run();
   if (options.print_digests) return print_digests(plan, day.outputs());
   for (size_t i = 0; i < KINDS; ++i) {
+    const Account& account = day.outputs().account(static_cast<Kind>(i));
     const Pinned* const pinned = pinned_of(plan.name, KIND_NAMES[i]);
-    ASSERT_NE(pinned, nullptr) << plan.name << ' ' << KIND_NAMES[i] << " is not pinned";
-    const auto found = difference(*pinned, day.outputs().account(static_cast<Kind>(i)));
+    if (pinned == nullptr) {
+      EXPECT_EQ(account.events, 0U) << plan.name << ", " << KIND_NAMES[i] << ", had no events";
+      continue;
+    }
+    const auto found = difference(*pinned, account);
     EXPECT_FALSE(found.has_value()) << plan.name << ", " << KIND_NAMES[i] << ", " << *found;
   }
   EXPECT_EQ(day.misuses(), 0U) << "uses of a closed socket, or reads that would block";
@@ -371,66 +414,118 @@ void live_through(const DayPlan& plan) {
 constexpr uint64_t NOON_NS = 1'700'049'600'000'000'000;          // 2023-11-15 12:00:00
 constexpr uint64_t LEAP_EVENING_NS = 1'709'251'170'123'456'789;  // 2024-02-29 23:59:30.123
 
-TEST(RecordedDay, a_plain_day_is_as_it_was) {
+DayPlan day_of(const char* name, uint64_t seed, uint64_t turns, uint64_t opens_at_ns = NOON_NS) {
   DayPlan plan;
-  plan.name = "plain";
-  plan.seed = 1;
-  plan.turns = 15000;
-  plan.opens_at_ns = NOON_NS;
+  plan.name = name;
+  plan.seed = seed;
+  plan.turns = turns;
+  plan.opens_at_ns = opens_at_ns;
+  return plan;
+}
+
+TEST(RecordedDay, a_plain_day_is_as_it_was) {
+  DayPlan plan = day_of("plain", 1, 12000);
   plan.symbols = "AAPL:190.00,MSFT:410.00,PENNY:0.85,BARE";
   plan.traded = {{"AAPL", 1900000}, {"MSFT", 4100000}, {"PENNY", 8500}, {"BARE", 1000000}};
   live_through(plan);
 }
 
 TEST(RecordedDay, a_day_of_scripted_mischief_is_as_it_was) {
-  DayPlan plan;
-  plan.name = "scripted";
-  plan.seed = 2;
-  plan.turns = 15000;
-  plan.opens_at_ns = LEAP_EVENING_NS;
+  DayPlan plan = day_of("scripted", 2, 12000, LEAP_EVENING_NS);
   plan.arguments = {"--seed",          "7",  "--drop-every", "13",    "--dup-every",   "7",
                     "--reorder-every", "11", "--drop-burst", "100:5", "--interval-ms", "25"};
   plan.scenario =
       "name=mischief,reject_every=9,partial_fill_every=4,fill_on_cancel_every=3,"
       "unsolicited_cancel_every=6,replace_reject_every=5,lapse_ms=400,disconnect_after=60,x,y=z";
-  plan.symbols = "AAPL:190,AAPL:200,,LONGSYMBOL:3.3,SUB:0.0304,";
-  plan.traded = {{"AAPL", 1900000}, {"LONGSYMBOL", 33000}, {"SUB", 304}, {"", 1000000}};
+  plan.symbols = "AAPL:190,AAPL:200,,LONGSYMBOL:3.3,SUB:0.0304,TINY:0.01,ZERO:0,BELOW:-2,";
+  plan.traded = {{"AAPL", 1900000}, {"LONGSYMBOL", 33000}, {"SUB", 304}, {"", 1000000},
+                 {"TINY", 100},     {"ZERO", 0},           {"BELOW", 1}};
   plan.clock_steps = true;
   plan.style.session_mischief = 6;
   live_through(plan);
 }
 
+/// Long enough on the feed that its history is forgotten at the old end.
 TEST(RecordedDay, a_day_of_many_symbols_is_as_it_was) {
-  DayPlan plan;
-  plan.name = "many symbols";
-  plan.seed = 3;
-  plan.turns = 8000;
-  plan.opens_at_ns = NOON_NS;
-  plan.arguments = {"--interval-ms", "8", "--touch-hit", "0.5", "--step-bps", "4", "--quiet"};
-  plan.truth = false;
+  DayPlan plan = day_of("many symbols", 3, 6500);
+  plan.arguments = {"--interval-ms", "1", "--touch-hit", "0.5", "--step-bps", "4", "--quiet"};
+  plan.truth = "";
   for (int i = 0; i < 16; ++i) {
     const std::string name = "S" + std::to_string(i);
     plan.symbols += (i == 0 ? "" : ",") + name + ":" + std::to_string(10 + 7 * i) + ".5";
     plan.traded.push_back({name, 100000 + 70000 * i + 5000});
   }
+  plan.usual_rate_ms = 1;
   plan.style.accounts = 6;
+  plan.style.percent_active = 25;
   plan.style.patient_heartbeats = true;
   live_through(plan);
 }
 
 TEST(RecordedDay, a_day_without_control_and_gap_fill_is_as_it_was) {
-  DayPlan plan;
-  plan.name = "without ports";
-  plan.seed = 4;
-  plan.turns = 6000;
-  plan.opens_at_ns = NOON_NS;
+  DayPlan plan = day_of("without ports", 4, 4000);
   plan.ports_taken = true;
-  plan.order_events = false;
-  plan.arguments = {"--seed", "99", "--touch-hit", "0", "--bbo-out", "/nonexistent/bbo.txt"};
+  plan.order_events = "/dev/full";
+  plan.truth = "nowhere/truth.jsonl";
+  plan.arguments = {"--seed",           "99",           "--touch-hit", "0", "--bbo-out",
+                    "/nowhere/bbo.txt", "--drop-burst", "30"};
   plan.scenario = "disconnect_after=100";
   plan.symbols = "XYZ:25";
   plan.traded = {{"XYZ", 250000}};
+  plan.style.accounts = 2;
+  plan.style.session_mischief = 20;
   live_through(plan);
+}
+
+/// Hardly anybody trades and the prices stand still: the feed has nothing but its heartbeats.
+TEST(RecordedDay, a_sleepy_day_is_as_it_was) {
+  DayPlan plan = day_of("sleepy", 5, 5000, LEAP_EVENING_NS);
+  plan.arguments = {"--interval-ms", "-1"};
+  plan.environment = plan.control_port = plan.gap_fill_port = plan.files = false;
+  plan.order_events = "";
+  plan.symbols = "XYZ:25";
+  plan.traded = {{"XYZ", 250000}};
+  plan.style.accounts = 2;
+  plan.style.percent_active = 1;
+  plan.style.session_mischief = 100;
+  live_through(plan);
+}
+
+/// One account hears more reports than the exchange keeps for it.
+TEST(RecordedDay, a_day_of_one_account_is_as_it_was) {
+  DayPlan plan = day_of("one account", 6, 4000);
+  plan.truth = plan.order_events = "";
+  plan.symbols = "XYZ:25,PENNY:0.5";
+  plan.traded = {{"XYZ", 250000}, {"PENNY", 5000}};
+  plan.control_port = false;
+  plan.style.accounts = 1;
+  plan.style.most_connections = 2;
+  plan.style.percent_active = 100;
+  plan.style.most_messages = 60;
+  plan.style.most_orders = 40;
+  plan.style.session_mischief = 0;
+  plan.style.patient_heartbeats = true;
+  live_through(plan);
+}
+
+/// Each rule of a scenario alone: it arms the stats line, and nothing else may fire.
+TEST(RecordedDay, short_days_of_one_rule_are_as_they_were) {
+  for (const char* rule :
+       {"reject_every=3", "partial_fill_every=2", "fill_on_cancel_every=2",
+        "unsolicited_cancel_every=2", "replace_reject_every=2", "lapse_ms=1500"}) {
+    DayPlan plan = day_of(rule, 7, 1000);
+    plan.scenario = rule;
+    plan.truth = "";
+    plan.control_port = false;
+    if (plan.scenario.starts_with("lapse")) {  // and any port for DEEP SNAP, none for gap fill
+      plan.gap_fill_port = false;
+      plan.arguments = {"--snap-port", "0"};
+    }
+    plan.symbols = "XYZ:25";
+    plan.traded = {{"XYZ", 250000}};
+    plan.style.accounts = 3;
+    live_through(plan);
+  }
 }
 
 }  // namespace
