@@ -104,7 +104,11 @@ std::string_view exec_report_body(const Order& order, const ExecReportArgs& args
   put_price4(next("31="), args.fill != nullptr ? args.fill->price : 0);
   next("151=").number(args.leaves);
   next("14=").number(args.cum);
-  put_price(next("6="), args.cum == 0 ? 0.0 : order.notional / args.cum);
+  if (args.cum == 0) {
+    next("6=").character('0');
+  } else {
+    put_price(next("6="), order.notional / args.cum);
+  }
   next("60=").text(fix_timestamp().view());
   if (args.fill != nullptr) {
     next("30=").text(EXCHANGE_COMP_ID);
