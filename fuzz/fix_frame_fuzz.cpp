@@ -25,6 +25,7 @@ void check(bool holds) {
 
 void receive(std::string_view bytes, size_t piece_size) {
   ReceiveBuffer buffer;
+  FixFieldMap fields;
   std::string left;  // what the buffer should hold between two pieces
   while (!bytes.empty()) {
     const std::string_view piece = bytes.substr(0, piece_size);
@@ -39,7 +40,7 @@ void receive(std::string_view bytes, size_t piece_size) {
     check(buffer.bytes() == left);
     for (const std::string& frame : frames) {
       check(frame.starts_with("8=FIX"));
-      parse_fields(frame);
+      parse_fields(frame, fields);
     }
   }
 }
@@ -51,6 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
   const std::string bytes(quorl::fuzz::text_of(data + 1, size - 1));
   quorl::receive(bytes, std::max<size_t>(1, data[0]));
-  quorl::parse_fields(bytes);  // as if it had passed for a frame
+  quorl::FixFieldMap fields;
+  quorl::parse_fields(bytes, fields);  // as if it had passed for a frame
   return 0;
 }

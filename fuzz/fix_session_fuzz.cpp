@@ -166,7 +166,7 @@ class Conversation {
     engine.walk_tick();
     engine.fire_unsolicited();
     engine.publisher->flush_if_pending();
-    for (const auto& [index, message] : engine.drain_deferred(exchange_->clients)) {
+    for (const auto& [index, message] : engine.drain_deferred()) {
       gateway_.send_gated(exchange_->clients[index], message);
     }
     gateway_.run_timers(steady_ms());

@@ -111,6 +111,13 @@ TEST(FormatPrice, is_cut_by_its_buffer_and_never_overruns_it) {
   EXPECT_EQ(format_price(4, std::numeric_limits<double>::infinity()), "inf");
 }
 
+std::string price4_text(int64_t price) {
+  std::array<char, LONGEST_PRICE> text;
+  TextWriter out(text.data());
+  put_price4(out, price);
+  return {text.data(), out.position()};
+}
+
 /// "%.4f" of price / 10000.0, without the zeros at its end.
 std::string printed_price(int64_t price) {
   std::array<char, 64> text{};
@@ -121,32 +128,32 @@ std::string printed_price(int64_t price) {
   return stripped;
 }
 
-TEST(FormatPrice4, shows_ten_thousandths_as_dollars) {
-  EXPECT_EQ(format_price4(0), "0");
-  EXPECT_EQ(format_price4(1), "0.0001");
-  EXPECT_EQ(format_price4(10), "0.001");
-  EXPECT_EQ(format_price4(9999), "0.9999");
-  EXPECT_EQ(format_price4(10000), "1");
-  EXPECT_EQ(format_price4(10001), "1.0001");
-  EXPECT_EQ(format_price4(100000), "10");
-  EXPECT_EQ(format_price4(1000000), "100");
-  EXPECT_EQ(format_price4(1905000), "190.5");
-  EXPECT_EQ(format_price4(1900100), "190.01");
-  EXPECT_EQ(format_price4(-1), "-0.0001");
-  EXPECT_EQ(format_price4(-1900000), "-190");
+TEST(PutPrice4, shows_ten_thousandths_as_dollars) {
+  EXPECT_EQ(price4_text(0), "0");
+  EXPECT_EQ(price4_text(1), "0.0001");
+  EXPECT_EQ(price4_text(10), "0.001");
+  EXPECT_EQ(price4_text(9999), "0.9999");
+  EXPECT_EQ(price4_text(10000), "1");
+  EXPECT_EQ(price4_text(10001), "1.0001");
+  EXPECT_EQ(price4_text(100000), "10");
+  EXPECT_EQ(price4_text(1000000), "100");
+  EXPECT_EQ(price4_text(1905000), "190.5");
+  EXPECT_EQ(price4_text(1900100), "190.01");
+  EXPECT_EQ(price4_text(-1), "-0.0001");
+  EXPECT_EQ(price4_text(-1900000), "-190");
 }
 
-TEST(FormatPrice4, shows_the_lowest_price_there_is) {
-  EXPECT_EQ(format_price4(std::numeric_limits<int64_t>::min()), "-922337203685477.625");
+TEST(PutPrice4, shows_the_lowest_price_there_is) {
+  EXPECT_EQ(price4_text(std::numeric_limits<int64_t>::min()), "-922337203685477.625");
 }
 
-TEST(FormatPrice4, agrees_with_printf_for_small_prices) {
+TEST(PutPrice4, agrees_with_printf_for_small_prices) {
   for (int64_t price = -30000; price <= 30000; ++price) {
-    ASSERT_EQ(format_price4(price), printed_price(price)) << price;
+    ASSERT_EQ(price4_text(price), printed_price(price)) << price;
   }
 }
 
-TEST(FormatPrice4, agrees_with_printf_at_powers_of_ten_and_the_ends_of_the_range) {
+TEST(PutPrice4, agrees_with_printf_at_powers_of_ten_and_the_ends_of_the_range) {
   std::vector<int64_t> prices = {std::numeric_limits<int64_t>::min(),
                                  std::numeric_limits<int64_t>::max()};
   int64_t power = 1;
@@ -156,16 +163,16 @@ TEST(FormatPrice4, agrees_with_printf_at_powers_of_ten_and_the_ends_of_the_range
       prices.push_back(-power + offset);
     }
   }
-  for (const int64_t price : prices) ASSERT_EQ(format_price4(price), printed_price(price)) << price;
+  for (const int64_t price : prices) ASSERT_EQ(price4_text(price), printed_price(price)) << price;
 }
 
-TEST(FormatPrice4, agrees_with_printf_at_every_magnitude) {
+TEST(PutPrice4, agrees_with_printf_at_every_magnitude) {
   std::mt19937_64 random(11);
   for (int bits = 1; bits <= 63; ++bits) {
     for (int i = 0; i < 2000; ++i) {
       const auto price = static_cast<int64_t>(random() >> (64 - bits));
-      ASSERT_EQ(format_price4(price), printed_price(price)) << price;
-      ASSERT_EQ(format_price4(-price), printed_price(-price)) << -price;
+      ASSERT_EQ(price4_text(price), printed_price(price)) << price;
+      ASSERT_EQ(price4_text(-price), printed_price(-price)) << -price;
     }
   }
 }

@@ -7,8 +7,10 @@
 #include <string_view>
 #include <vector>
 
+#include "fix/outbox.h"
 #include "fix/reports.h"
 #include "fix/session.h"
+#include "market/engine.h"
 #include "support/fix_wire.h"
 #include "support/fix_wire_gateway.h"
 #include "support/inside.h"
@@ -40,12 +42,15 @@ class Resend : public testing::Test {
     return alpha;
   }
 
-  /// Puts an application message with this number into the store.
-  void stores(uint32_t seq) {
-    stream().set_next_out(seq);
-    Client owner;
-    owner.comp_id = "ALPHA";
-    prepare_app_message(gateway.exchange.engine, owner, "8", {{58, std::to_string(seq)}});
+  /// Puts so many reports into the store, numbered from `first` up. None of them is sent.
+  void stores(uint32_t first, int count = 1) {
+    stream().set_next_out(first);
+    Engine& engine = gateway.exchange.engine;
+    FixStream& alpha = engine.stream_named("ALPHA");
+    for (int i = 0; i < count; ++i) {
+      Outbox unsent;
+      build_new_report({engine, alpha, unsent}, Order{}, "AAPL");
+    }
   }
 
   /// What one ResendRequest brings: "R3" for the replay of 3, "G4-6" for a gap fill from 4 whose
@@ -263,12 +268,7 @@ TEST_F(Resend, brings_no_other_client_s_messages) {
 
 TEST_F(Resend, gap_fills_what_has_left_the_store_and_walks_a_full_one_in_one_go) {
   WirePeer alpha = gateway.logs_on("ALPHA");
-  Client owner;
-  owner.comp_id = "ALPHA";
-  stream().set_next_out(1);
-  for (int i = 0; i < 200001; ++i) {
-    prepare_app_message(gateway.exchange.engine, owner, "8", {{58, "x"}});
-  }
+  stores(1, 200001);
   EXPECT_THAT(brought_by(alpha, "|7=1|16=3"), ElementsAre("G1-2", "R2", "R3"));
 
   // The whole range, in a lapse: what is asked here is the cost of finding, not of sending.

@@ -33,7 +33,7 @@ Order aggressor(bool buy, uint32_t shares, Price4 limit = 0) {
 
 void meets_market(Exchange& exchange, Order& order) {
   exchange.engine.begin_event();
-  exchange.engine.match_order(exchange.stock(), order, nullptr, nullptr);
+  exchange.engine.match_order(exchange.stock(), order, nullptr);
   exchange.engine.publish_dirty(exchange.stock());
 }
 
@@ -134,7 +134,7 @@ TEST(Matching, passes_by_what_has_left_earlier_in_the_same_event) {
   Order buyer = aggressor(true, 150);
   engine.begin_event();
   for (const size_t leaver : {5U, 4U, 0U, 1U}) withdraw_order(engine, ids[leaver]);
-  engine.match_order(stock, buyer, nullptr, nullptr);
+  engine.match_order(stock, buyer, nullptr);
   engine.publish_dirty(stock);
   exchange.feed_shows({"T 100 @ 190.00", "T 50 @ 190.01 odd", "5 0 @ 188.00", "5 0 @ 189.00",
                        "5 0 @ 190.00", "5 50 @ 190.01 last"});
@@ -151,7 +151,7 @@ TEST(Matching, meets_nobody_on_a_side_that_has_emptied_within_the_event) {
   Order seller = aggressor(false, 100);
   engine.begin_event();
   for (const uint64_t id : ids) withdraw_order(engine, id);
-  engine.match_order(stock, seller, nullptr, nullptr);
+  engine.match_order(stock, seller, nullptr);
   engine.publish_dirty(stock);
   EXPECT_EQ(seller.leaves, 100U);
   EXPECT_THAT(level_prices(engine, stock, BUYS), IsEmpty());

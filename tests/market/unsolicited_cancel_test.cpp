@@ -149,7 +149,7 @@ TEST(ExchangeCancel, is_stored_for_an_absent_owner) {
   advance_ms(300);
   fires(exchange);
   exchange.book_holds({});
-  EXPECT_TRUE(exchange.engine.drain_deferred(exchange.clients).empty());
+  EXPECT_TRUE(exchange.engine.drain_deferred().empty());
   EXPECT_EQ(client.stream().next_out(), 3U);
   const std::vector<Stored> stored = client.stream().stored();
   ASSERT_EQ(stored.size(), 2U);

@@ -354,7 +354,8 @@ std::deque<std::string>& FixPeer::inbox() { return exchange_->inboxes_[index_]; 
 
 void FixPeer::says(std::string_view message) {
   const std::string frame = frame_of(client().comp_id, message);
-  const FixFieldMap fields = parse_fields(frame);
+  FixFieldMap fields;
+  parse_fields(frame, fields);
   hand_over(fields.text(TAG_MSG_TYPE), fields);
 }
 
@@ -367,17 +368,18 @@ void FixPeer::says_fields(char msg_type, const FixFields& fields) {
 void FixPeer::hand_over(std::string_view msg_type, const FixFieldMap& fields) {
   Engine& engine = exchange_->engine;
   Client& sender = client();
-  std::vector<std::string> replies;
+  const Outbox none;
+  const Outbox* replies = &none;
   if (msg_type == "D") {
-    replies = engine.on_new_order(sender.comp_id, sender, fields);
+    replies = &engine.on_new_order(sender.comp_id, sender, fields);
   } else if (msg_type == "F") {
-    replies = engine.on_cancel(sender.comp_id, sender, fields);
+    replies = &engine.on_cancel(sender.comp_id, sender, fields);
   } else if (msg_type == "G") {
-    replies = engine.on_cancel_replace(sender.comp_id, sender, fields);
+    replies = &engine.on_cancel_replace(sender.comp_id, sender, fields);
   } else {
     ADD_FAILURE() << "the engine has no handler for 35=" << msg_type;
   }
-  for (std::string& reply : replies) inbox().push_back(std::move(reply));
+  for (size_t i = 0; i < replies->size(); ++i) inbox().emplace_back((*replies)[i]);
 }
 
 std::string FixPeer::next_message(const char* file, int line) {
@@ -415,10 +417,7 @@ void FixPeer::hears_nothing(const char* file, int line) {
 
 void FixPeer::skips_all() { inbox().clear(); }
 
-void FixPeer::disconnects() {
-  client().fd = -1;
-  client().logged_on = false;
-}
+void FixPeer::disconnects() { disconnect_by_hand(exchange_->clients, index_); }
 
 // --- Exchange ---
 
@@ -479,21 +478,17 @@ void Exchange::is_hit(const std::string& aggressor) {
   order.price = words.price;
   order.leaves = order.qty = words.shares;
   engine.begin_event();
-  engine.match_order(*words.stock, order, nullptr, nullptr);
+  engine.match_order(*words.stock, order, nullptr);
   engine.publish_dirty(*words.stock);
 }
 
 FixPeer Exchange::logs_on(const std::string& comp_id) {
-  Client& client = clients.emplace_back();
-  client.fd = 1000000 + static_cast<int>(clients.size());  // nobody sends or reads here
-  client.logged_on = true;
-  client.comp_id = comp_id;
-  return FixPeer(*this, clients.size() - 1);
+  return FixPeer(*this, log_on_by_hand(engine, clients, comp_id));
 }
 
 void Exchange::drains_deferred() {
-  for (auto& [index, message] : engine.drain_deferred(clients)) {
-    inboxes_[index].push_back(std::move(message));
+  for (const auto& [index, message] : engine.drain_deferred()) {
+    inboxes_[index].emplace_back(message);
   }
 }
 

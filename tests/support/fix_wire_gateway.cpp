@@ -178,7 +178,7 @@ void WireGateway::serves() { sessions.serve_clients(scratch_); }
 void WireGateway::runs_timers() { sessions.run_timers(quorl::steady_ms()); }
 
 void WireGateway::sends_deferred() {
-  for (const auto& [index, message] : exchange.engine.drain_deferred(exchange.clients)) {
+  for (const auto& [index, message] : exchange.engine.drain_deferred()) {
     sessions.send_gated(exchange.clients[index], message);
   }
 }

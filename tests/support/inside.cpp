@@ -8,6 +8,7 @@
 
 #include "base/clocks.h"
 #include "feed/tp_publisher.h"
+#include "fix/fix_text.h"
 #include "fix/session.h"
 #include "fix/stream_records.h"
 #include "market/engine.h"
@@ -168,9 +169,9 @@ uint32_t SessionMemory::next_in() const { return stream_or_fresh(*engine_, comp_
 
 uint32_t SessionMemory::next_out() const { return stream_or_fresh(*engine_, comp_id_).next_out; }
 
-void SessionMemory::set_next_in(uint32_t seq) { engine_->streams[comp_id_].next_in = seq; }
+void SessionMemory::set_next_in(uint32_t seq) { engine_->stream_named(comp_id_).next_in = seq; }
 
-void SessionMemory::set_next_out(uint32_t seq) { engine_->streams[comp_id_].next_out = seq; }
+void SessionMemory::set_next_out(uint32_t seq) { engine_->stream_named(comp_id_).next_out = seq; }
 
 size_t SessionMemory::stored_count() const {
   return stream_or_fresh(*engine_, comp_id_).store.size();
@@ -178,14 +179,38 @@ size_t SessionMemory::stored_count() const {
 
 std::vector<Stored> SessionMemory::stored() const {
   std::vector<Stored> messages;
-  for (const StoredMessage& message : stream_or_fresh(*engine_, comp_id_).store) {
-    messages.push_back({message.seq, message.msg_type, std::string(message.fields.wire()),
-                        std::string(message.sending_time.view())});
+  const MessageLog<StoredMessage>& store = stream_or_fresh(*engine_, comp_id_).store;
+  for (size_t i = 0; i < store.size(); ++i) {
+    const auto [message, body] = store[i];
+    messages.push_back({message.seq, std::string(1, message.msg_type), std::string(body),
+                        std::string(FixTimestamp(message.sending_time_ns).view())});
   }
   return messages;
 }
 
+std::vector<size_t> SessionMemory::connections() const {
+  return stream_or_fresh(*engine_, comp_id_).connections;
+}
+
 size_t session_memory_count(const Engine& engine) { return engine.streams.size(); }
+
+size_t log_on_by_hand(Engine& engine, std::vector<Client>& clients, const std::string& comp_id) {
+  const size_t index = clients.size();
+  Client& client = clients.emplace_back();
+  client.fd = 1000000 + static_cast<int>(index);  // nobody sends or reads here
+  client.logged_on = true;
+  client.comp_id = comp_id;
+  client.stream = &engine.stream_named(comp_id);
+  client.stream->connections.push_back(index);
+  return index;
+}
+
+void disconnect_by_hand(std::vector<Client>& clients, size_t index) {
+  Client& client = clients.at(index);
+  std::erase(client.stream->connections, index);
+  client.fd = -1;
+  client.logged_on = false;
+}
 
 void forget_closed_clients(FixGateway& gateway) { gateway.forget_closed_clients(); }
 

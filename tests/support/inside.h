@@ -15,6 +15,7 @@
 namespace quorl {
 class FixGateway;
 class TpPublisher;
+struct Client;
 struct Engine;
 struct Stock;
 }  // namespace quorl
@@ -124,6 +125,8 @@ class SessionMemory {
   size_t stored_count() const;
   /// Oldest first.
   std::vector<Stored> stored() const;
+  /// Indices of the clients that are logged on with it, ascending.
+  std::vector<size_t> connections() const;
 
  private:
   Engine* engine_;
@@ -131,6 +134,12 @@ class SessionMemory {
 };
 
 size_t session_memory_count(const Engine& engine);
+
+/// For an exchange without a gateway: a further connection, with no socket behind it, is logged on.
+/// Returns its index.
+size_t log_on_by_hand(Engine& engine, std::vector<Client>& clients, const std::string& comp_id);
+/// Such a connection is gone; its record stays.
+void disconnect_by_hand(std::vector<Client>& clients, size_t index);
 
 /// What the loop does with the connections that a turn has closed.
 void forget_closed_clients(FixGateway& gateway);
