@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include "base/clocks.h"
 #include "base/log.h"
 #include "base/number_parsers.h"
 #include "base/sockets.h"
@@ -110,8 +109,7 @@ void disconnect(const ControlTargets& targets, std::string_view) {
 
 void lapse(const ControlTargets& targets, std::string_view argument) {
   constexpr uint32_t DEFAULT_MS = 20000;
-  targets.engine.scenario->silent_until_ms = steady_ms() + low32_or(argument, DEFAULT_MS);
-  targets.silence_announced = false;
+  targets.engine.scenario->lapse.start(low32_or(argument, DEFAULT_MS));
 }
 
 constexpr Command COMMANDS[] = {

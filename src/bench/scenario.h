@@ -6,6 +6,7 @@
 
 #include "base/output_file.h"
 #include "bench/counters.h"
+#include "bench/lapse.h"
 
 namespace quorl {
 
@@ -28,7 +29,7 @@ struct Scenario {
   uint32_t fill_on_cancel_every = 0;
   uint32_t unsolicited_cancel_every = 0;
   uint32_t replace_reject_every = 0;
-  int32_t lapse_ms = 0;           // silence that the first accepted Logon starts
+  int32_t lapse_ms = 0;           // lapse that the first accepted Logon starts
   bool disconnect_fired = false;  // a scripted or driven drop has happened
   bool lapse_fired = false;       // the scenario's lapse has been started
   uint32_t reject_next = 0;       // one-shots still to fire, as the next four
@@ -36,7 +37,7 @@ struct Scenario {
   uint32_t fill_on_cancel_next = 0;
   uint32_t unsolicited_cancel_next = 0;
   uint32_t replace_reject_next = 0;
-  uint64_t silent_until_ms = 0;       // steady clock; below it no FIX output is sent
+  Lapse lapse;
   uint64_t disconnect_requested = 0;  // not 0: drop the connection at the next order
   BenchCounters counters;
   OutputFile order_truth;  // order events; open only if the variable named a file

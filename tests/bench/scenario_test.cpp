@@ -71,7 +71,7 @@ TEST_F(ScenarioText, unset_arms_nothing_and_says_nothing) {
   EXPECT_EQ(s.fill_on_cancel_next, 0U);
   EXPECT_EQ(s.unsolicited_cancel_next, 0U);
   EXPECT_EQ(s.replace_reject_next, 0U);
-  EXPECT_EQ(s.silent_until_ms, 0U);
+  EXPECT_EQ(s.lapse.until_ms(), 0U);
   EXPECT_EQ(s.disconnect_requested, 0U);
   EXPECT_FALSE(s.order_truth.is_open());
 }
