@@ -100,9 +100,9 @@ void Driver::announce_lapse(uint64_t now_ms) {
 
 bool Driver::bench_stats_armed() const {
   const Scenario& s = *engine_.scenario;
-  return s.disconnect_after != 0 || s.reject_every != 0 || s.partial_fill_every != 0 ||
-         s.fill_on_cancel_every != 0 || s.unsolicited_cancel_every != 0 ||
-         s.replace_reject_every != 0 || s.lapse_ms != 0 || listeners_.control_fd >= 0;
+  return s.disconnect_after != 0 || s.rejects.every != 0 || s.partial_fills.every != 0 ||
+         s.fills_on_cancel.every != 0 || s.unsolicited_cancels.every != 0 ||
+         s.replace_rejects.every != 0 || s.lapse_ms != 0 || listeners_.control_fd >= 0;
 }
 
 void Driver::print_bench_stats_if_due(uint64_t now_ms) {

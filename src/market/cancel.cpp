@@ -28,8 +28,7 @@ std::vector<std::string> Engine::on_cancel(const std::string& owner, Client& cli
 
   BenchCounters& counters = scenario->counters;
   ++counters.cancel_requests;
-  if (fires(counters.cancel_requests, scenario->fill_on_cancel_every,
-            scenario->fill_on_cancel_next)) {
+  if (scenario->fills_on_cancel.fires(counters.cancel_requests)) {
     return lose_race(*stock, *order, client, cl_ord_id, orig_cl_ord_id);
   }
 

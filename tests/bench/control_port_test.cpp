@@ -89,11 +89,11 @@ class ControlCounts : public Control {
         {"drop_every", &faults().drop_every, 0},
         {"dup_every", &faults().dup_every, 0},
         {"reorder_every", &faults().reorder_every, 0},
-        {"reject", &scenario().reject_next, 1},
-        {"partial", &scenario().partial_next, 1},
-        {"fill_on_cancel", &scenario().fill_on_cancel_next, 1},
-        {"unsolicited_cancel", &scenario().unsolicited_cancel_next, 1},
-        {"replace_reject", &scenario().replace_reject_next, 1},
+        {"reject", &scenario().rejects.next, 1},
+        {"partial", &scenario().partial_fills.next, 1},
+        {"fill_on_cancel", &scenario().fills_on_cancel.next, 1},
+        {"unsolicited_cancel", &scenario().unsolicited_cancels.next, 1},
+        {"replace_reject", &scenario().replace_rejects.next, 1},
     };
   }
 };

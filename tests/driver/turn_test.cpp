@@ -664,7 +664,7 @@ TEST(Turn, a_connection_that_says_nothing_at_all_stands_for_ever) {
 
 TEST(Turn, the_stats_line_comes_after_2000_ms_and_counts_from_there) {
   Bench bench;
-  bench.exchange.scenario.reject_every = 1;
+  bench.exchange.scenario.rejects.every = 1;
   EXPECT_EQ(bench.turn_after(1999), "");
   EXPECT_EQ(bench.turn_after(1), "bench: stats " + NO_COUNTS +
                                      " next_seq=1 quorl faults: sent 0 dropped 0 duplicated 0 "
@@ -697,11 +697,11 @@ struct Arming {
 
 const Arming ARMING[] = {
     {"disconnect_after", [](Scenario& s) { s.disconnect_after = 1; }},
-    {"reject_every", [](Scenario& s) { s.reject_every = 1; }},
-    {"partial_fill_every", [](Scenario& s) { s.partial_fill_every = 1; }},
-    {"fill_on_cancel_every", [](Scenario& s) { s.fill_on_cancel_every = 1; }},
-    {"unsolicited_cancel_every", [](Scenario& s) { s.unsolicited_cancel_every = 1; }},
-    {"replace_reject_every", [](Scenario& s) { s.replace_reject_every = 1; }},
+    {"reject_every", [](Scenario& s) { s.rejects.every = 1; }},
+    {"partial_fill_every", [](Scenario& s) { s.partial_fills.every = 1; }},
+    {"fill_on_cancel_every", [](Scenario& s) { s.fills_on_cancel.every = 1; }},
+    {"unsolicited_cancel_every", [](Scenario& s) { s.unsolicited_cancels.every = 1; }},
+    {"replace_reject_every", [](Scenario& s) { s.replace_rejects.every = 1; }},
     {"lapse_ms", [](Scenario& s) { s.lapse_ms = 1; }},
     {"a negative lapse_ms", [](Scenario& s) { s.lapse_ms = -5; }},
 };
@@ -723,8 +723,8 @@ TEST(Turn, a_control_port_arms_the_stats_line) {
 TEST(Turn, one_shots_and_pending_drops_do_not_arm_the_stats_line) {
   Bench bench;
   Scenario& scenario = bench.exchange.scenario;
-  scenario.reject_next = scenario.partial_next = scenario.fill_on_cancel_next = 1;
-  scenario.unsolicited_cancel_next = scenario.replace_reject_next = 1;
+  scenario.rejects.next = scenario.partial_fills.next = scenario.fills_on_cancel.next = 1;
+  scenario.unsolicited_cancels.next = scenario.replace_rejects.next = 1;
   scenario.disconnect_requested = 1;
   scenario.name = "label";
   bench.config.drop_every = 1;
@@ -734,7 +734,7 @@ TEST(Turn, one_shots_and_pending_drops_do_not_arm_the_stats_line) {
 TEST(Turn, unarmed_the_timer_of_the_stats_line_stands_still) {
   Bench bench;
   EXPECT_EQ(bench.turn_after(5000), "");
-  bench.exchange.scenario.reject_every = 1;
+  bench.exchange.scenario.rejects.every = 1;
   EXPECT_THAT(bench.turn(), StartsWith("bench: stats "));
   EXPECT_EQ(bench.turn_after(1999), "");
 }
