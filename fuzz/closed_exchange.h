@@ -65,7 +65,6 @@ struct ClosedExchange {
   Scenario scenario;
   Engine engine;
   std::vector<Client> clients;
-  bool silence_announced = false;
 };
 
 /// One with the given symbols, open for trading.

@@ -100,8 +100,7 @@ std::unique_ptr<fuzz::ClosedExchange> open_exchange(std::string_view script) {
 class Conversation {
  public:
   explicit Conversation(std::unique_ptr<fuzz::ClosedExchange> exchange)
-      : exchange_(std::move(exchange)),
-        gateway_(exchange_->engine, exchange_->clients, exchange_->silence_announced, true) {
+      : exchange_(std::move(exchange)), gateway_(exchange_->engine, exchange_->clients, true) {
     connect();
   }
   Conversation(const Conversation&) = delete;
@@ -146,8 +145,8 @@ class Conversation {
   }
 
   void command(std::string_view line) {
-    run_control_command(line, {exchange_->engine, exchange_->config.interval_ms,
-                               exchange_->silence_announced, exchange_->clients});
+    run_control_command(line,
+                        {exchange_->engine, exchange_->config.interval_ms, exchange_->clients});
   }
 
   /// What is said before the next turn of the market came in one turn of the exchange: the reports

@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include "base/clocks.h"
 #include "base/log.h"
 #include "base/number_parsers.h"
 #include "base/sockets.h"
@@ -85,9 +84,9 @@ void set_fault_every(const ControlTargets& targets, std::string_view argument) {
 }
 
 /// A count of scripted behaviours to fire at once; the command alone asks for one.
-template <uint32_t Scenario::*field>
-void set_one_shot(const ControlTargets& targets, std::string_view argument) {
-  targets.engine.scenario->*field = low32_or(argument, 1);
+template <Script Scenario::*script>
+void set_one_shots(const ControlTargets& targets, std::string_view argument) {
+  (targets.engine.scenario->*script).next = low32_or(argument, 1);
 }
 
 /// 0 means the default too: from here the walk cannot be set to run on every turn.
@@ -110,8 +109,7 @@ void disconnect(const ControlTargets& targets, std::string_view) {
 
 void lapse(const ControlTargets& targets, std::string_view argument) {
   constexpr uint32_t DEFAULT_MS = 20000;
-  targets.engine.scenario->silent_until_ms = steady_ms() + low32_or(argument, DEFAULT_MS);
-  targets.silence_announced = false;
+  targets.engine.scenario->lapse.start(low32_or(argument, DEFAULT_MS));
 }
 
 constexpr Command COMMANDS[] = {
@@ -127,11 +125,11 @@ constexpr Command COMMANDS[] = {
     {"mark", mark},
     {"disconnect", disconnect},
     {"lapse", lapse},
-    {"reject", set_one_shot<&Scenario::reject_next>},
-    {"partial", set_one_shot<&Scenario::partial_next>},
-    {"fill_on_cancel", set_one_shot<&Scenario::fill_on_cancel_next>},
-    {"unsolicited_cancel", set_one_shot<&Scenario::unsolicited_cancel_next>},
-    {"replace_reject", set_one_shot<&Scenario::replace_reject_next>},
+    {"reject", set_one_shots<&Scenario::rejects>},
+    {"partial", set_one_shots<&Scenario::partial_fills>},
+    {"fill_on_cancel", set_one_shots<&Scenario::fills_on_cancel>},
+    {"unsolicited_cancel", set_one_shots<&Scenario::unsolicited_cancels>},
+    {"replace_reject", set_one_shots<&Scenario::replace_rejects>},
 };
 
 std::string stats_reply(const ControlTargets& targets) {

@@ -15,7 +15,6 @@ struct Engine;
 struct ControlTargets {
   Engine& engine;
   int32_t& interval_ms;  // of the walk; 0 is every turn, negative is never
-  bool& silence_announced;
   const std::vector<Client>& clients;
 };
 

@@ -12,20 +12,23 @@ struct ScenarioKey {
   void (*set)(Scenario& scenario, const std::string& value);
 };
 
-template <uint32_t Scenario::*field>
-void set_count(Scenario& scenario, const std::string& value) {
-  scenario.*field = static_cast<uint32_t>(std::stoul(value));
+uint32_t count_of(const std::string& value) { return static_cast<uint32_t>(std::stoul(value)); }
+
+template <Script Scenario::*script>
+void set_every(Scenario& scenario, const std::string& value) {
+  (scenario.*script).every = count_of(value);
 }
 
 constexpr ScenarioKey SCENARIO_KEYS[] = {
     {"name", [](Scenario& s, const std::string& value) { s.name = value; }},
-    {"disconnect_after", set_count<&Scenario::disconnect_after>},
+    {"disconnect_after",
+     [](Scenario& s, const std::string& value) { s.disconnect_after = count_of(value); }},
     {"lapse_ms", [](Scenario& s, const std::string& value) { s.lapse_ms = std::stoi(value); }},
-    {"reject_every", set_count<&Scenario::reject_every>},
-    {"partial_fill_every", set_count<&Scenario::partial_fill_every>},
-    {"fill_on_cancel_every", set_count<&Scenario::fill_on_cancel_every>},
-    {"unsolicited_cancel_every", set_count<&Scenario::unsolicited_cancel_every>},
-    {"replace_reject_every", set_count<&Scenario::replace_reject_every>},
+    {"reject_every", set_every<&Scenario::rejects>},
+    {"partial_fill_every", set_every<&Scenario::partial_fills>},
+    {"fill_on_cancel_every", set_every<&Scenario::fills_on_cancel>},
+    {"unsolicited_cancel_every", set_every<&Scenario::unsolicited_cancels>},
+    {"replace_reject_every", set_every<&Scenario::replace_rejects>},
 };
 
 void apply_item(Scenario& scenario, std::string_view item) {
@@ -62,11 +65,11 @@ Scenario::Scenario() {
       "bench: scenario '%s' armed (disconnect after %u orders, lapse %d ms, reject every "
       "%u, partial every %u, fill-on-cancel every %u, unsolicited cancel every %u, "
       "replace reject every %u)\n",
-      name.c_str(), disconnect_after, lapse_ms, reject_every, partial_fill_every,
-      fill_on_cancel_every, unsolicited_cancel_every, replace_reject_every);
+      name.c_str(), disconnect_after, lapse_ms, rejects.every, partial_fills.every,
+      fills_on_cancel.every, unsolicited_cancels.every, replace_rejects.every);
 }
 
-bool fires(uint64_t count, uint32_t every, uint32_t& next) {
+bool Script::fires(uint64_t count) {
   const bool recurring = every != 0 && count % every == 0;
   const bool one_shot = next != 0;
   if (one_shot) --next;

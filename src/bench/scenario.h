@@ -6,8 +6,20 @@
 
 #include "base/output_file.h"
 #include "bench/counters.h"
+#include "bench/lapse.h"
 
 namespace quorl {
+
+/// When one scripted behaviour fires: on each occurrence whose count is a multiple of `every`, and
+/// on the next `next` occurrences.
+struct Script {
+  uint32_t every = 0;  // 0 is off
+  uint32_t next = 0;   // one-shots still to fire
+
+  /// `count` includes the present occurrence. A one-shot is spent even where the recurring rule
+  /// fires anyway.
+  bool fires(uint64_t count);
+};
 
 /// The armed script of misbehaviours. The environment sets the recurring rules and the once-only
 /// events at start, the control port sets the one-shot counts during the run; the sites where they
@@ -23,28 +35,18 @@ struct Scenario {
 
   std::string name;               // label of the armed line
   uint32_t disconnect_after = 0;  // drop at the order that brings `orders` here; 0 off
-  uint32_t reject_every = 0;      // 0 is off, as in the next four
-  uint32_t partial_fill_every = 0;
-  uint32_t fill_on_cancel_every = 0;
-  uint32_t unsolicited_cancel_every = 0;
-  uint32_t replace_reject_every = 0;
-  int32_t lapse_ms = 0;           // silence that the first accepted Logon starts
+  Script rejects;                 // of new orders
+  Script partial_fills;           // of what would have filled whole
+  Script fills_on_cancel;         // cancels that lose the race to a fill
+  Script unsolicited_cancels;     // by the exchange, scheduled as an order comes to rest
+  Script replace_rejects;
+  int32_t lapse_ms = 0;           // lapse that the first accepted Logon starts
   bool disconnect_fired = false;  // a scripted or driven drop has happened
   bool lapse_fired = false;       // the scenario's lapse has been started
-  uint32_t reject_next = 0;       // one-shots still to fire, as the next four
-  uint32_t partial_next = 0;
-  uint32_t fill_on_cancel_next = 0;
-  uint32_t unsolicited_cancel_next = 0;
-  uint32_t replace_reject_next = 0;
-  uint64_t silent_until_ms = 0;       // steady clock; below it no FIX output is sent
+  Lapse lapse;
   uint64_t disconnect_requested = 0;  // not 0: drop the connection at the next order
   BenchCounters counters;
   OutputFile order_truth;  // order events; open only if the variable named a file
 };
-
-/// The one rule by which scripted behaviours fire: on each occurrence whose count is a multiple of
-/// `every`, and on the next `next` occurrences. A one-shot is spent even where the recurring rule
-/// fires anyway. `count` includes the present occurrence.
-bool fires(uint64_t count, uint32_t every, uint32_t& next);
 
 }  // namespace quorl

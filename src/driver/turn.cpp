@@ -29,7 +29,7 @@ Driver::Driver(RunConfig& config, Engine& engine, const Listeners& listeners)
     : config_(config),
       engine_(engine),
       listeners_(listeners),
-      gateway_(engine, clients_, silence_announced_, config.quiet),
+      gateway_(engine, clients_, config.quiet),
       last_walk_ms_(steady_ms()),
       last_deep_ms_(steady_ms()),
       last_stats_ms_(steady_ms()) {}
@@ -45,7 +45,7 @@ bool Driver::turn() {
   engine_.fire_unsolicited();
   engine_.publisher->flush_if_pending();  // the feed tells of a fill before its owner hears of it
   send_deferred_reports();
-  announce_silence(now_ms);
+  announce_lapse(now_ms);
   gateway_.run_timers(now_ms);
   print_bench_stats_if_due(now_ms);
   send_heartbeat_if_due();
@@ -59,7 +59,7 @@ bool Driver::turn() {
 void Driver::serve_control() {
   if (listeners_.control_fd < 0) return;
   serve_control_port(listeners_.control_fd, config_.control_port,
-                     {engine_, config_.interval_ms, silence_announced_, clients_}, scratch_);
+                     {engine_, config_.interval_ms, clients_}, scratch_);
 }
 
 void Driver::serve_fix() {
@@ -88,25 +88,21 @@ void Driver::send_deferred_reports() {
   }
 }
 
-/// Only the arming of a lapse clears the flag: one line for each.
-void Driver::announce_silence(uint64_t now_ms) {
-  const uint64_t silent_until_ms = engine_.scenario->silent_until_ms;
-  if (steady_ms() >= silent_until_ms) return;
-  if (!silence_announced_) {
-    print_log(
-        "bench: going silent for %llu ms (no heartbeats, no reports on the wire — the "
-        "client should Test Request, then drop and log on again; a ResendRequest brings "
-        "what it missed)\n",
-        static_cast<Printed>(silent_until_ms - now_ms));
-  }
-  silence_announced_ = true;
+void Driver::announce_lapse(uint64_t now_ms) {
+  Lapse& lapse = engine_.scenario->lapse;
+  if (!lapse.announce_once()) return;
+  print_log(
+      "bench: going silent for %llu ms (no heartbeats, no reports on the wire — the "
+      "client should Test Request, then drop and log on again; a ResendRequest brings "
+      "what it missed)\n",
+      static_cast<Printed>(lapse.until_ms() - now_ms));
 }
 
 bool Driver::bench_stats_armed() const {
   const Scenario& s = *engine_.scenario;
-  return s.disconnect_after != 0 || s.reject_every != 0 || s.partial_fill_every != 0 ||
-         s.fill_on_cancel_every != 0 || s.unsolicited_cancel_every != 0 ||
-         s.replace_reject_every != 0 || s.lapse_ms != 0 || listeners_.control_fd >= 0;
+  return s.disconnect_after != 0 || s.rejects.every != 0 || s.partial_fills.every != 0 ||
+         s.fills_on_cancel.every != 0 || s.unsolicited_cancels.every != 0 ||
+         s.replace_rejects.every != 0 || s.lapse_ms != 0 || listeners_.control_fd >= 0;
 }
 
 void Driver::print_bench_stats_if_due(uint64_t now_ms) {

@@ -40,7 +40,7 @@ class Driver {
   void serve_snaps();
   void walk_if_due(uint64_t now_ms);
   void send_deferred_reports();
-  void announce_silence(uint64_t now_ms);
+  void announce_lapse(uint64_t now_ms);
   void print_bench_stats_if_due(uint64_t now_ms);
   bool bench_stats_armed() const;
   void send_heartbeat_if_due();
@@ -51,7 +51,6 @@ class Driver {
   RunConfig& config_;
   Engine& engine_;
   const Listeners listeners_;
-  bool silence_announced_ = false;
   std::vector<Client> clients_;  // only grows
   FixGateway gateway_;
   std::vector<SnapConnection> snaps_;

@@ -1,5 +1,4 @@
 
-#include "base/clocks.h"
 #include "base/log.h"
 #include "base/number_parsers.h"
 #include "bench/scenario.h"
@@ -65,8 +64,7 @@ void FixGateway::accept_logon(Client& client, FixStream& stream, std::string_vie
   // Only now: the reply and the ResendRequest still go out.
   if (scenario_.lapse_ms > 0 && !scenario_.lapse_fired) {
     scenario_.lapse_fired = true;
-    silence_announced_ = false;
-    scenario_.silent_until_ms = steady_ms() + static_cast<uint64_t>(scenario_.lapse_ms);
+    scenario_.lapse.start(static_cast<uint64_t>(scenario_.lapse_ms));
   }
   if (!quiet_) {
     print_log("[quorl] logon %s accepted (heartbeat %d s)\n", client.comp_id.c_str(),

@@ -26,13 +26,8 @@ uint64_t age_ms(uint64_t now_ms, int64_t stamp_ms) {
 
 }  // namespace
 
-FixGateway::FixGateway(Engine& engine, std::vector<Client>& clients, bool& silence_announced,
-                       bool quiet)
-    : engine_(engine),
-      scenario_(*engine.scenario),
-      clients_(clients),
-      silence_announced_(silence_announced),
-      quiet_(quiet) {}
+FixGateway::FixGateway(Engine& engine, std::vector<Client>& clients, bool quiet)
+    : engine_(engine), scenario_(*engine.scenario), clients_(clients), quiet_(quiet) {}
 
 void FixGateway::accept_clients(int listen_fd) {
   for (int fd = accept_connection(listen_fd); fd >= 0; fd = accept_connection(listen_fd)) {
@@ -164,7 +159,7 @@ bool FixGateway::connection_drop(Client& client) {
 }
 
 void FixGateway::send_gated(Client& client, std::string_view message) {
-  if (client.fd < 0 || steady_ms() < scenario_.silent_until_ms) return;
+  if (client.fd < 0 || scenario_.lapse.is_silent()) return;
   send_ignoring_result(client.fd, message);
   client.last_tx_ms = static_cast<int64_t>(steady_ms());
 }
@@ -224,7 +219,7 @@ void FixGateway::run_timers(uint64_t now_ms) {
 
 void FixGateway::send_heartbeat_if_due(Client& client, uint64_t now_ms) {
   const uint64_t period_ms = static_cast<uint64_t>(client.heartbeat_s) * 1000;
-  if (steady_ms() < scenario_.silent_until_ms) return;
+  if (scenario_.lapse.is_silent()) return;
   if (age_ms(now_ms, client.last_tx_ms) >= period_ms) send_admin(client, "0", {});
 }
 

@@ -21,10 +21,10 @@ struct Scenario;
 /// not the full session rulebook: a low MsgSeqNum on a running session is not fatal, and a stream
 /// outlives its connections.
 ///
-/// Borrows the engine, the vector of clients and the driver's flag for the run.
+/// Borrows the engine and the vector of clients for the run.
 class FixGateway {
  public:
-  FixGateway(Engine& engine, std::vector<Client>& clients, bool& silence_announced, bool quiet);
+  FixGateway(Engine& engine, std::vector<Client>& clients, bool quiet);
 
   /// Accepts until accept fails. Any failure ends the accepting of this turn.
   void accept_clients(int listen_fd);
@@ -104,7 +104,6 @@ class FixGateway {
   Engine& engine_;
   Scenario& scenario_;
   std::vector<Client>& clients_;
-  bool& silence_announced_;
   const bool quiet_;
   std::vector<size_t> open_clients_;
   // Of the message in hand; kept for their memory.

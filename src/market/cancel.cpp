@@ -25,8 +25,7 @@ const Outbox& Engine::on_cancel(const std::string& owner, Client& client,
 
   BenchCounters& counters = scenario->counters;
   ++counters.cancel_requests;
-  if (fires(counters.cancel_requests, scenario->fill_on_cancel_every,
-            scenario->fill_on_cancel_next)) {
+  if (scenario->fills_on_cancel.fires(counters.cancel_requests)) {
     lose_race(*stock, *order, to, cl_ord_id, orig_cl_ord_id);
     return to.out;
   }

@@ -58,9 +58,7 @@ uint32_t Engine::scripted_quantity(const Order& order, uint32_t qty, bool script
   if (order.owner.empty() || qty < 2 || !scriptable || qty != order.leaves) return qty;
   BenchCounters& counters = scenario->counters;
   ++counters.partial_candidates;
-  if (!fires(counters.partial_candidates, scenario->partial_fill_every, scenario->partial_next)) {
-    return qty;
-  }
+  if (!scenario->partial_fills.fires(counters.partial_candidates)) return qty;
   const uint32_t half_in_lots = order.leaves / 200 * 100;
   const uint32_t cut = half_in_lots != 0 ? half_in_lots : order.leaves / 2;
   ++counters.partials;

@@ -151,7 +151,7 @@ const Outbox& Engine::on_new_order(const std::string& owner, Client& client,
   }
   BenchCounters& counters = scenario->counters;
   ++counters.orders;
-  if (fires(counters.orders, scenario->reject_every, scenario->reject_next)) {
+  if (scenario->rejects.fires(counters.orders)) {
     ++counters.rejects;
     build_reject_report(to, request.order, symbol, "bench:scripted_reject", "0");
   } else {
@@ -196,10 +196,7 @@ void Engine::cancel_remainder(const Order& order, const Stock& stock, const Repo
 
 /// Counts on accepted orders, and is asked only for one that has come to rest.
 void Engine::schedule_cancel_if_scripted(const Order& order) {
-  if (!fires(scenario->counters.accepts, scenario->unsolicited_cancel_every,
-             scenario->unsolicited_cancel_next)) {
-    return;
-  }
+  if (!scenario->unsolicited_cancels.fires(scenario->counters.accepts)) return;
   const int64_t due_ms = static_cast<int64_t>(steady_ms()) + UNSOLICITED_CANCEL_DELAY_MS;
   scheduled_cancels.schedule({order.owner, order.cl_ord_id, due_ms});
 }

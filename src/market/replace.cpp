@@ -82,8 +82,7 @@ const Outbox& Engine::on_cancel_replace(const std::string& owner, Client& client
     return reject("Side / Symbol must match the original", '0', '2');
   }
   ++counters.replace_requests;
-  if (fires(counters.replace_requests, scenario->replace_reject_every,
-            scenario->replace_reject_next)) {
+  if (scenario->replace_rejects.fires(counters.replace_requests)) {
     print_log("bench: scripted replace reject for %s -> %s (the order stands as it was)\n",
               std::string(orig_cl_ord_id).c_str(), std::string(cl_ord_id).c_str());
     return reject("bench:scripted_replace_reject", by_executed, '2');

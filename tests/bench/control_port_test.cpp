@@ -32,9 +32,7 @@ class Control : public testing::Test {
  protected:
   Control() { set_next_seq(exchange.publisher, 813); }
 
-  ControlTargets targets() {
-    return {exchange.engine, interval_ms, silence_announced, exchange.clients};
-  }
+  ControlTargets targets() { return {exchange.engine, interval_ms, exchange.clients}; }
 
   /// The reply to one datagram; `log` is what was said on standard error.
   std::string reply_to(std::string_view datagram) {
@@ -49,7 +47,6 @@ class Control : public testing::Test {
 
   Exchange exchange{"AAPL:190.00"};
   int32_t interval_ms = 7;
-  bool silence_announced = false;
   std::string log;
 };
 
@@ -92,11 +89,11 @@ class ControlCounts : public Control {
         {"drop_every", &faults().drop_every, 0},
         {"dup_every", &faults().dup_every, 0},
         {"reorder_every", &faults().reorder_every, 0},
-        {"reject", &scenario().reject_next, 1},
-        {"partial", &scenario().partial_next, 1},
-        {"fill_on_cancel", &scenario().fill_on_cancel_next, 1},
-        {"unsolicited_cancel", &scenario().unsolicited_cancel_next, 1},
-        {"replace_reject", &scenario().replace_reject_next, 1},
+        {"reject", &scenario().rejects.next, 1},
+        {"partial", &scenario().partial_fills.next, 1},
+        {"fill_on_cancel", &scenario().fills_on_cancel.next, 1},
+        {"unsolicited_cancel", &scenario().unsolicited_cancels.next, 1},
+        {"replace_reject", &scenario().replace_rejects.next, 1},
     };
   }
 };
@@ -186,34 +183,35 @@ TEST_F(Control, disconnect_asks_for_one_drop_however_often_it_is_sent) {
 }
 
 TEST_F(Control, lapse_silences_from_now_on_and_is_announced_anew) {
-  silence_announced = true;
+  scenario().lapse.start(1000);
+  EXPECT_TRUE(scenario().lapse.announce_once());
   advance_ms(500);
   EXPECT_EQ(reply_to("lapse 3000"), "ok lapse 3000\n");
-  EXPECT_EQ(scenario().silent_until_ms, START_STEADY_MS + 3500);
-  EXPECT_FALSE(silence_announced);
+  EXPECT_EQ(scenario().lapse.until_ms(), START_STEADY_MS + 3500);
+  EXPECT_TRUE(scenario().lapse.announce_once());
   EXPECT_EQ(log, "");
   EXPECT_FALSE(scenario().lapse_fired);
 }
 
 TEST_F(Control, lapse_is_20_seconds_for_what_is_no_number) {
   for (const char* line : {"lapse", "lapse abc", "lapse 18446744073709551616"}) {
-    scenario().silent_until_ms = 0;
+    scenario().lapse.start(0);
     EXPECT_EQ(reply_to(line), "ok " + std::string(line) + "\n");
-    EXPECT_EQ(scenario().silent_until_ms, START_STEADY_MS + 20000) << line;
+    EXPECT_EQ(scenario().lapse.until_ms(), START_STEADY_MS + 20000) << line;
   }
 }
 
 TEST_F(Control, lapse_of_0_ends_one_that_runs) {
-  scenario().silent_until_ms = START_STEADY_MS + 99999;
+  scenario().lapse.start(99999);
   reply_to("lapse 0");
-  EXPECT_EQ(scenario().silent_until_ms, START_STEADY_MS);
+  EXPECT_EQ(scenario().lapse.until_ms(), START_STEADY_MS);
 }
 
 TEST_F(Control, lapse_of_minus_1_is_the_longest_there_is) {
   reply_to("lapse -1");
-  EXPECT_EQ(scenario().silent_until_ms, START_STEADY_MS + 4294967295);
+  EXPECT_EQ(scenario().lapse.until_ms(), START_STEADY_MS + 4294967295);
   reply_to("lapse 4294967296");
-  EXPECT_EQ(scenario().silent_until_ms, START_STEADY_MS);
+  EXPECT_EQ(scenario().lapse.until_ms(), START_STEADY_MS);
 }
 
 TEST_F(Control, stats_tells_all_counters_the_place_the_faults_and_the_session) {

@@ -58,20 +58,20 @@ TEST_F(ScenarioText, unset_arms_nothing_and_says_nothing) {
   const Scenario& s = *scenario;
   EXPECT_EQ(s.name, "");
   EXPECT_EQ(s.disconnect_after, 0U);
-  EXPECT_EQ(s.reject_every, 0U);
-  EXPECT_EQ(s.partial_fill_every, 0U);
-  EXPECT_EQ(s.fill_on_cancel_every, 0U);
-  EXPECT_EQ(s.unsolicited_cancel_every, 0U);
-  EXPECT_EQ(s.replace_reject_every, 0U);
+  EXPECT_EQ(s.rejects.every, 0U);
+  EXPECT_EQ(s.partial_fills.every, 0U);
+  EXPECT_EQ(s.fills_on_cancel.every, 0U);
+  EXPECT_EQ(s.unsolicited_cancels.every, 0U);
+  EXPECT_EQ(s.replace_rejects.every, 0U);
   EXPECT_EQ(s.lapse_ms, 0);
   EXPECT_FALSE(s.disconnect_fired);
   EXPECT_FALSE(s.lapse_fired);
-  EXPECT_EQ(s.reject_next, 0U);
-  EXPECT_EQ(s.partial_next, 0U);
-  EXPECT_EQ(s.fill_on_cancel_next, 0U);
-  EXPECT_EQ(s.unsolicited_cancel_next, 0U);
-  EXPECT_EQ(s.replace_reject_next, 0U);
-  EXPECT_EQ(s.silent_until_ms, 0U);
+  EXPECT_EQ(s.rejects.next, 0U);
+  EXPECT_EQ(s.partial_fills.next, 0U);
+  EXPECT_EQ(s.fills_on_cancel.next, 0U);
+  EXPECT_EQ(s.unsolicited_cancels.next, 0U);
+  EXPECT_EQ(s.replace_rejects.next, 0U);
+  EXPECT_EQ(s.lapse.until_ms(), 0U);
   EXPECT_EQ(s.disconnect_requested, 0U);
   EXPECT_FALSE(s.order_truth.is_open());
 }
@@ -92,11 +92,11 @@ TEST_F(ScenarioText, sets_every_key_and_says_so_in_one_line) {
   EXPECT_EQ(s.name, "all of it");
   EXPECT_EQ(s.disconnect_after, 1U);
   EXPECT_EQ(s.lapse_ms, 2);
-  EXPECT_EQ(s.reject_every, 3U);
-  EXPECT_EQ(s.partial_fill_every, 4U);
-  EXPECT_EQ(s.fill_on_cancel_every, 5U);
-  EXPECT_EQ(s.unsolicited_cancel_every, 6U);
-  EXPECT_EQ(s.replace_reject_every, 7U);
+  EXPECT_EQ(s.rejects.every, 3U);
+  EXPECT_EQ(s.partial_fills.every, 4U);
+  EXPECT_EQ(s.fills_on_cancel.every, 5U);
+  EXPECT_EQ(s.unsolicited_cancels.every, 6U);
+  EXPECT_EQ(s.replace_rejects.every, 7U);
 }
 
 TEST_F(ScenarioText, prints_the_line_even_if_it_understood_nothing) {
@@ -111,20 +111,20 @@ TEST_F(ScenarioText, prints_the_line_even_if_it_understood_nothing) {
 TEST_F(ScenarioText, skips_what_is_no_item_of_its_own_and_reads_the_rest) {
   for (const char* text : {",reject_every=3", "reject_every=3,", "x,reject_every=3,=9,y=z",
                            ",,reject_every=3,,", "foo=abc,reject_every=3"}) {
-    EXPECT_EQ(armed_by(text).reject_every, 3U) << text;
+    EXPECT_EQ(armed_by(text).rejects.every, 3U) << text;
   }
 }
 
 TEST_F(ScenarioText, compares_keys_whole_and_trims_nothing) {
   for (const char* text : {" reject_every=3", "reject_every =3", "REJECT_EVERY=3", "reject_ever=3",
                            "reject_every_=3", "reject_next=3"}) {
-    EXPECT_EQ(armed_by(text).reject_every, 0U) << text;
+    EXPECT_EQ(armed_by(text).rejects.every, 0U) << text;
     EXPECT_EQ(log, armed_line("", "0 0 0 0 0 0 0")) << text;
   }
 }
 
 TEST_F(ScenarioText, lets_a_later_item_override_an_earlier_one) {
-  EXPECT_EQ(armed_by("reject_every=3,name=a,reject_every=5,name=b").reject_every, 5U);
+  EXPECT_EQ(armed_by("reject_every=3,name=a,reject_every=5,name=b").rejects.every, 5U);
   EXPECT_EQ(scenario->name, "b");
 }
 
@@ -136,7 +136,7 @@ TEST_F(ScenarioText, takes_all_behind_the_first_equals_sign_for_the_value) {
 
 TEST_F(ScenarioText, cuts_a_name_at_a_comma_and_takes_the_rest_for_an_item) {
   EXPECT_EQ(armed_by("name=a,reject_every=2,b").name, "a");
-  EXPECT_EQ(scenario->reject_every, 2U);
+  EXPECT_EQ(scenario->rejects.every, 2U);
 }
 
 TEST_F(ScenarioText, prints_a_name_with_format_characters_as_it_stands) {
@@ -159,11 +159,12 @@ TEST_F(ScenarioText, reads_counts_in_base_10_and_stores_their_low_32_bits) {
                                                      {"4294967299", 3},
                                                      {"18446744073709551615", 4294967295}}) {
     EXPECT_EQ(armed_by("disconnect_after=" + text).disconnect_after, value) << text;
-    EXPECT_EQ(armed_by("reject_every=" + text).reject_every, value) << text;
-    EXPECT_EQ(armed_by("partial_fill_every=" + text).partial_fill_every, value) << text;
-    EXPECT_EQ(armed_by("fill_on_cancel_every=" + text).fill_on_cancel_every, value) << text;
-    EXPECT_EQ(armed_by("unsolicited_cancel_every=" + text).unsolicited_cancel_every, value) << text;
-    EXPECT_EQ(armed_by("replace_reject_every=" + text).replace_reject_every, value) << text;
+    EXPECT_EQ(armed_by("reject_every=" + text).rejects.every, value) << text;
+    EXPECT_EQ(armed_by("partial_fill_every=" + text).partial_fills.every, value) << text;
+    EXPECT_EQ(armed_by("fill_on_cancel_every=" + text).fills_on_cancel.every, value) << text;
+    EXPECT_EQ(armed_by("unsolicited_cancel_every=" + text).unsolicited_cancels.every, value)
+        << text;
+    EXPECT_EQ(armed_by("replace_reject_every=" + text).replace_rejects.every, value) << text;
   }
   armed_by("disconnect_after=-1");
   EXPECT_EQ(log, armed_line("", "4294967295 0 0 0 0 0 0"));
@@ -255,7 +256,7 @@ TEST_F(OrderEventFile, is_opened_for_appending) {
 
 TEST_F(OrderEventFile, is_made_at_once_and_stands_beside_a_script) {
   ::setenv("BENCH_ORDER_TRUTH", path.c_str(), 1);
-  EXPECT_EQ(armed_by("reject_every=2").reject_every, 2U);
+  EXPECT_EQ(armed_by("reject_every=2").rejects.every, 2U);
   struct stat found {};
   EXPECT_EQ(::stat(path.c_str(), &found), 0);
 }
@@ -275,7 +276,7 @@ TEST_F(OrderEventFile, that_cannot_be_opened_is_passed_over_in_silence) {
 
 // --- The firing rule ---
 
-TEST(Fires, by_the_recurring_rule_or_a_one_shot_and_spends_the_one_shot_on_either) {
+TEST(Script, fires_by_the_recurring_rule_or_a_one_shot_and_spends_the_one_shot_on_either) {
   struct Case {
     uint64_t count;
     uint32_t every;
@@ -302,31 +303,32 @@ TEST(Fires, by_the_recurring_rule_or_a_one_shot_and_spends_the_one_shot_on_eithe
                                          {1, 0, 4294967295, true, 4294967294}}) {
     SCOPED_TRACE(std::to_string(c.count) + " every " + std::to_string(c.every) + " next " +
                  std::to_string(c.next));
-    uint32_t next = c.next;
-    EXPECT_EQ(fires(c.count, c.every, next), c.fired);
-    EXPECT_EQ(next, c.next_after);
+    Script script{.every = c.every, .next = c.next};
+    EXPECT_EQ(script.fires(c.count), c.fired);
+    EXPECT_EQ(script.every, c.every);
+    EXPECT_EQ(script.next, c.next_after);
   }
 }
 
-TEST(Fires, on_every_third_occurrence_from_the_third_on) {
-  uint32_t none = 0;
+TEST(Script, fires_on_every_third_occurrence_from_the_third_on) {
+  Script script{.every = 3};
   std::string fired;
-  for (uint64_t count = 1; count <= 9; ++count) fired += fires(count, 3, none) ? 'x' : '.';
+  for (uint64_t count = 1; count <= 9; ++count) fired += script.fires(count) ? 'x' : '.';
   EXPECT_EQ(fired, "..x..x..x");
 }
 
-TEST(Fires, on_the_first_by_a_one_shot_and_on_the_second_by_the_rule) {
-  uint32_t next = 1;
-  EXPECT_TRUE(fires(1, 2, next));
-  EXPECT_EQ(next, 0U);
-  EXPECT_TRUE(fires(2, 2, next));
-  EXPECT_FALSE(fires(3, 2, next));
+TEST(Script, fires_on_the_first_by_a_one_shot_and_on_the_second_by_the_rule) {
+  Script script{.every = 2, .next = 1};
+  EXPECT_TRUE(script.fires(1));
+  EXPECT_EQ(script.next, 0U);
+  EXPECT_TRUE(script.fires(2));
+  EXPECT_FALSE(script.fires(3));
 }
 
-TEST(Fires, always_by_a_rule_of_one_while_the_one_shots_run_out) {
-  uint32_t next = 5;
-  for (uint64_t count = 1; count <= 7; ++count) EXPECT_TRUE(fires(count, 1, next));
-  EXPECT_EQ(next, 0U);
+TEST(Script, fires_always_by_a_rule_of_one_while_the_one_shots_run_out) {
+  Script script{.every = 1, .next = 5};
+  for (uint64_t count = 1; count <= 7; ++count) EXPECT_TRUE(script.fires(count));
+  EXPECT_EQ(script.next, 0U);
 }
 
 }  // namespace

@@ -70,7 +70,7 @@ TEST(BenchStatsText, does_not_move_for_an_order_that_the_ladder_refuses) {
 
 TEST(BenchStatsText, counts_a_lost_race_as_a_fill_and_a_refused_cancel_and_not_as_a_cancel) {
   Exchange exchange("AAPL:190.00");
-  exchange.scenario.fill_on_cancel_next = 1;
+  exchange.scenario.fills_on_cancel.next = 1;
   FixPeer alpha = exchange.logs_on("ALPHA");
   alpha.says("35=D|11=a1|55=AAPL|54=1|38=100|40=2|44=190|18=i");
   standard_error_of([&] { alpha.says("35=F|11=c1|41=a1"); });

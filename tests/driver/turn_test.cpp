@@ -483,7 +483,7 @@ TEST(Turn, reports_owed_are_composed_in_a_lapse_and_not_sent) {
   client.sends(logon("ALPHA"));
   bench.turn();
   client.hears();
-  bench.exchange.scenario.silent_until_ms = START + 1;
+  bench.exchange.scenario.lapse.start(1);
   bench.owes("ALPHA", "lost");
   bench.turn();
   EXPECT_EQ(bench.exchange.scenario.counters.fills, 1u);
@@ -501,7 +501,7 @@ TEST(Turn, a_lapse_that_ends_between_two_reports_lets_the_second_through) {
   client.sends(logon("ALPHA"));
   bench.turn();
   client.hears();
-  bench.exchange.scenario.silent_until_ms = START + 1;
+  bench.exchange.scenario.lapse.start(1);
   bench.owes("ALPHA", "first");
   bench.turn();
   bench.in_the_next_turn([] { test::advance_ms(1); });
@@ -524,7 +524,7 @@ std::string lapse_line(uint64_t ms) {
 
 TEST(Turn, a_lapse_is_announced_once_with_what_remains_of_it) {
   Bench bench;
-  bench.exchange.scenario.silent_until_ms = START + 5000;
+  bench.exchange.scenario.lapse.start(5000);
   EXPECT_EQ(bench.turn_after(20), lapse_line(4980));
   EXPECT_EQ(bench.turn_after(1), "");
   EXPECT_EQ(bench.turn_after(900), "");
@@ -532,14 +532,14 @@ TEST(Turn, a_lapse_is_announced_once_with_what_remains_of_it) {
 
 TEST(Turn, what_remains_is_reckoned_from_the_turn_s_own_reading) {
   Bench bench;
-  bench.exchange.scenario.silent_until_ms = START + 5000;
+  bench.exchange.scenario.lapse.start(5000);
   bench.in_the_next_turn([] { test::advance_ms(7); });
   EXPECT_EQ(bench.turn(), lapse_line(5000));
 }
 
 TEST(Turn, a_lapse_that_is_over_by_then_is_not_announced) {
   Bench bench;
-  bench.exchange.scenario.silent_until_ms = START + 7;
+  bench.exchange.scenario.lapse.start(7);
   bench.in_the_next_turn([] { test::advance_ms(7); });
   EXPECT_EQ(bench.turn(), "");
 }
@@ -559,7 +559,6 @@ TEST(Turn, only_the_arming_of_a_lapse_makes_it_announced_again) {
   bench.commands("lapse 300");
   EXPECT_EQ(bench.turn(), lapse_line(300));
   bench.turn_after(301);
-  bench.exchange.scenario.silent_until_ms = START + 1000;  // not armed by anybody
   EXPECT_EQ(bench.turn(), "");
   bench.commands("lapse 400");
   EXPECT_EQ(bench.turn(), lapse_line(400));
@@ -589,7 +588,7 @@ TEST(Turn, one_line_announces_the_lapse_of_all_clients_and_all_go_silent) {
 
 TEST(Turn, a_lapse_leaves_market_data_alone) {
   Bench bench;
-  bench.exchange.scenario.silent_until_ms = START + 5000;
+  bench.exchange.scenario.lapse.start(5000);
   bench.asks_for_gap_fill();
   TcpPeer subscriber(bench.snap_port);
   subscriber.sends(snap_request());
@@ -646,7 +645,7 @@ TEST(Turn, in_a_lapse_heartbeats_stop_and_the_time_out_runs_on) {
   client.sends(logon("ALPHA", 1));
   bench.turn();
   EXPECT_EQ(client.hears(), "A");
-  bench.exchange.scenario.silent_until_ms = START + 100000;
+  bench.exchange.scenario.lapse.start(100000);
   bench.turn_after(1500);
   EXPECT_EQ(client.hears(), "");
   EXPECT_THAT(bench.turn_after(1000), HasSubstr("[quorl] client ALPHA timed out"));
@@ -665,7 +664,7 @@ TEST(Turn, a_connection_that_says_nothing_at_all_stands_for_ever) {
 
 TEST(Turn, the_stats_line_comes_after_2000_ms_and_counts_from_there) {
   Bench bench;
-  bench.exchange.scenario.reject_every = 1;
+  bench.exchange.scenario.rejects.every = 1;
   EXPECT_EQ(bench.turn_after(1999), "");
   EXPECT_EQ(bench.turn_after(1), "bench: stats " + NO_COUNTS +
                                      " next_seq=1 quorl faults: sent 0 dropped 0 duplicated 0 "
@@ -698,11 +697,11 @@ struct Arming {
 
 const Arming ARMING[] = {
     {"disconnect_after", [](Scenario& s) { s.disconnect_after = 1; }},
-    {"reject_every", [](Scenario& s) { s.reject_every = 1; }},
-    {"partial_fill_every", [](Scenario& s) { s.partial_fill_every = 1; }},
-    {"fill_on_cancel_every", [](Scenario& s) { s.fill_on_cancel_every = 1; }},
-    {"unsolicited_cancel_every", [](Scenario& s) { s.unsolicited_cancel_every = 1; }},
-    {"replace_reject_every", [](Scenario& s) { s.replace_reject_every = 1; }},
+    {"reject_every", [](Scenario& s) { s.rejects.every = 1; }},
+    {"partial_fill_every", [](Scenario& s) { s.partial_fills.every = 1; }},
+    {"fill_on_cancel_every", [](Scenario& s) { s.fills_on_cancel.every = 1; }},
+    {"unsolicited_cancel_every", [](Scenario& s) { s.unsolicited_cancels.every = 1; }},
+    {"replace_reject_every", [](Scenario& s) { s.replace_rejects.every = 1; }},
     {"lapse_ms", [](Scenario& s) { s.lapse_ms = 1; }},
     {"a negative lapse_ms", [](Scenario& s) { s.lapse_ms = -5; }},
 };
@@ -724,8 +723,8 @@ TEST(Turn, a_control_port_arms_the_stats_line) {
 TEST(Turn, one_shots_and_pending_drops_do_not_arm_the_stats_line) {
   Bench bench;
   Scenario& scenario = bench.exchange.scenario;
-  scenario.reject_next = scenario.partial_next = scenario.fill_on_cancel_next = 1;
-  scenario.unsolicited_cancel_next = scenario.replace_reject_next = 1;
+  scenario.rejects.next = scenario.partial_fills.next = scenario.fills_on_cancel.next = 1;
+  scenario.unsolicited_cancels.next = scenario.replace_rejects.next = 1;
   scenario.disconnect_requested = 1;
   scenario.name = "label";
   bench.config.drop_every = 1;
@@ -735,7 +734,7 @@ TEST(Turn, one_shots_and_pending_drops_do_not_arm_the_stats_line) {
 TEST(Turn, unarmed_the_timer_of_the_stats_line_stands_still) {
   Bench bench;
   EXPECT_EQ(bench.turn_after(5000), "");
-  bench.exchange.scenario.reject_every = 1;
+  bench.exchange.scenario.rejects.every = 1;
   EXPECT_THAT(bench.turn(), StartsWith("bench: stats "));
   EXPECT_EQ(bench.turn_after(1999), "");
 }
@@ -975,7 +974,7 @@ TEST(Turn, does_everything_in_its_fixed_order) {
     test::advance_ms(1000);  // the feed's heartbeat becomes due behind the flushes
     bench.exchange.publisher.append("late", 4);
   });
-  bench.exchange.scenario.silent_until_ms = START + 15000;
+  bench.exchange.scenario.lapse.start(5000);
   bench.exchange.publisher.faults.dup_every = 1;  // each flush says so
   bench.commands("mark here");
   TcpPeer beta(bench.fix_port);

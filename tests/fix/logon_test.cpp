@@ -347,10 +347,9 @@ TEST_F(Logon, marked_as_a_replay_is_not_dropped_for_its_low_number) {
 
 class LogonWithLapse : public Logon {
  protected:
-  LogonWithLapse() {
-    gateway.exchange.scenario.lapse_ms = 1000;
-    gateway.silence_announced = true;
-  }
+  LogonWithLapse() { gateway.exchange.scenario.lapse_ms = 1000; }
+
+  Lapse& lapse() { return gateway.exchange.scenario.lapse; }
 };
 
 TEST_F(LogonWithLapse, falls_silent_only_behind_its_reply_and_its_resend_request) {
@@ -358,8 +357,7 @@ TEST_F(LogonWithLapse, falls_silent_only_behind_its_reply_and_its_resend_request
   alpha.hears("35=A|34=1");
   alpha.hears("35=2|34=2|7=1|16=2");
   EXPECT_TRUE(gateway.exchange.scenario.lapse_fired);
-  EXPECT_FALSE(gateway.silence_announced);
-  EXPECT_EQ(gateway.exchange.scenario.silent_until_ms, START_STEADY_MS + 1000);
+  EXPECT_EQ(lapse().until_ms(), START_STEADY_MS + 1000);
   alpha.says("35=1|34=4|112=x");
   alpha.hears_nothing();
 }
@@ -368,23 +366,31 @@ TEST_F(LogonWithLapse, counts_the_silence_from_the_present) {
   WirePeer alpha = gateway.connects();
   advance_ms(777);
   alpha.says("35=A|34=1|49=ALPHA|56=IEXG|108=30");
-  EXPECT_EQ(gateway.exchange.scenario.silent_until_ms, START_STEADY_MS + 1777);
+  EXPECT_EQ(lapse().until_ms(), START_STEADY_MS + 1777);
+}
+
+TEST_F(LogonWithLapse, makes_it_announced_even_behind_another_one) {
+  lapse().start(5);
+  EXPECT_TRUE(lapse().announce_once());
+  advance_ms(5);
+  gateway.logs_on("ALPHA");
+  EXPECT_TRUE(lapse().announce_once());
 }
 
 TEST_F(LogonWithLapse, falls_silent_once_in_a_run) {
   gateway.logs_on("ALPHA");
+  EXPECT_TRUE(lapse().announce_once());
+  attempt("35=A|34=1|49=BETA|56=IEXG|108=30");
+  EXPECT_FALSE(lapse().announce_once());
   advance_ms(5000);
-  gateway.silence_announced = true;
-  gateway.logs_on("BETA");
-  EXPECT_EQ(gateway.exchange.scenario.silent_until_ms, START_STEADY_MS + 1000);
-  EXPECT_TRUE(gateway.silence_announced);
+  gateway.logs_on("GAMMA");
+  EXPECT_EQ(lapse().until_ms(), START_STEADY_MS + 1000);
 }
 
 TEST_F(LogonWithLapse, does_not_fall_silent_if_it_is_refused) {
   attempt("35=A|34=0|49=ALPHA|56=IEXG|108=30");
   EXPECT_FALSE(gateway.exchange.scenario.lapse_fired);
-  EXPECT_EQ(gateway.exchange.scenario.silent_until_ms, 0U);
-  EXPECT_TRUE(gateway.silence_announced);
+  EXPECT_EQ(lapse().until_ms(), 0U);
 }
 
 TEST_F(LogonWithLapse, does_not_fall_silent_for_no_time_or_less) {
@@ -392,7 +398,7 @@ TEST_F(LogonWithLapse, does_not_fall_silent_for_no_time_or_less) {
     gateway.exchange.scenario.lapse_ms = none;
     gateway.logs_on("ALPHA");
     EXPECT_FALSE(gateway.exchange.scenario.lapse_fired);
-    EXPECT_EQ(gateway.exchange.scenario.silent_until_ms, 0U);
+    EXPECT_EQ(lapse().until_ms(), 0U);
   }
 }
 

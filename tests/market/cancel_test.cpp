@@ -227,7 +227,7 @@ TEST(Cancel, of_a_fresh_closing_is_for_an_unknown_order_once_all_closings_were_f
 
 TEST(CancelRace, the_client_gets_the_fill_and_then_the_refusal) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.fill_on_cancel_every = 1;
+  exchange.scenario.fills_on_cancel.every = 1;
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(sell("38=300"));
   client.hears("34=1|17=E1");
@@ -260,7 +260,7 @@ TEST(CancelRace, the_client_gets_the_fill_and_then_the_refusal) {
 TEST(CancelRace, fills_at_the_orders_own_limit_whatever_the_book_offers) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   exchange.rests({"AAPL sell 100 @ 189.00", "AAPL buy 100 @ 188.00"});
-  exchange.scenario.fill_on_cancel_next = 1;
+  exchange.scenario.fills_on_cancel.next = 1;
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(sell("44=250.00"));
   client.skips_all();
@@ -274,8 +274,8 @@ TEST(CancelRace, fills_at_the_orders_own_limit_whatever_the_book_offers) {
 
 TEST(CancelRace, is_never_cut_by_the_partial_fill_script) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.partial_fill_every = 1;
-  exchange.scenario.fill_on_cancel_next = 1;
+  exchange.scenario.partial_fills.every = 1;
+  exchange.scenario.fills_on_cancel.next = 1;
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(sell());
   client.skips_all();
@@ -287,7 +287,7 @@ TEST(CancelRace, is_never_cut_by_the_partial_fill_script) {
 
 TEST(CancelRace, brings_what_this_owner_is_owed_and_leaves_the_others_in_their_order) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.fill_on_cancel_next = 1;
+  exchange.scenario.fills_on_cancel.next = 1;
   FixPeer alpha = exchange.logs_on("ALPHA");
   FixPeer beta = exchange.logs_on("BETA");
   alpha.says(sell("11=a1|38=100"));
@@ -320,7 +320,7 @@ TEST(CancelRace, brings_what_this_owner_is_owed_and_leaves_the_others_in_their_o
 
 TEST(CancelRace, of_a_part_filled_order_fills_what_is_left) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.fill_on_cancel_next = 1;
+  exchange.scenario.fills_on_cancel.next = 1;
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(sell("38=300"));
   exchange.is_hit("AAPL buy 100");
@@ -333,7 +333,7 @@ TEST(CancelRace, of_a_part_filled_order_fills_what_is_left) {
 
 TEST(CancelRace, leaves_a_closing_that_the_next_cancel_is_too_late_for) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.fill_on_cancel_next = 1;
+  exchange.scenario.fills_on_cancel.next = 1;
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(sell());
   client.says("35=F|11=c1|41=a1");
@@ -348,7 +348,7 @@ TEST(CancelRace, leaves_a_closing_that_the_next_cancel_is_too_late_for) {
 
 TEST(CancelRace, counts_only_cancels_that_found_a_live_order) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.fill_on_cancel_every = 2;
+  exchange.scenario.fills_on_cancel.every = 2;
   FixPeer client = exchange.logs_on("ALPHA");
   for (const char* id : {"a1", "a2", "a3", "a4"}) client.says(sell(std::string("11=") + id));
   client.skips_all();
@@ -372,36 +372,36 @@ TEST(CancelRace, counts_only_cancels_that_found_a_live_order) {
 
 TEST(CancelRace, one_shots_take_the_next_cancels_and_a_refused_one_spends_none) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.fill_on_cancel_next = 1;
+  exchange.scenario.fills_on_cancel.next = 1;
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(sell("11=a1"));
   client.says(sell("11=a2"));
   client.says("35=F|11=c0|41=zz");
-  EXPECT_EQ(exchange.scenario.fill_on_cancel_next, 1U);
+  EXPECT_EQ(exchange.scenario.fills_on_cancel.next, 1U);
   client.skips_all();
   client.says("35=F|11=c1|41=a1");
   client.hears("150=2");
   client.hears("35=9");
-  EXPECT_EQ(exchange.scenario.fill_on_cancel_next, 0U);
+  EXPECT_EQ(exchange.scenario.fills_on_cancel.next, 0U);
   client.says("35=F|11=c2|41=a2");
   client.hears("150=4");
 }
 
 TEST(CancelRace, a_recurring_race_spends_a_one_shot_too) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.fill_on_cancel_every = 1;
-  exchange.scenario.fill_on_cancel_next = 3;
+  exchange.scenario.fills_on_cancel.every = 1;
+  exchange.scenario.fills_on_cancel.next = 3;
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(sell());
   client.says("35=F|11=c1|41=a1");
-  EXPECT_EQ(exchange.scenario.fill_on_cancel_next, 2U);
+  EXPECT_EQ(exchange.scenario.fills_on_cancel.next, 2U);
   EXPECT_EQ(exchange.scenario.counters.race_fills, 1U);
 }
 
 TEST(CancelRace, its_order_events_come_in_the_order_of_its_messages) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   exchange.writes_order_events();
-  exchange.scenario.fill_on_cancel_next = 1;
+  exchange.scenario.fills_on_cancel.next = 1;
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(sell());
   client.says("35=F|11=c1|41=a1");

@@ -166,7 +166,7 @@ TEST(Engine, stock_65536_has_no_locate_and_its_orders_touch_nothing) {
   EXPECT_EQ(exchange.stock(65534).locate, 65535);
   EXPECT_EQ(exchange.stock(65535).locate, 0);
   FixPeer client = exchange.logs_on("ALPHA");
-  exchange.scenario.unsolicited_cancel_next = 1;
+  exchange.scenario.unsolicited_cancels.next = 1;
   client.says("35=D|11=a1|55=S65535|54=2|38=100|40=2|44=1.00|18=i");
   client.hears("150=0|55=S65535");
   client.says("35=F|11=c1|41=a1");

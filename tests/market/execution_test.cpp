@@ -290,7 +290,7 @@ TEST(Reduce, a_withdrawal_is_no_trade) {
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(sell("a1", 100));
   exchange.feed();
-  exchange.scenario.partial_fill_every = 1;
+  exchange.scenario.partial_fills.every = 1;
   Engine& engine = exchange.engine;
   engine.begin_event();
   withdraw_order(engine, 1000);
@@ -337,7 +337,7 @@ TEST(PartialFills, leave_half_of_the_order_in_whole_lots_if_there_are_any) {
                                                                               {2, 1}}) {
     const testing::ScopedTrace trace(__FILE__, __LINE__, std::to_string(shares));
     Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-    exchange.scenario.partial_fill_every = 1;
+    exchange.scenario.partial_fills.every = 1;
     FixPeer client = exchange.logs_on("ALPHA");
     client.says(sell("a1", shares));
     client.skips_all();
@@ -359,14 +359,14 @@ TEST(PartialFills, leave_half_of_the_order_in_whole_lots_if_there_are_any) {
 
 TEST(PartialFills, an_order_of_one_share_is_never_cut_nor_counted) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.partial_fill_every = 1;
-  exchange.scenario.partial_next = 1;
+  exchange.scenario.partial_fills.every = 1;
+  exchange.scenario.partial_fills.next = 1;
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(sell("a1", 1));
   exchange.is_hit("AAPL buy 1");
   exchange.book_holds({});
   EXPECT_EQ(exchange.scenario.counters.partial_candidates, 0U);
-  EXPECT_EQ(exchange.scenario.partial_next, 1U);
+  EXPECT_EQ(exchange.scenario.partial_fills.next, 1U);
 }
 
 TEST(PartialFills, candidates_are_counted_with_no_script_armed) {
@@ -381,7 +381,7 @@ TEST(PartialFills, candidates_are_counted_with_no_script_armed) {
 
 TEST(PartialFills, a_fill_of_part_of_an_order_does_not_ask_the_script) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.partial_fill_every = 1;
+  exchange.scenario.partial_fills.every = 1;
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(sell("a1", 1000));
   exchange.is_hit("AAPL buy 999");
@@ -391,7 +391,7 @@ TEST(PartialFills, a_fill_of_part_of_an_order_does_not_ask_the_script) {
 
 TEST(PartialFills, a_trade_against_another_client_is_never_cut) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.partial_fill_every = 1;
+  exchange.scenario.partial_fills.every = 1;
   FixPeer alpha = exchange.logs_on("ALPHA");
   FixPeer beta = exchange.logs_on("BETA");
   alpha.says(sell("a1", 1000));
@@ -403,7 +403,7 @@ TEST(PartialFills, a_trade_against_another_client_is_never_cut) {
 
 TEST(PartialFills, a_synthetic_order_is_never_cut) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.partial_fill_every = 1;
+  exchange.scenario.partial_fills.every = 1;
   exchange.rests({"AAPL sell 1000 @ 190.00"});
   exchange.is_hit("AAPL buy 1000");
   exchange.book_holds({});
@@ -412,7 +412,7 @@ TEST(PartialFills, a_synthetic_order_is_never_cut) {
 
 TEST(PartialFills, the_sweep_ends_at_the_cut) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.partial_next = 1;
+  exchange.scenario.partial_fills.next = 1;
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(sell("a1", 1000));
   exchange.rests({"AAPL sell 500 @ 190.00", "AAPL sell 500 @ 190.01"});
@@ -426,7 +426,7 @@ TEST(PartialFills, the_sweep_ends_at_the_cut) {
 
 TEST(PartialFills, an_order_that_was_cut_is_completed_by_a_later_aggressor) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.partial_next = 1;
+  exchange.scenario.partial_fills.next = 1;
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(sell("a1", 1000));
   client.skips_all();
@@ -442,7 +442,7 @@ TEST(PartialFills, an_order_that_was_cut_is_completed_by_a_later_aggressor) {
 
 TEST(PartialFills, a_cut_order_is_cut_again_while_the_script_lasts) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.partial_fill_every = 1;
+  exchange.scenario.partial_fills.every = 1;
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(sell("a1", 400));
   for (const uint32_t left : {200U, 100U, 50U, 25U, 13U, 7U, 4U, 2U, 1U}) {
@@ -455,7 +455,7 @@ TEST(PartialFills, a_cut_order_is_cut_again_while_the_script_lasts) {
 
 TEST(PartialFills, fire_on_every_second_candidate) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.partial_fill_every = 2;
+  exchange.scenario.partial_fills.every = 2;
   FixPeer client = exchange.logs_on("ALPHA");
   const auto left_by_a_hit_of_200 = [&] {
     exchange.is_hit("AAPL buy 200");
@@ -474,18 +474,18 @@ TEST(PartialFills, fire_on_every_second_candidate) {
 
 TEST(PartialFills, a_recurring_cut_spends_a_one_shot_too) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.partial_fill_every = 1;
-  exchange.scenario.partial_next = 2;
+  exchange.scenario.partial_fills.every = 1;
+  exchange.scenario.partial_fills.next = 2;
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(sell("a1", 200));
   exchange.is_hit("AAPL buy 200");
-  EXPECT_EQ(exchange.scenario.partial_next, 1U);
+  EXPECT_EQ(exchange.scenario.partial_fills.next, 1U);
   EXPECT_EQ(exchange.scenario.counters.partials, 1U);
 }
 
 TEST(PartialFills, a_posted_order_rests_what_a_cut_left_it_even_in_a_crossed_book) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.partial_next = 1;
+  exchange.scenario.partial_fills.next = 1;
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(sell("a1", 100, "1.00"));  // any posted buy completes it
   exchange.feed();

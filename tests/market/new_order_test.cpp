@@ -367,7 +367,7 @@ TEST(NewOrderLadder, a_price_on_a_market_order_is_ignored) {
 
 TEST(NewOrderScript, every_third_order_that_passes_the_ladder_is_refused) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.reject_every = 3;
+  exchange.scenario.rejects.every = 3;
   FixPeer client = exchange.logs_on("ALPHA");
   for (int i = 1; i <= 7; ++i) {
     client.says(buy("55=MSFT"));  // refused by the ladder: not counted
@@ -383,7 +383,7 @@ TEST(NewOrderScript, every_third_order_that_passes_the_ladder_is_refused) {
 
 TEST(NewOrderScript, one_shot_rejects_take_the_next_orders) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.reject_next = 2;
+  exchange.scenario.rejects.next = 2;
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(buy());
   client.hears("150=8|58=bench:scripted_reject");
@@ -391,26 +391,26 @@ TEST(NewOrderScript, one_shot_rejects_take_the_next_orders) {
   client.hears("150=8|58=bench:scripted_reject");
   client.says(buy());
   client.hears("150=0");
-  EXPECT_EQ(exchange.scenario.reject_next, 0U);
+  EXPECT_EQ(exchange.scenario.rejects.next, 0U);
 }
 
 TEST(NewOrderScript, a_recurring_reject_spends_a_one_shot_too) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.reject_every = 1;
-  exchange.scenario.reject_next = 5;
+  exchange.scenario.rejects.every = 1;
+  exchange.scenario.rejects.next = 5;
   FixPeer client = exchange.logs_on("ALPHA");
   for (int i = 0; i < 5; ++i) client.says(buy());
-  EXPECT_EQ(exchange.scenario.reject_next, 0U);
+  EXPECT_EQ(exchange.scenario.rejects.next, 0U);
   client.says(buy());
-  EXPECT_EQ(exchange.scenario.reject_next, 0U);
+  EXPECT_EQ(exchange.scenario.rejects.next, 0U);
   EXPECT_EQ(exchange.scenario.counters.rejects, 6U);
   EXPECT_EQ(exchange.scenario.counters.accepts, 0U);
 }
 
 TEST(NewOrderScript, a_one_shot_and_the_recurring_rule_fire_side_by_side) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.reject_every = 2;
-  exchange.scenario.reject_next = 1;
+  exchange.scenario.rejects.every = 2;
+  exchange.scenario.rejects.next = 1;
   FixPeer client = exchange.logs_on("ALPHA");
   for (const char* answer : {"150=8", "150=8", "150=0", "150=8"}) {
     client.says(buy());
@@ -420,7 +420,7 @@ TEST(NewOrderScript, a_one_shot_and_the_recurring_rule_fire_side_by_side) {
 
 TEST(NewOrderScript, a_scripted_reject_leaves_nothing_that_a_cancel_could_come_too_late_for) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.reject_next = 1;
+  exchange.scenario.rejects.next = 1;
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(buy());
   client.hears("150=8|44=190|38=100");
@@ -463,7 +463,7 @@ TEST(NewOrder, only_accepted_orders_take_an_order_id) {
   client.hears("37=1000");
   client.says(buy("11=a2|38=0"));
   client.hears("37=NONE");
-  exchange.scenario.reject_next = 1;
+  exchange.scenario.rejects.next = 1;
   client.says(buy("11=a3"));
   client.hears("37=NONE|58=bench:scripted_reject");
   client.says(buy("11=a4|59=3"));  // fills nothing, but has been accepted
@@ -770,7 +770,7 @@ TEST(NewOrder, a_fill_or_kill_counts_only_what_still_rests) {
 
 TEST(NewOrderScript, an_unasked_cancel_is_due_300_ms_after_the_order_came_to_rest) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.unsolicited_cancel_next = 1;
+  exchange.scenario.unsolicited_cancels.next = 1;
   FixPeer client = exchange.logs_on("ALPHA");
   advance_ms(5);
   client.says(buy());
@@ -783,16 +783,16 @@ TEST(NewOrderScript, an_unasked_cancel_is_due_300_ms_after_the_order_came_to_res
 
 TEST(NewOrderScript, a_one_shot_cancel_waits_for_an_order_that_rests) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.unsolicited_cancel_next = 1;
+  exchange.scenario.unsolicited_cancels.next = 1;
   exchange.rests({"AAPL sell 100 @ 190.00"});
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(buy("11=a1"));       // fills
   client.says(buy("11=a2|59=3"));  // is cancelled
   client.says(buy("11=a3|38=0"));  // is refused
-  EXPECT_EQ(exchange.scenario.unsolicited_cancel_next, 1U);
+  EXPECT_EQ(exchange.scenario.unsolicited_cancels.next, 1U);
   EXPECT_THAT(scheduled_cancels(exchange.engine), IsEmpty());
   client.says(buy("11=a4"));
-  EXPECT_EQ(exchange.scenario.unsolicited_cancel_next, 0U);
+  EXPECT_EQ(exchange.scenario.unsolicited_cancels.next, 0U);
   const std::vector<Scheduled> scheduled = scheduled_cancels(exchange.engine);
   ASSERT_EQ(scheduled.size(), 1U);
   EXPECT_EQ(scheduled[0].cl_ord_id, "a4");
@@ -800,7 +800,7 @@ TEST(NewOrderScript, a_one_shot_cancel_waits_for_an_order_that_rests) {
 
 TEST(NewOrderScript, every_second_cancel_counts_accepted_orders_and_skips_one_that_fills) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.unsolicited_cancel_every = 2;
+  exchange.scenario.unsolicited_cancels.every = 2;
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(buy("11=a1"));
   exchange.rests({"AAPL sell 100 @ 190.01"});
@@ -817,17 +817,17 @@ TEST(NewOrderScript, every_second_cancel_counts_accepted_orders_and_skips_one_th
 
 TEST(NewOrderScript, a_recurring_cancel_spends_a_one_shot_and_schedules_once) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.unsolicited_cancel_every = 1;
-  exchange.scenario.unsolicited_cancel_next = 2;
+  exchange.scenario.unsolicited_cancels.every = 1;
+  exchange.scenario.unsolicited_cancels.next = 2;
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(buy());
-  EXPECT_EQ(exchange.scenario.unsolicited_cancel_next, 1U);
+  EXPECT_EQ(exchange.scenario.unsolicited_cancels.next, 1U);
   EXPECT_EQ(scheduled_cancels(exchange.engine).size(), 1U);
 }
 
 TEST(NewOrderScript, an_order_that_rests_after_part_fills_is_scheduled_too) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.unsolicited_cancel_next = 1;
+  exchange.scenario.unsolicited_cancels.next = 1;
   exchange.rests({"AAPL sell 40 @ 190.00"});
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(buy());

@@ -279,7 +279,7 @@ TEST(ReplaceLadder, a_request_with_many_faults_gets_the_word_of_the_first) {
 
 TEST(ReplaceScript, a_scripted_reject_leaves_the_order_as_it_was) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.replace_reject_next = 1;
+  exchange.scenario.replace_rejects.next = 1;
   FixPeer client = resting_client(exchange);
   EXPECT_EQ(standard_error_of([&] { client.says(replace()); }),
             "bench: scripted replace reject for a1 -> a2 (the order stands as it was)\n");
@@ -290,14 +290,14 @@ TEST(ReplaceScript, a_scripted_reject_leaves_the_order_as_it_was) {
   EXPECT_EQ(exchange.scenario.counters.replace_requests, 1U);
   EXPECT_EQ(exchange.scenario.counters.replace_rejects, 1U);
   EXPECT_EQ(exchange.scenario.counters.replaces, 0U);
-  EXPECT_EQ(exchange.scenario.replace_reject_next, 0U);
+  EXPECT_EQ(exchange.scenario.replace_rejects.next, 0U);
   client.says(replace());
   client.hears("150=5");
 }
 
 TEST(ReplaceScript, a_scripted_reject_of_a_part_filled_order_says_so) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.replace_reject_every = 1;
+  exchange.scenario.replace_rejects.every = 1;
   FixPeer client = resting_client(exchange, 200);
   client.says(replace());
   client.hears("35=9|37=1000|39=1|102=2|58=bench:scripted_replace_reject");
@@ -305,7 +305,7 @@ TEST(ReplaceScript, a_scripted_reject_of_a_part_filled_order_says_so) {
 
 TEST(ReplaceScript, every_second_request_that_passes_the_ladder_is_refused) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.replace_reject_every = 2;
+  exchange.scenario.replace_rejects.every = 2;
   FixPeer client = resting_client(exchange);
   client.says(replace("38=0"));  // refused by the ladder: not counted
   client.hears("35=9|58=InvalidOrderQty");
@@ -326,11 +326,11 @@ TEST(ReplaceScript, every_second_request_that_passes_the_ladder_is_refused) {
 
 TEST(ReplaceScript, a_recurring_reject_spends_a_one_shot_too) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.replace_reject_every = 1;
-  exchange.scenario.replace_reject_next = 3;
+  exchange.scenario.replace_rejects.every = 1;
+  exchange.scenario.replace_rejects.next = 3;
   FixPeer client = resting_client(exchange);
   client.says(replace());
-  EXPECT_EQ(exchange.scenario.replace_reject_next, 2U);
+  EXPECT_EQ(exchange.scenario.replace_rejects.next, 2U);
 }
 
 // --- Priority kept ---
@@ -491,7 +491,7 @@ TEST(Replace, a_client_hit_by_it_is_told_later_in_the_turn) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   FixPeer client = resting_client(exchange);
   FixPeer beta = exchange.logs_on("BETA");
-  exchange.scenario.partial_fill_every = 1;  // which never cuts a trade between clients
+  exchange.scenario.partial_fills.every = 1;  // which never cuts a trade between clients
   beta.says("35=D|11=b1|55=AAPL|54=1|38=300|40=2|44=189.00|18=i");
   client.says("35=D|11=own|55=AAPL|54=1|38=100|40=2|44=189.00|18=i");
   beta.skips_all();
@@ -544,12 +544,12 @@ TEST(Replace, of_a_replaced_order_goes_on_under_one_order_id) {
 TEST(Replace, never_schedules_a_cancel) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   FixPeer client = resting_client(exchange);
-  exchange.scenario.unsolicited_cancel_next = 1;
-  exchange.scenario.unsolicited_cancel_every = 1;
+  exchange.scenario.unsolicited_cancels.next = 1;
+  exchange.scenario.unsolicited_cancels.every = 1;
   client.says(replace("38=2000"));
   client.hears("150=5");
   EXPECT_THAT(scheduled_cancels(exchange.engine), IsEmpty());
-  EXPECT_EQ(exchange.scenario.unsolicited_cancel_next, 1U);
+  EXPECT_EQ(exchange.scenario.unsolicited_cancels.next, 1U);
 }
 
 TEST(Replace, of_a_buy_works_on_its_own_side) {

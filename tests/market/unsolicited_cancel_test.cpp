@@ -20,7 +20,7 @@ std::string sell(std::string_view changes = "") { return altered(SELL_100, chang
 /// An order of ALPHA that the exchange will cancel by itself 300 ms from now.
 FixPeer doomed_order(Exchange& exchange, std::string_view changes = "") {
   FixPeer client = exchange.logs_on("ALPHA");
-  exchange.scenario.unsolicited_cancel_next = 1;
+  exchange.scenario.unsolicited_cancels.next = 1;
   client.says(sell(changes));
   client.hears("150=0|34=1");
   exchange.feed();
@@ -215,7 +215,7 @@ TEST(ExchangeCancel, passes_over_entries_that_are_not_due_and_keeps_them_in_orde
 TEST(ExchangeCancel, each_entry_is_an_event_of_its_own) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00,MSFT:410.00");
   FixPeer client = exchange.logs_on("ALPHA");
-  exchange.scenario.unsolicited_cancel_every = 1;
+  exchange.scenario.unsolicited_cancels.every = 1;
   client.says(sell("11=a1|38=100"));
   client.says(sell("11=a2|38=200"));
   client.says(sell("11=a3|55=MSFT|44=410.00"));
@@ -256,8 +256,8 @@ TEST(ExchangeCancel, never_touches_an_order_without_an_owner) {
 
 TEST(ExchangeCancel, asks_neither_the_partial_fill_script_nor_the_race) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.scenario.partial_fill_every = 1;
-  exchange.scenario.fill_on_cancel_every = 1;
+  exchange.scenario.partial_fills.every = 1;
+  exchange.scenario.fills_on_cancel.every = 1;
   FixPeer client = doomed_order(exchange);
   advance_ms(300);
   fires(exchange);

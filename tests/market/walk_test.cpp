@@ -548,7 +548,7 @@ TEST(WalkTick, a_touch_is_cut_short_by_the_partial_fill_script) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   FixPeer client = client_keeps_far_levels(exchange);
   exchange.engine.touch_hit = 0.5;
-  exchange.scenario.partial_next = 1;
+  exchange.scenario.partial_fills.next = 1;
   ticks_on(exchange, stands_still() + posts_buy(0, 1) + posts_buy(1, 1) + posts_buy(2, 1) +
                          Draws{0, HEADS, picks(5, 6)});
   exchange.drains_deferred();

@@ -126,7 +126,7 @@ void WirePeer::closes() {
 // --- WireGateway ---
 
 WireGateway::WireGateway(const std::string& symbols, bool quiet)
-    : exchange(symbols), sessions(exchange.engine, exchange.clients, silence_announced, quiet) {
+    : exchange(symbols), sessions(exchange.engine, exchange.clients, quiet) {
   listen_fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
   sockaddr_un address{};
   address.sun_family = AF_UNIX;  // and no name: the kernel chooses a free one
@@ -183,8 +183,6 @@ void WireGateway::sends_deferred() {
   }
 }
 
-void WireGateway::is_silent_for(uint64_t ms) {
-  exchange.scenario.silent_until_ms = quorl::steady_ms() + ms;
-}
+void WireGateway::is_silent_for(uint64_t ms) { exchange.scenario.lapse.start(ms); }
 
 }  // namespace quorl::test

@@ -91,7 +91,6 @@ class WireGateway {
   void is_silent_for(uint64_t ms);
 
   Exchange exchange;
-  bool silence_announced = false;
   FixGateway sessions;
   int listen_fd = -1;
 

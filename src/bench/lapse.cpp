@@ -1,0 +1,20 @@
+#include "bench/lapse.h"
+
+#include "base/clocks.h"
+
+namespace quorl {
+
+void Lapse::start(uint64_t ms) {
+  until_ms_ = steady_ms() + ms;
+  announced_ = false;
+}
+
+bool Lapse::is_silent() const { return steady_ms() < until_ms_; }
+
+bool Lapse::announce_once() {
+  if (announced_ || !is_silent()) return false;
+  announced_ = true;
+  return true;
+}
+
+}  // namespace quorl
