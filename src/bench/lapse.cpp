@@ -9,7 +9,8 @@ void Lapse::start(uint64_t ms) {
   announced_ = false;
 }
 
-bool Lapse::is_silent() const { return steady_ms() < until_ms_; }
+/// Before the first one the clock need not be asked: it is, with every message that is sent.
+bool Lapse::is_silent() const { return until_ms_ != 0 && steady_ms() < until_ms_; }
 
 bool Lapse::announce_once() {
   if (announced_ || !is_silent()) return false;
