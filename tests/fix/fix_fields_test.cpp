@@ -120,28 +120,14 @@ TEST(FixFieldMap, counts_what_is_no_number_or_too_large_as_0) {
   }
 }
 
+constexpr int32_t LOWEST_TAG = std::numeric_limits<int32_t>::min();
+constexpr int32_t HIGHEST_TAG = std::numeric_limits<int32_t>::max();
+
 // The tags on both sides of the index's ends, and those that would fall on one of its places if
 // they were cut to 8 bits.
-const std::vector<int32_t> TAGS_AROUND_THE_INDEX = {std::numeric_limits<int32_t>::min(),
-                                                    -65536,
-                                                    -257,
-                                                    -256,
-                                                    -255,
-                                                    -1,
-                                                    0,
-                                                    1,
-                                                    34,
-                                                    254,
-                                                    255,
-                                                    256,
-                                                    257,
-                                                    290,
-                                                    511,
-                                                    512,
-                                                    9730,
-                                                    65535,
-                                                    65536,
-                                                    std::numeric_limits<int32_t>::max()};
+const std::vector<int32_t> TAGS_AROUND_THE_INDEX = {
+    LOWEST_TAG, -65536, -257, -256, -255, -1,  0,    1,     34,    254,
+    255,        256,    257,  290,  511,  512, 9730, 65535, 65536, HIGHEST_TAG};
 
 TEST(FixFieldMap, finds_each_tag_whatever_its_number_and_takes_none_for_another) {
   for (const int32_t tag : TAGS_AROUND_THE_INDEX) {
