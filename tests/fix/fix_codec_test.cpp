@@ -427,6 +427,19 @@ TEST(ParseFields, keeps_zero_bytes_in_a_value) {
   EXPECT_EQ(fields.text(34), "1");
 }
 
+TEST(ParseFields, leaves_nothing_of_what_the_map_held_before) {
+  const std::string first = wire("35=D|34=7|9730=x|58=text|");
+  const std::string second = wire("35=0|34|");
+  FixFieldMap fields;
+  parse_fields(first, fields);
+  EXPECT_EQ(fields.text(58), "text");
+  parse_fields(second, fields);
+  EXPECT_EQ(fields.text(35), "0");
+  for (const int tag : {34, 9730, 58}) EXPECT_FALSE(fields.has(tag)) << tag;
+  parse_fields("", fields);
+  EXPECT_FALSE(fields.has(35));
+}
+
 // --- Composition ---
 
 class ComposeMessage : public testing::Test {
@@ -471,6 +484,15 @@ TEST_F(ComposeMessage, writes_values_as_they_stand) {
   EXPECT_NE(readable(message).find("|56=A|B|52="), std::string::npos);
   EXPECT_NE(readable(message).find("|58=x|y=|10="), std::string::npos);
   EXPECT_EQ(split_messages(message).size(), 1U);
+}
+
+TEST_F(ComposeMessage, adds_behind_what_the_outbox_holds) {
+  Outbox out;
+  compose_message("0", 1, "IEXG", "A", {}, {}, out);
+  compose_message("8", 2, "IEXG", "B", wire("58=x|"), {}, out);
+  ASSERT_EQ(out.size(), 2U);
+  EXPECT_EQ(out[0], composed("0", 1, "A"));
+  EXPECT_EQ(out[1], composed("8", 2, "B", "58=x|"));
 }
 
 TEST_F(ComposeMessage, has_a_right_length_and_a_checksum_of_three_digits_for_any_body) {

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <map>
+#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -115,6 +117,92 @@ TEST(FixFieldMap, counts_what_is_no_number_or_too_large_as_0) {
     FixFieldMap fields;
     fields.set(TAG_MSG_SEQ_NUM, text);
     EXPECT_EQ(fields.number(TAG_MSG_SEQ_NUM), 0U) << text;
+  }
+}
+
+constexpr int32_t LOWEST_TAG = std::numeric_limits<int32_t>::min();
+constexpr int32_t HIGHEST_TAG = std::numeric_limits<int32_t>::max();
+
+// The tags on both sides of the index's ends, and those that would fall on one of its places if
+// they were cut to 8 bits.
+const std::vector<int32_t> TAGS_AROUND_THE_INDEX = {
+    LOWEST_TAG, -65536, -257, -256, -255, -1,  0,    1,     34,    254,
+    255,        256,    257,  290,  511,  512, 9730, 65535, 65536, HIGHEST_TAG};
+
+TEST(FixFieldMap, finds_each_tag_whatever_its_number_and_takes_none_for_another) {
+  for (const int32_t tag : TAGS_AROUND_THE_INDEX) {
+    FixFieldMap fields;
+    fields.set(tag, "17");
+    for (const int32_t other : TAGS_AROUND_THE_INDEX) {
+      EXPECT_EQ(fields.has(other), other == tag) << other << " with only " << tag;
+      EXPECT_EQ(fields.text(other), other == tag ? "17" : "");
+      EXPECT_EQ(fields.number(other), other == tag ? 17U : 0U);
+      EXPECT_EQ(fields.first_char(other, '-'), other == tag ? '1' : '-');
+    }
+  }
+}
+
+TEST(FixFieldMap, keeps_the_last_value_of_a_repeated_tag_whatever_its_number) {
+  FixFieldMap fields;
+  for (const char* value : {"first", "", "third", "last"}) {
+    for (const int32_t tag : TAGS_AROUND_THE_INDEX) {
+      fields.set(tag, value);
+      EXPECT_EQ(fields.text(tag), value) << tag;
+    }
+  }
+  for (const int32_t tag : TAGS_AROUND_THE_INDEX) EXPECT_EQ(fields.text(tag), "last") << tag;
+}
+
+TEST(FixFieldMap, holds_nothing_once_it_is_cleared) {
+  FixFieldMap fields;
+  for (int round = 0; round < 3; ++round) {
+    for (const int32_t tag : TAGS_AROUND_THE_INDEX) {
+      fields.set(tag, "old");
+      fields.set(tag, "new");
+    }
+    fields.clear();
+    for (const int32_t tag : TAGS_AROUND_THE_INDEX) {
+      EXPECT_FALSE(fields.has(tag)) << tag;
+      EXPECT_EQ(fields.text(tag), "") << tag;
+      EXPECT_EQ(fields.number(tag), 0U) << tag;
+    }
+  }
+  fields.clear();  // of an empty one
+  fields.set(TAG_SIDE, "1");
+  EXPECT_EQ(fields.text(TAG_SIDE), "1");
+  EXPECT_FALSE(fields.has(TAG_MSG_TYPE));
+}
+
+TEST(FixFieldMap, holds_more_fields_than_any_message_has) {
+  FixFieldMap fields;
+  for (int32_t tag = -1000; tag < 3000; ++tag) fields.set(tag, "first");
+  for (int32_t tag = -1000; tag < 3000; tag += 2) fields.set(tag, "second");
+  for (int32_t tag = -1000; tag < 3000; ++tag) {
+    ASSERT_EQ(fields.text(tag), tag % 2 == 0 ? "second" : "first") << tag;
+  }
+  EXPECT_FALSE(fields.has(-1001));
+  EXPECT_FALSE(fields.has(3000));
+}
+
+TEST(FixFieldMap, answers_as_a_map_of_last_values_does) {
+  std::mt19937_64 random(9);
+  const std::vector<std::string> values = {"", "0", "1", "ALPHA", "4294967296"};
+  FixFieldMap fields;
+  std::map<int32_t, std::string> model;
+  for (int step = 0; step < 20000; ++step) {
+    if (random() % 50 == 0) {
+      fields.clear();
+      model.clear();
+    }
+    const auto tag = static_cast<int32_t>(random() % 600) - 50;
+    const std::string& value = values[random() % values.size()];
+    fields.set(tag, value);
+    model[tag] = value;
+    const auto asked = static_cast<int32_t>(random() % 600) - 50;
+    const auto entry = model.find(asked);
+    ASSERT_EQ(fields.has(asked), entry != model.end()) << asked << " in step " << step;
+    ASSERT_EQ(fields.text(asked), entry == model.end() ? "" : entry->second);
+    ASSERT_EQ(fields.text(tag), value);
   }
 }
 

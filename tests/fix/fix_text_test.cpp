@@ -3,11 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <bit>
 #include <cmath>
 #include <cstdio>
 #include <ctime>
 #include <limits>
 #include <random>
+#include <string>
+#include <vector>
 
 #include "support/test_clock.h"
 
@@ -118,15 +121,19 @@ std::string price4_text(int64_t price) {
   return {text.data(), out.position()};
 }
 
-/// "%.4f" of price / 10000.0, without the zeros at its end.
-std::string printed_price(int64_t price) {
-  std::array<char, 64> text{};
-  std::snprintf(text.data(), text.size(), "%.4f", static_cast<double>(price) / 10000.0);
-  std::string stripped = text.data();
+/// "%.4f" as printf writes it, cut to the 47 characters that a price may have, without the zeros at
+/// the end of its decimals.
+std::string printed(double value) {
+  std::array<char, 400> text{};
+  std::snprintf(text.data(), text.size(), "%.4f", value);
+  std::string stripped = std::string(text.data()).substr(0, LONGEST_PRICE - 1);
+  if (stripped.find('.') == std::string::npos) return stripped;
   while (stripped.ends_with('0')) stripped.pop_back();
   if (stripped.ends_with('.')) stripped.pop_back();
   return stripped;
 }
+
+std::string printed_price(int64_t price) { return printed(static_cast<double>(price) / 10000.0); }
 
 TEST(PutPrice4, shows_ten_thousandths_as_dollars) {
   EXPECT_EQ(price4_text(0), "0");
@@ -174,6 +181,141 @@ TEST(PutPrice4, agrees_with_printf_at_every_magnitude) {
       ASSERT_EQ(price4_text(price), printed_price(price)) << price;
       ASSERT_EQ(price4_text(-price), printed_price(-price)) << -price;
     }
+  }
+}
+
+// --- Prices that were computed, such as an average ---
+
+std::string price_text(double value) {
+  std::array<char, LONGEST_PRICE> text;
+  TextWriter out(text.data());
+  put_price(out, value);
+  return {text.data(), out.position()};
+}
+
+void expect_as_printed(double value) {
+  if (testing::Test::HasFailure()) return;  // one of a hundred thousand says enough
+  ASSERT_EQ(price_text(value), printed(value)) << std::hexfloat << value;
+}
+
+/// The value and its neighbours, on both sides of 0.
+void expect_as_printed_around(double value) {
+  constexpr double INF = std::numeric_limits<double>::infinity();
+  double below = value;
+  double above = value;
+  for (int i = 0; i < 3; ++i) {
+    for (const double near : {below, above, -below, -above}) expect_as_printed(near);
+    below = std::nextafter(below, -INF);
+    above = std::nextafter(above, INF);
+  }
+}
+
+double random_between(std::mt19937_64& random, double low, double high) {
+  return low + (high - low) * (static_cast<double>(random() >> 11) / 9007199254740992.0);
+}
+
+TEST(PutPrice, shows_dollars_with_four_decimals_at_most) {
+  EXPECT_EQ(price_text(0.0), "0");
+  EXPECT_EQ(price_text(190.0), "190");
+  EXPECT_EQ(price_text(190.5), "190.5");
+  EXPECT_EQ(price_text(190.003333333), "190.0033");
+  EXPECT_EQ(price_text(189.99996), "190");
+  EXPECT_EQ(price_text(0.0001), "0.0001");
+  EXPECT_EQ(price_text(9999999.9999), "9999999.9999");
+  EXPECT_EQ(price_text(9999999.99996), "10000000");
+  EXPECT_EQ(price_text(12345678.9012), "12345678.9012");
+  EXPECT_EQ(price_text(-190.25), "-190.25");
+}
+
+TEST(PutPrice, rounds_a_half_as_printf_does_by_the_double_s_exact_value) {
+  EXPECT_EQ(price_text(0.03125), "0.0312");  // exactly halfway: to the even digit
+  EXPECT_EQ(price_text(0.09375), "0.0938");
+  EXPECT_EQ(price_text(1.00005), "1.0001");  // the double lies a little above
+  EXPECT_EQ(price_text(190.00005), "190");   // and here a little below
+  EXPECT_EQ(price_text(190.00015), "190.0001");
+}
+
+TEST(PutPrice, shows_what_is_no_price_as_the_general_form_does) {
+  constexpr double INF = std::numeric_limits<double>::infinity();
+  constexpr double NOT_A_NUMBER = std::numeric_limits<double>::quiet_NaN();
+  EXPECT_EQ(price_text(INF), "inf");
+  EXPECT_EQ(price_text(-INF), "-inf");
+  EXPECT_EQ(price_text(NOT_A_NUMBER), "nan");
+  EXPECT_EQ(price_text(-0.0), "-0");
+  for (const double value :
+       {INF, -INF, NOT_A_NUMBER, -NOT_A_NUMBER, 0.0, -0.0, std::numeric_limits<double>::max(),
+        std::numeric_limits<double>::lowest(), std::numeric_limits<double>::min(),
+        std::numeric_limits<double>::denorm_min(), 1e300, 1e41, 1e42, 1e43, 1e44}) {
+    expect_as_printed(value);
+    expect_as_printed(-value);
+  }
+}
+
+TEST(PutPrice, agrees_with_printf_halfway_between_two_prices_and_next_to_it) {
+  std::mt19937_64 random(13);
+  for (int64_t k = 0; k < 5000; ++k) {
+    expect_as_printed_around(static_cast<double>(2 * k + 1) / 20000.0);
+  }
+  for (int i = 0; i < 10000; ++i) {
+    const uint64_t k = random() % 1'000'000'000'000 >> random() % 40;
+    expect_as_printed_around(static_cast<double>(2 * k + 1) / 20000.0);
+  }
+}
+
+TEST(PutPrice, agrees_with_printf_at_all_distances_from_halfway) {
+  std::mt19937_64 random(17);
+  for (int i = 0; i < 10000; ++i) {
+    const auto price = static_cast<double>(random() % 100'000'000'000 >> random() % 36);
+    const double distance = std::ldexp(1.0, -static_cast<int>(random() % 45));
+    expect_as_printed((price + 0.5 + distance) / 10000.0);
+    expect_as_printed((price + 0.5 - distance) / 10000.0);
+    expect_as_printed((price + random_between(random, 0.4985, 0.5015)) / 10000.0);
+  }
+}
+
+TEST(PutPrice, agrees_with_printf_at_a_price_and_next_to_it) {
+  std::mt19937_64 random(19);
+  for (int i = 0; i < 10000; ++i) {
+    const uint64_t price = random() >> (1 + random() % 63);
+    expect_as_printed_around(static_cast<double>(price) / 10000.0);
+  }
+}
+
+TEST(PutPrice, agrees_with_printf_where_the_short_way_ends) {
+  for (const double value : {1e7, 1e7 - 0.0001, 1e7 - 0.00005, 1e7 - 0.00004, 1e7 + 0.00005,
+                             1e7 + 0.0001, 9999999.5, 1e8, 1e15, 4503599627370496.0, 1e16, 1e22}) {
+    expect_as_printed_around(value);
+  }
+}
+
+TEST(PutPrice, agrees_with_printf_on_the_tiny) {
+  for (double value = 1.0; value > 0.0; value /= 2.0) expect_as_printed_around(value);
+  for (const double value : {0.0001, 0.00005, 0.00004999, 0.00005001, 0.00015, 1e-5, 1e-10}) {
+    expect_as_printed_around(value);
+  }
+}
+
+TEST(PutPrice, agrees_with_printf_on_averages_of_fills) {
+  std::mt19937_64 random(23);
+  for (int i = 0; i < 30000; ++i) {
+    double notional = 0.0;
+    uint32_t cum = 0;
+    for (uint64_t fills = 1 + random() % 5; fills > 0; --fills) {
+      const auto qty = static_cast<uint32_t>(1 + random() % (i % 2 == 0 ? 1000 : 300'000'000));
+      const auto price = static_cast<int64_t>(1 + random() % 10'000'000);
+      notional += static_cast<double>(qty) * static_cast<double>(price) / 10000.0;
+      cum += qty;
+    }
+    expect_as_printed(notional / cum);
+  }
+}
+
+TEST(PutPrice, agrees_with_printf_on_any_double) {
+  std::mt19937_64 random(29);
+  for (int i = 0; i < 10000; ++i) {
+    expect_as_printed(std::bit_cast<double>(random()));
+    expect_as_printed(random_between(random, 0.0, 2000.0));
+    expect_as_printed(random_between(random, -10.0, 2e7));
   }
 }
 

@@ -10,7 +10,9 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -565,6 +567,272 @@ TEST_F(Session, tells_the_resting_owner_of_a_fill_on_its_last_connection) {
   gateway.sends_deferred();
   first.hears_nothing();
   second.hears("35=8|150=2|11=o1|851=1|9730=ML");
+}
+
+// --- Who speaks for a stream ---
+
+/// Connections by their order of acceptance, from 0.
+class StreamConnections : public Session {
+ protected:
+  std::vector<size_t> connections(const std::string& comp_id = "ALPHA") {
+    return stream(comp_id).connections();
+  }
+
+  /// A further order of ALPHA comes to rest, as if an earlier connection had sent it.
+  void owner_has_an_order_resting() {
+    WirePeer sender = gateway.logs_on("ALPHA");
+    sender.says(new_order(static_cast<int>(stream().next_in()), "r1"));
+    sender.says("35=5|34=" + std::to_string(stream().next_in()));
+    ASSERT_EQ(orders_resting(), 1U);
+  }
+
+  /// All of the resting order is filled, and the turn's reports go out.
+  void fills_it() {
+    gateway.exchange.is_hit("AAPL sell 100");
+    gateway.sends_deferred();
+  }
+
+  std::string logon(const std::string& comp_id) {
+    return "35=A|34=" + std::to_string(stream(comp_id).next_in()) + "|49=" + comp_id +
+           "|56=IEXG|108=30";
+  }
+  static std::string refused_logon(const std::string& comp_id) {
+    return "35=A|34=0|49=" + comp_id + "|56=IEXG|108=30";
+  }
+
+  static constexpr const char* FILL = "35=8|56=ALPHA|150=2|11=r1";
+};
+
+TEST_F(StreamConnections, are_those_that_have_logged_on) {
+  WirePeer first = gateway.connects();
+  WirePeer second = gateway.connects();
+  EXPECT_THAT(connections(), IsEmpty());
+  second.says(logon("ALPHA"));
+  EXPECT_THAT(connections(), ElementsAre(1));
+  first.says(logon("BETA"));
+  EXPECT_THAT(connections(), ElementsAre(1));
+  EXPECT_THAT(connections("BETA"), ElementsAre(0));
+}
+
+TEST_F(StreamConnections, end_with_a_logout) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  alpha.says("35=5|34=2");
+  EXPECT_THAT(connections(), IsEmpty());
+}
+
+TEST_F(StreamConnections, end_with_the_client_s_own_close) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  alpha.closes();
+  EXPECT_THAT(connections(), ElementsAre(0)) << "nobody has noticed yet";
+  gateway.serves();
+  EXPECT_THAT(connections(), IsEmpty());
+}
+
+TEST_F(StreamConnections, end_with_a_drop) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  scenario().disconnect_requested = 1;
+  alpha.says(new_order(2, "a1"));
+  EXPECT_THAT(connections(), IsEmpty());
+}
+
+TEST_F(StreamConnections, end_with_a_time_out) {
+  gateway.logs_on("ALPHA", 1);
+  gateway.logs_on("ALPHA", 30);
+  advance_ms(2500);
+  gateway.runs_timers();
+  EXPECT_THAT(connections(), ElementsAre(1));
+}
+
+TEST_F(StreamConnections, never_count_one_whose_logon_is_refused) {
+  gateway.logs_on("ALPHA");
+  WirePeer refused = gateway.connects();
+  refused.says(refused_logon("ALPHA"));
+  WirePeer nameless = gateway.connects();
+  nameless.says("35=0|34=1");
+  EXPECT_THAT(connections(), ElementsAre(0));
+  EXPECT_THAT(connections(""), IsEmpty());
+}
+
+TEST_F(StreamConnections, count_one_that_logs_on_again_once) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  gateway.logs_on("ALPHA");
+  alpha.says(logon("ALPHA"));
+  alpha.says(logon("ALPHA"));
+  EXPECT_THAT(connections(), ElementsAre(0, 1));
+  alpha.says("35=5|34=" + std::to_string(stream().next_in()));
+  EXPECT_THAT(connections(), ElementsAre(1));
+}
+
+TEST_F(StreamConnections, lose_one_that_logs_on_under_another_name) {
+  owner_has_an_order_resting();
+  WirePeer peer = gateway.logs_on("ALPHA");
+  peer.says(logon("BETA"));
+  EXPECT_THAT(connections("ALPHA"), IsEmpty());
+  EXPECT_THAT(connections("BETA"), ElementsAre(1));
+  peer.skips_all();
+  fills_it();
+  peer.hears_nothing();  // what ALPHA is owed is none of BETA's business
+  EXPECT_THAT(readable(stream().stored().back().body), HasSubstr("|11=r1|"));
+  peer.says(logon("ALPHA"));
+  EXPECT_THAT(connections("ALPHA"), ElementsAre(1));
+  EXPECT_THAT(connections("BETA"), IsEmpty());
+}
+
+TEST_F(StreamConnections, lose_one_whose_second_logon_is_refused) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  alpha.says(refused_logon("ALPHA"));
+  EXPECT_THAT(connections(), IsEmpty());
+}
+
+TEST_F(StreamConnections, lose_one_whose_second_logon_under_another_name_is_refused) {
+  WirePeer moving = gateway.logs_on("ALPHA");
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  gateway.logs_on("BETA");
+  moving.says(refused_logon("BETA"));
+  EXPECT_THAT(connections("ALPHA"), ElementsAre(1));
+  EXPECT_THAT(connections("BETA"), ElementsAre(2));
+  EXPECT_EQ(moving.client().comp_id, "BETA");
+  alpha.says("35=5|34=3");
+  EXPECT_THAT(connections("ALPHA"), IsEmpty());
+}
+
+TEST_F(StreamConnections, the_last_accepted_hears_of_a_fill_whoever_logged_on_last) {
+  owner_has_an_order_resting();
+  WirePeer first = gateway.connects();
+  WirePeer second = gateway.connects();
+  second.says(logon("ALPHA"));
+  first.says(logon("ALPHA"));
+  EXPECT_THAT(connections(), ElementsAre(1, 2));
+  first.skips_all();
+  second.skips_all();
+  fills_it();
+  first.hears_nothing();
+  second.hears(FILL);
+}
+
+TEST_F(StreamConnections, the_earlier_hears_of_a_fill_once_the_later_is_gone) {
+  owner_has_an_order_resting();
+  WirePeer earlier = gateway.logs_on("ALPHA");
+  WirePeer later = gateway.logs_on("ALPHA");
+  later.closes();
+  gateway.serves();
+  EXPECT_THAT(connections(), ElementsAre(1));
+  fills_it();
+  earlier.hears(FILL);
+}
+
+TEST_F(StreamConnections, the_later_hears_of_a_fill_once_the_earlier_is_gone) {
+  owner_has_an_order_resting();
+  WirePeer earlier = gateway.logs_on("ALPHA");
+  WirePeer later = gateway.logs_on("ALPHA");
+  earlier.says("35=5|34=" + std::to_string(stream().next_in()));
+  EXPECT_THAT(connections(), ElementsAre(2));
+  fills_it();
+  later.hears(FILL);
+}
+
+TEST_F(StreamConnections, the_earlier_hears_of_a_fill_while_the_later_speaks_for_another) {
+  owner_has_an_order_resting();
+  WirePeer earlier = gateway.logs_on("ALPHA");
+  WirePeer later = gateway.logs_on("ALPHA");
+  later.says(logon("BETA"));
+  later.skips_all();
+  fills_it();
+  earlier.hears(FILL);
+  later.hears_nothing();
+}
+
+TEST_F(StreamConnections, without_any_a_fill_is_numbered_and_stored_for_a_resend) {
+  owner_has_an_order_resting();
+  WirePeer earlier = gateway.logs_on("ALPHA");
+  WirePeer later = gateway.logs_on("ALPHA");
+  later.says("35=5|34=" + std::to_string(stream().next_in()));
+  later.skips_all();
+  earlier.closes();
+  gateway.serves();
+  EXPECT_THAT(connections(), IsEmpty());
+  const uint32_t seq = stream().next_out();
+  fills_it();
+  later.is_disconnected();
+  EXPECT_EQ(stream().next_out(), seq + 1);
+  WirePeer again = gateway.logs_on("ALPHA");
+  again.says("35=2|34=" + std::to_string(stream().next_in()) + "|7=" + std::to_string(seq) +
+             "|16=" + std::to_string(seq));
+  again.hears(std::string(FILL) + "|43=Y|34=" + std::to_string(seq));
+}
+
+TEST_F(StreamConnections, with_socket_0_count_like_any) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  Client& client = alpha.client();
+  const int standard_input = ::dup(0);  // -1 if there is none
+  ASSERT_EQ(::dup2(client.fd, 0), 0);
+  ::close(client.fd);
+  client.fd = 0;
+  alpha.says(new_order(2, "r1"));
+  alpha.hears("35=8|150=0");
+  fills_it();
+  alpha.hears(FILL);
+  client.fd = ::dup(0);
+  ::close(0);
+  if (standard_input >= 0) ::dup2(standard_input, 0);
+  ::close(standard_input);
+}
+
+/// What the records of the connections say, which the streams must have noted.
+std::vector<size_t> logged_on_as(const std::string& comp_id, const std::vector<Client>& clients) {
+  std::vector<size_t> indices;
+  for (size_t i = 0; i < clients.size(); ++i) {
+    const Client& client = clients[i];
+    if (client.fd >= 0 && client.logged_on && client.comp_id == comp_id) indices.push_back(i);
+  }
+  return indices;
+}
+
+TEST_F(StreamConnections, are_the_same_as_the_records_say_through_any_day) {
+  const std::vector<std::string> names = {"ALPHA", "BETA", "GAMMA"};
+  std::mt19937_64 random(31);
+  std::vector<WirePeer> open;
+  uint64_t most_at_once = 0;
+  testing::internal::CaptureStderr();
+  for (int step = 0; step < 1500 && !HasFailure(); ++step) {
+    std::erase_if(open, [](WirePeer& peer) { return peer.client().fd < 0; });
+    if (open.empty() || (random() % 4 == 0 && gateway.exchange.clients.size() < 250)) {
+      open.push_back(gateway.connects());
+    }
+    WirePeer& peer = open[random() % open.size()];
+    const std::string& name = names[random() % names.size()];
+    switch (random() % 20) {
+      case 0:
+        peer.says("35=5|34=1000");
+        break;
+      case 1:
+        peer.closes();
+        gateway.serves();
+        break;
+      case 2:
+        scenario().disconnect_requested = 1;
+        peer.says(new_order(1000, "a" + std::to_string(step)));
+        scenario().disconnect_requested = 0;
+        break;
+      case 3:
+        peer.says(refused_logon(name));
+        break;
+      case 4:
+        advance_ms(40'000);
+        gateway.runs_timers();
+        break;
+      default:
+        peer.says(logon(name));
+        break;
+    }
+    for (const std::string& comp_id : names) {
+      const std::vector<size_t> noted = connections(comp_id);
+      most_at_once = std::max<uint64_t>(most_at_once, noted.size());
+      EXPECT_EQ(noted, logged_on_as(comp_id, gateway.exchange.clients)) << "step " << step;
+    }
+  }
+  testing::internal::GetCapturedStderr();
+  EXPECT_GE(most_at_once, 3U);
 }
 
 // --- Gate ---
