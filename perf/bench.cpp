@@ -1,0 +1,74 @@
+// Starts the exchange and what it is compared with, in turn, measures, and prints the tables:
+// scripts/bench builds and runs it. docs/performance.md says how to read them.
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <string>
+
+#include "perf/against_floor.h"
+#include "perf/figures.h"
+#include "perf/settings.h"
+
+namespace perf {
+namespace {
+
+struct Choices {
+  bool quick = false;
+  unsigned rounds = 0;
+  std::string json;
+  std::string binary = QUORL_BINARY;
+  std::string before;
+  std::string only;
+};
+
+Settings settings_of(const Choices& choices) {
+  Settings settings;
+  settings.builds.push_back({"exchange", choices.binary});
+  if (!choices.before.empty()) settings.builds.push_back({"before", choices.before});
+  settings.floor_binary = FLOOR_BINARY;
+  const std::vector<int> cpus = allowed_cpus();
+  settings.one_cpu = {cpus.back(), cpus.back()};
+  settings.two_cpus = {cpus.back(), cpus.front()};
+  settings.quick = choices.quick;
+  settings.only = choices.only;
+  settings.rounds = choices.rounds != 0 ? choices.rounds : choices.quick ? 2 : 5;
+  return settings;
+}
+
+int run(const Choices& choices) {
+  const Settings settings = settings_of(choices);
+  yield_to_the_server();
+  std::vector<std::string> names;
+  for (const Build& build : settings.builds) names.push_back(build.name);
+  Report report(names);
+  measure_against_floor(settings, report);
+
+  std::printf("%s\nmedian (least .. most) of %u rounds\n", machine_description().c_str(),
+              settings.rounds);
+  report.print("floor", "against the floor");
+  report.print_failures();
+  if (!choices.json.empty()) report.write_json(choices.json);
+  return report.complete() ? 0 : 1;
+}
+
+}  // namespace
+}  // namespace perf
+
+int main(int argc, char** argv) {
+  perf::Choices choices;
+  CLI::App app("Measures the exchange from outside");
+  app.add_flag("--quick", choices.quick, "fewer rounds, smaller sizes: does it work?");
+  app.add_option("--rounds", choices.rounds, "rounds of each figure");
+  app.add_option("--json", choices.json, "writes the figures to this file, too");
+  app.add_option("--exchange", choices.binary, "the program to measure");
+  app.add_option("--before", choices.before, "another one, measured in the same rounds");
+  app.add_option("--only", choices.only, "figures whose name has this in it");
+  CLI11_PARSE(app, argc, argv);
+  try {
+    return perf::run(choices);
+  } catch (const std::exception& failure) {
+    std::fprintf(stderr, "bench: %s\n", failure.what());
+    return 1;
+  }
+}
