@@ -53,7 +53,7 @@ void measure_against_floor(const Settings& settings, Report& report) {
         const auto flow = std::move(all_order_flows(resting).at(i));
         const std::string name =
             flow->name() + (placement.waiting() == Waiting::SLEEPING ? ", 1 CPU" : ", 2 CPUs");
-        if (!settings.wants(name)) continue;
+        if (!settings.wants("floor " + name)) continue;
         report.attempt(name, [&] {
           // Whoever comes second finds the machine otherwise than the first: they take turns.
           double floor_us = round % 2 == 0 ? cost_of(settings.floor_binary) : 0;

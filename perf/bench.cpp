@@ -7,7 +7,9 @@
 #include <string>
 
 #include "perf/against_floor.h"
+#include "perf/call_counts.h"
 #include "perf/figures.h"
+#include "perf/growth.h"
 #include "perf/settings.h"
 
 namespace perf {
@@ -20,6 +22,7 @@ struct Choices {
   std::string binary = QUORL_BINARY;
   std::string before;
   std::string only;
+  bool calls = false;
 };
 
 Settings settings_of(const Choices& choices) {
@@ -42,11 +45,21 @@ int run(const Choices& choices) {
   std::vector<std::string> names;
   for (const Build& build : settings.builds) names.push_back(build.name);
   Report report(names);
-  measure_against_floor(settings, report);
+  if (choices.calls) {
+    compare_call_counts(settings, report);
+    report.print_failures();
+    return report.failed() ? 1 : 0;
+  }
+  for (const auto measure :
+       {measure_against_floor, measure_depth, measure_walk, measure_connections,
+        measure_scheduled_cancels, measure_truth, measure_resend, measure_memory, measure_start}) {
+    measure(settings, report);
+  }
 
   std::printf("%s\nmedian (least .. most) of %u rounds\n", machine_description().c_str(),
               settings.rounds);
   report.print("floor", "against the floor");
+  report.print("growth", "growth");
   report.print_failures();
   if (!choices.json.empty()) report.write_json(choices.json);
   return report.complete() ? 0 : 1;
@@ -64,6 +77,7 @@ int main(int argc, char** argv) {
   app.add_option("--exchange", choices.binary, "the program to measure");
   app.add_option("--before", choices.before, "another one, measured in the same rounds");
   app.add_option("--only", choices.only, "figures whose name has this in it");
+  app.add_flag("--calls", choices.calls, "counts system calls instead, with strace");
   CLI11_PARSE(app, argc, argv);
   try {
     return perf::run(choices);

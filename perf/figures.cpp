@@ -104,7 +104,7 @@ bool Report::is_sound(const Figure& figure) const {
     return !samples.empty() &&
            std::all_of(samples.begin(), samples.end(), [&](const Sample& sample) {
              const bool has_reference = !figure.heading.reference.empty();
-             return std::isfinite(sample.value) && sample.value > 0 &&
+             return std::isfinite(sample.value) &&
                     (!has_reference || (std::isfinite(sample.reference) && sample.reference > 0));
            });
   });

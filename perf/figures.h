@@ -42,7 +42,8 @@ class Report {
   /// Runs one piece of work; what it throws is kept as a failure under this name and shown at once.
   void attempt(const std::string& name, const std::function<void()>& work);
 
-  /// Nothing has failed, and every figure is a number above 0 for each build.
+  bool failed() const { return !failures_.empty(); }
+  /// Nothing has failed, and every figure is a number for each build.
   bool complete() const;
 
   void print(const std::string& section, const std::string& title) const;

@@ -130,7 +130,7 @@ struct Connection {
   int fd = -1;
   uint32_t next_out = 1;
   size_t filled = 0;
-  std::array<char, 65536> in;
+  std::array<char, 1 << 20> in;  // more than any burst
   std::array<char, ID_WIDTH> last_rested{};
   std::vector<std::array<char, ID_WIDTH>> deferred;  // orders whose fill is told at the turn's end
 };
@@ -210,20 +210,23 @@ class Floor {
     }
   }
 
+  /// Reads until nothing is left, then answers: a burst that arrives meanwhile waits for the next
+  /// turn, as at the exchange.
   void serve(Connection& client) {
     for (;;) {
       const ssize_t got =
           ::recv(client.fd, client.in.data() + client.filled, client.in.size() - client.filled, 0);
       if (got > 0) {
         client.filled += static_cast<size_t>(got);
-        take_messages(client);
-        continue;
+      } else if (got < 0 && errno == EAGAIN) {
+        break;
+      } else {
+        ::close(client.fd);
+        client.fd = -1;
+        return;
       }
-      if (got < 0 && errno == EAGAIN) return;
-      ::close(client.fd);
-      client.fd = -1;
-      return;
     }
+    take_messages(client);
   }
 
   void take_messages(Connection& client) {
@@ -246,6 +249,8 @@ class Floor {
     switch (body[3]) {  // 35=
       case 'A':
         return logon_.send(client.fd, client.next_out++, nullptr);
+      case '1':
+        return heartbeat_.send(client.fd, client.next_out++, nullptr);
       case 'D':
         return answer_order(client, body);
       case 'F':
@@ -316,6 +321,7 @@ class Floor {
   ReadyReply logon_{
       "35=A|34=00000000|49=IEXG|56=PERF|52=20260101-00:00:00.000|98=0|108=3600|"
       "141=Y|"};
+  ReadyReply heartbeat_{"35=0|34=00000000|49=IEXG|56=PERF|52=20260101-00:00:00.000|112=now|"};
   ReadyReply accepted_{report("0", "")};
   ReadyReply cancelled_{report("4", "")};
   ReadyReply taker_filled_{report("2", "2")};

@@ -296,6 +296,10 @@ void Session::check(std::string_view message) {
     const std::string_view cl_ord_id = fields.next("11=");
     return check_report(message, cl_ord_id, fields.next("150="));
   }
+  if (type == "0" && fields.next("112=").empty()) {
+    ++heartbeats_;  // nobody asked for it: a deferred report can draw one out of turn
+    return;
+  }
   if (type != "A" && type != "0") throw WrongReply("not asked for: " + readable(message));
   --owed_;
 }

@@ -92,7 +92,8 @@ class Session {
 
   size_t requests() const { return due_.size(); }
   size_t queued() const { return queued_; }
-  bool settled() const { return owed_ == 0; }
+  /// Heartbeats that came unasked.
+  size_t heartbeats() const { return heartbeats_; }
 
  private:
   struct Due {
@@ -121,6 +122,7 @@ class Session {
   std::vector<Due> due_;
   size_t owed_ = 0;    // replies
   size_t queued_ = 0;  // requests since the last send
+  size_t heartbeats_ = 0;
 };
 
 /// A subscriber of the feed that only counts: it reads the headers of the packets that wait.

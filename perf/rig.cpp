@@ -1,0 +1,16 @@
+#include "perf/rig.h"
+
+namespace perf {
+
+Rig::Rig(const client::SimulatorOptions& options, const Placement& placement)
+    : server(options, placement.server_cpu), feed(server.ports()), waiting_(placement.waiting()) {
+  pin(0, placement.load_cpu);
+}
+
+std::unique_ptr<Session> Rig::logs_on(const std::string& comp_id) {
+  auto session = std::make_unique<Session>(comp_id, waiting_);
+  session->log_on(server.ports().fix);
+  return session;
+}
+
+}  // namespace perf
