@@ -77,7 +77,8 @@ Calls calls_of(const std::string& binary, const Placement& placement, OrderFlow&
   Server server(plain_options(binary, client::still_market()), placement.server_cpu);
   FeedCounter feed(server.ports());
   Session session("PERF", placement.waiting());
-  session.log_on(server.ports().fix);
+  session.connect(server.ports().fix);
+  session.log_on();
   flow.prepare(session, feed);
   CallCounter counter(server.simulator().pid());
   for (int i = 0; i < 3; ++i) {  // behind these the attachment has taken hold

@@ -116,9 +116,9 @@ bool Report::complete() const {
                      [this](const Figure& figure) { return is_sound(figure); });
 }
 
-void Report::print(const std::string& section, const std::string& title) const {
+void Report::print(const std::string& section) const {
   std::vector<std::vector<std::string>> rows;
-  rows.push_back({title, "ratio", builds_.front(), "to", "unit"});
+  rows.push_back({section, "ratio", builds_.front(), "to", "unit"});
   if (builds_.size() > 1) rows.front().insert(rows.front().begin() + 2, builds_[1] + " / it");
   for (const Figure& figure : figures_) {
     if (figure.heading.section != section) continue;

@@ -46,7 +46,7 @@ class Report {
   /// Nothing has failed, and every figure is a number for each build.
   bool complete() const;
 
-  void print(const std::string& section, const std::string& title) const;
+  void print(const std::string& section) const;
   void print_failures() const;
   void write_json(const std::string& path) const;
 

@@ -19,15 +19,17 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "client/bytes.h"
@@ -43,8 +45,7 @@ constexpr size_t TRAILER_SIZE = 7;  // 10=nnn SOH
 constexpr int WAIT_MS = 5;
 
 struct Options {
-  std::string group = "239.255.77.77";
-  std::string interface = "127.0.0.1";
+  std::string group;
   uint16_t feed_port = 0;
   uint16_t snap_port = 0;
   uint16_t gap_fill_port = 0;
@@ -171,9 +172,8 @@ class Floor {
         snap_fd_(open_bound(SOCK_STREAM, INADDR_ANY, options.snap_port)),
         feed_fd_(::socket(AF_INET, SOCK_DGRAM, 0)),
         group_(address_of(::inet_addr(options.group.c_str()), options.feed_port)) {
-    in_addr interface {};
-    ::inet_pton(AF_INET, options.interface.c_str(), &interface);
-    ::setsockopt(feed_fd_, IPPROTO_IP, IP_MULTICAST_IF, &interface, sizeof interface);
+    const in_addr loopback{.s_addr = htonl(INADDR_LOOPBACK)};
+    ::setsockopt(feed_fd_, IPPROTO_IP, IP_MULTICAST_IF, &loopback, sizeof loopback);
   }
 
   [[noreturn]] void run() {
@@ -333,17 +333,19 @@ class Floor {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // It is started like the exchange, whose other options mean nothing here.
   Options options;
-  CLI::App app("A server that makes only the system calls that an order must cost");
-  app.allow_extras();  // it is started like the exchange, whose other options mean nothing here
-  app.add_option("--mcast", options.group);
-  app.add_option("--iface", options.interface);
-  app.add_option("--port", options.feed_port);
-  app.add_option("--snap-port", options.snap_port);
-  app.add_option("--gapfill-port", options.gap_fill_port);
-  app.add_option("--fix-port", options.fix_port);
-  app.add_option("--control-port", options.control_port);
-  CLI11_PARSE(app, argc, argv);
+  for (int i = 1; i + 1 < argc; i += 2) {
+    const std::string_view name = argv[i];
+    if (name == "--mcast") options.group = argv[i + 1];
+    for (const auto& [known, port] : {std::pair{"--port", &options.feed_port},
+                                      {"--snap-port", &options.snap_port},
+                                      {"--gapfill-port", &options.gap_fill_port},
+                                      {"--fix-port", &options.fix_port},
+                                      {"--control-port", &options.control_port}}) {
+      if (name == known) *port = static_cast<uint16_t>(std::atoi(argv[i + 1]));
+    }
+  }
   Floor floor(options);
   // Begins like the exchange's banner, so that one launcher waits for either.
   std::fprintf(stderr, "[quorl] DEEP/IEX-TP %s:%u (the floor: system calls without an exchange)\n",

@@ -55,6 +55,7 @@ class PastConnections {
     });
     absent->disconnect();
     come_and_go(rig_, *session_, 1);
+    order_us();  // the first orders find everything cold
   }
 
   void pass(size_t connections) { come_and_go(rig_, *session_, connections); }
@@ -126,7 +127,8 @@ VisitCosts visit_costs(const std::string& binary, const Placement& placement, si
   costs.after_logon_us = rig.us_of([&] {
     Session visitor("VISITOR", placement.waiting());
     for (size_t i = 0; i < visits; ++i) {
-      visitor.log_on(rig.ports().fix);
+      visitor.connect(rig.ports().fix);
+      visitor.log_on();
       visitor.disconnect();
       session->test_request();
       session->exchange();

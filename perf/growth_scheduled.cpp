@@ -22,14 +22,17 @@ constexpr size_t MOST_TURNS = 100;
 constexpr size_t WIDE = 4000;  // prices a side
 
 struct Scheduled {
-  size_t orders = 0;    // that could be scheduled in time
-  double turn_us = 0;   // a turn that answers one TestRequest while they wait
-  double fired_us = 0;  // the cancel of one order, once due
+  size_t orders = 0;     // that could be scheduled in time
+  double turn_us = 0;    // a turn that answers one TestRequest while they wait
+  double before_us = 0;  // the same before the first of them
+  double fired_us = 0;   // the cancel of one order, once due
 };
 
 /// Processor time of a turn that answers a TestRequest: the mean over as many as go in the time
-/// left.
-double turn_us(Rig& rig, Session& session, Clock::time_point end) {
+/// left. Asked from the server's own CPU, so that each is one turn that begins when it is asked.
+double turn_us(Rig& rig, Session& session, int server_cpu, Clock::time_point end) {
+  pin(0, server_cpu);
+  session.set_waiting(Waiting::SLEEPING);
   size_t turns = 0;
   const double us = rig.us_of([&] {
     do {
@@ -41,6 +44,8 @@ double turn_us(Rig& rig, Session& session, Clock::time_point end) {
   return us / static_cast<double>(turns);
 }
 
+Clock::time_point soon() { return Clock::now() + std::chrono::seconds(1); }
+
 Scheduled measure_scheduled(const std::string& binary, const Placement& placement, size_t orders) {
   client::SimulatorOptions options;
   options.binary = binary;
@@ -51,13 +56,17 @@ Scheduled measure_scheduled(const std::string& binary, const Placement& placemen
   const auto session = rig.logs_on("PERF");
 
   Scheduled result;
+  turn_us(rig, *session, placement.server_cpu, soon());  // warm
+  result.before_us = turn_us(rig, *session, placement.server_cpu, soon());
+  pin(0, placement.load_cpu);
+  session->set_waiting(placement.waiting());
   const auto began = Clock::now();
   while (result.orders < orders && Clock::now() - began < SCHEDULING_TIME) {
     rig.send(
         *session, std::min(BURST, orders - result.orders),
         [&](size_t) { session->new_order(resting_order(result.orders++, WIDE), ACCEPTED); }, BURST);
   }
-  result.turn_us = turn_us(rig, *session, began + SURELY_NONE_FIRED);
+  result.turn_us = turn_us(rig, *session, placement.server_cpu, began + SURELY_NONE_FIRED);
   session->disconnect();  // so that no report meets a full socket
   const client::Deadline deadline = client::Deadline::after(std::chrono::seconds(60));
   const double us = rig.us_of([&] {
@@ -72,19 +81,6 @@ Scheduled measure_scheduled(const std::string& binary, const Placement& placemen
   return result;
 }
 
-/// The same turn with the same orders resting and none of them scheduled.
-double unscheduled_turn_us(const std::string& binary, const Placement& placement, size_t orders) {
-  client::SimulatorOptions options;
-  options.binary = binary;
-  options.arguments = client::still_market();
-  Rig rig(options, placement);
-  const auto session = rig.logs_on("PERF");
-  rig.send(
-      *session, orders, [&](size_t i) { session->new_order(resting_order(i, WIDE), ACCEPTED); },
-      BURST);
-  return turn_us(rig, *session, Clock::now() + std::chrono::seconds(1));
-}
-
 }  // namespace
 
 void measure_scheduled_cancels(const Settings& settings, Report& report) {
@@ -93,7 +89,7 @@ void measure_scheduled_cancels(const Settings& settings, Report& report) {
   const std::string count = std::to_string(orders);
   in_rounds(settings, report, "scheduled cancels", USUAL_BUDGET, [&](const Build& build, unsigned) {
     const Scheduled found = measure_scheduled(build.binary, settings.two_cpus, orders);
-    const double none_us = unscheduled_turn_us(build.binary, settings.two_cpus, found.orders);
+    const double none_us = found.before_us;
     // A slow machine cannot schedule them all before the first one fires.
     const double scale = static_cast<double>(orders) / static_cast<double>(found.orders);
     report.add({"growth", "turn with " + count + " cancels scheduled", "us", "with none"},

@@ -108,22 +108,19 @@ bool parse_number(std::string_view text, uint32_t& number) {
 Session::Session(std::string comp_id, Waiting waiting)
     : comp_id_(std::move(comp_id)), waiting_(waiting), in_(INPUT_SIZE) {}
 
-void Session::log_on(uint16_t port) {
-  next_out_ = next_in_ = 1;
-  connect_and_log_on(port, true);
-}
-
-void Session::log_on_again(uint16_t port) { connect_and_log_on(port, false); }
-
-void Session::connect_and_log_on(uint16_t port, bool reset) {
+void Session::connect(uint16_t port) {
   in_begin_ = in_end_ = 0;
   stream_ = client::TcpStream::connect(port);
   // Room for whatever a burst is answered with: the exchange does not send anything twice.
   ::setsockopt(stream_.fd(), SOL_SOCKET, SO_RCVBUF, &RECEIVE_BUFFER, sizeof RECEIVE_BUFFER);
+}
+
+void Session::log_on() {
+  next_out_ = next_in_ = 1;
   std::string body;
   append_field(body, "98=", "0");
   append_field(body, "108=", "3600");
-  if (reset) append_field(body, "141=", "Y");
+  append_field(body, "141=", "Y");
   append("A", body);
   ++owed_;
   exchange();

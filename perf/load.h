@@ -63,10 +63,10 @@ class Session {
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
-  /// Connects and logs on with 141=Y: both numbers begin at 1. Throws WrongReply.
-  void log_on(uint16_t port);
-  /// Connects and logs on with the numbers it has.
-  void log_on_again(uint16_t port);
+  /// Throws client::SystemError if the port refuses.
+  void connect(uint16_t port);
+  /// Logs on with 141=Y: both numbers begin at 1. Throws WrongReply.
+  void log_on();
   /// By a reset, so that no port lingers.
   void disconnect() { stream_.abort(); }
 
@@ -90,6 +90,8 @@ class Session {
   /// Asks for every message again and waits for its last: returns how many came with 43=Y.
   size_t fetch_all_again();
 
+  void set_waiting(Waiting waiting) { waiting_ = waiting; }
+
   size_t requests() const { return due_.size(); }
   size_t queued() const { return queued_; }
   /// Heartbeats that came unasked.
@@ -102,7 +104,6 @@ class Session {
     bool sweeps = false;  // any number of partial fills come in between
   };
 
-  void connect_and_log_on(uint16_t port, bool reset);
   void append(std::string_view type, std::string_view body);
   size_t receive_some();
   std::string_view next_message();

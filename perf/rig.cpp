@@ -9,7 +9,8 @@ Rig::Rig(const client::SimulatorOptions& options, const Placement& placement)
 
 std::unique_ptr<Session> Rig::logs_on(const std::string& comp_id) {
   auto session = std::make_unique<Session>(comp_id, waiting_);
-  session->log_on(server.ports().fix);
+  session->connect(server.ports().fix);
+  session->log_on();
   return session;
 }
 

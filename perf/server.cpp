@@ -28,14 +28,16 @@ std::vector<int> allowed_cpus() {
   return cpus;
 }
 
-void pin(pid_t pid, int cpu) {
+void allow_cpus(pid_t pid, const std::vector<int>& cpus) {
   cpu_set_t set;
   CPU_ZERO(&set);
-  CPU_SET(static_cast<size_t>(cpu), &set);
+  for (const int cpu : cpus) CPU_SET(static_cast<size_t>(cpu), &set);
   if (::sched_setaffinity(pid, sizeof set, &set) != 0) {
     throw client::SystemError("sched_setaffinity");
   }
 }
+
+void pin(pid_t pid, int cpu) { allow_cpus(pid, {cpu}); }
 
 void yield_to_the_server() {
   const sched_param ordinary{};
@@ -46,7 +48,7 @@ void yield_to_the_server() {
 
 Server::Server(client::SimulatorOptions options, int cpu) : simulator_(std::move(options)) {
   simulator_.start();
-  pin(simulator_.pid(), cpu);
+  if (cpu != ANY_CPU) pin(simulator_.pid(), cpu);
 }
 
 uint64_t Server::processor_ns() const {

@@ -22,8 +22,12 @@ struct Placement {
 /// The CPUs that this process may run on, ascending.
 std::vector<int> allowed_cpus();
 
-/// Keeps a process, or with 0 the calling thread, on one CPU. Throws client::SystemError.
+/// Keeps a process, or with 0 the calling thread, on these CPUs. Throws client::SystemError.
+void allow_cpus(pid_t pid, const std::vector<int>& cpus);
 void pin(pid_t pid, int cpu);
+
+/// In the place of a CPU: wherever the starting thread may run.
+constexpr int ANY_CPU = -1;
 
 /// The calling thread no longer interrupts the server when a reply wakes it: on a CPU of their own
 /// the server works a burst off before the load generator runs.

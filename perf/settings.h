@@ -16,8 +16,9 @@ struct Build {
 struct Settings {
   std::vector<Build> builds;  // the one that is judged first; at most one more, to compare with
   std::string floor_binary;
-  Placement one_cpu;   // server and load generator share it
-  Placement two_cpus;  // equal to one_cpu where there is only one
+  Placement one_cpu;      // server and load generator share it
+  Placement two_cpus;     // equal to one_cpu where there is only one
+  std::vector<int> cpus;  // all that we may use
   unsigned rounds = 5;
   bool quick = false;
   size_t in_flight = 64;

@@ -41,14 +41,17 @@ void TickCounter::drain() {
   for (;;) {
     const ssize_t size = ::recv(socket_.fd(), packet.data(), packet.size(), MSG_DONTWAIT);
     if (size < 0) return;
-    take_packet(packet.data(), static_cast<size_t>(size));
+    take({packet.data(), static_cast<size_t>(size)});
   }
 }
 
-void TickCounter::take_packet(const uint8_t* packet, size_t size) {
-  for (size_t at = client::TP_HEADER_SIZE; at + 2 < size; at += 2 + u16_at(packet + at)) {
-    const uint8_t* const message = packet + at + 2;
-    if (!is_book_change(message[0])) continue;
+void TickCounter::take(client::ByteView packet) {
+  for (size_t at = client::TP_HEADER_SIZE; at + 2 < packet.size();) {
+    const size_t message_size = u16_at(packet.data() + at);
+    const uint8_t* const message = packet.data() + at + 2;
+    at += 2 + message_size;
+    if (at > packet.size()) throw WrongReply("a feed packet is cut short");
+    if (message_size < SYMBOL_AT + SYMBOL_SIZE || !is_book_change(message[0])) continue;
     const char* const symbol = reinterpret_cast<const char*>(message + SYMBOL_AT);
     size_t number = 0;
     if (symbol[0] != 'S' ||
@@ -68,7 +71,7 @@ void TickCounter::await_ticks(uint64_t ticks, std::chrono::milliseconds patience
     before = ticks_;
     if (deadline.expired()) throw WrongReply("no tick came");
     pollfd ready{socket_.fd(), POLLIN, 0};
-    ::poll(&ready, 1, 100);
+    ::poll(&ready, 1, deadline.remaining_ms());
   }
 }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+#include "client/bytes.h"
 #include "client/port_slot.h"
 #include "client/udp.h"
 
@@ -25,11 +26,12 @@ class TickCounter {
   /// Returns once `ticks` have ended in all. Throws WrongReply if one takes longer than `patience`.
   void await_ticks(uint64_t ticks, std::chrono::milliseconds patience);
 
+  /// One packet of the feed.
+  void take(client::ByteView packet);
+
   uint64_t ticks() const { return ticks_; }
 
  private:
-  void take_packet(const uint8_t* packet, size_t size);
-
   client::UdpSocket socket_;
   const size_t last_symbol_;
   uint64_t ticks_ = 0;
