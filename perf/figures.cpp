@@ -145,6 +145,7 @@ void Report::print(const std::string& section) const {
     }
     rows.push_back(row);
   }
+  if (rows.size() == 1) return;
   std::printf("\n");
   print_columns(rows);
 }

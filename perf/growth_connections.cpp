@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+#include "client/bytes.h"
+#include "client/fix_message.h"
 #include "client/simulator.h"
 #include "client/tcp.h"
 #include "perf/growth.h"
@@ -109,6 +111,38 @@ void measure_past_connections(const Settings& settings, Report& report) {
   });
 }
 
+/// A turn that answers one TestRequest, with others logged on who say nothing.
+double turn_us(const std::string& binary, const Placement& placement, size_t idle_clients) {
+  Rig rig(plain_options(binary, quiet_still_market()), placement);
+  const auto session = rig.logs_on("PERF");
+  std::vector<client::TcpStream> idle;
+  for (size_t i = 0; i < idle_clients; ++i) {
+    idle.push_back(client::TcpStream::connect(rig.ports().fix));
+    idle.back().send_all(
+        client::to_bytes(client::frame_fix("35=A|34=1|49=IDLE" + std::to_string(i) +
+                                           "|56=IEXG|52=20260101-00:00:00.000|98=0|108=3600|")));
+    session->test_request();  // behind its answer the connection has been accepted
+    session->exchange();
+  }
+  constexpr size_t TURNS = 200;
+  return rig.us_of([&] {
+    for (size_t i = 0; i < TURNS; ++i) {
+      session->test_request();
+      session->exchange();
+    }
+  }) / TURNS;
+}
+
+void measure_idle_clients(const Settings& settings, Report& report) {
+  const size_t clients = settings.scaled(500, 100);
+  const std::string name = "turn with " + std::to_string(clients) + " clients that say nothing";
+  in_rounds(settings, report, name, USUAL_BUDGET, [&](const Build& build, unsigned) {
+    const double with_us = turn_us(build.binary, settings.one_cpu, clients);
+    const double without_us = turn_us(build.binary, settings.one_cpu, 0);
+    report.add({"growth", name, "us", "with none"}, build.name, {with_us, without_us});
+  });
+}
+
 struct VisitCosts {
   double before_logon_us = 0;
   double after_logon_us = 0;
@@ -157,6 +191,7 @@ void measure_disconnects(const Settings& settings, Report& report) {
 void measure_connections(const Settings& settings, Report& report) {
   if (!settings.wants("connections")) return;
   measure_past_connections(settings, report);
+  measure_idle_clients(settings, report);
   measure_disconnects(settings, report);
 }
 

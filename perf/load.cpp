@@ -27,7 +27,7 @@ constexpr std::string_view FRAME_HEAD =
     "9=";
 constexpr size_t TRAILER_SIZE = 7;  // 10=nnn SOH
 constexpr int RECEIVE_BUFFER = 4 * 1024 * 1024;
-constexpr size_t INPUT_SIZE = 4 * 1024 * 1024;
+constexpr size_t INPUT_SIZE = 1024 * 1024;
 constexpr unsigned SPINS_PER_LOOK_AT_THE_CLOCK = 4096;
 
 void append_number(std::string& out, uint64_t number) {
@@ -318,15 +318,14 @@ void Session::check_report(std::string_view message, std::string_view cl_ord_id,
   --owed_;
 }
 
-size_t Session::fetch_all_again() {
+size_t Session::fetch_again(uint32_t first, uint32_t last) {
   std::string body;
-  append_field(body, "7=", "1");
-  append_field(body, "16=", "0");
+  append_field(body, "7=", std::to_string(first));
+  append_field(body, "16=", std::to_string(last));
   append("2", body);
   send();
-  const uint32_t last = next_in_ - 1;
   size_t replayed = 0;
-  for (uint32_t next = 1; next <= last;) {
+  for (uint32_t next = first; next <= last;) {
     FieldReader fields(next_message());
     const std::string_view type = fields.next("35=");
     uint32_t seq = 0;

@@ -87,8 +87,12 @@ class Session {
   /// Waits until nothing is owed. Throws WrongReply.
   void await_replies();
 
-  /// Asks for every message again and waits for its last: returns how many came with 43=Y.
-  size_t fetch_all_again();
+  /// Asks for these messages again, waits for the last and returns how many came with 43=Y. Throws
+  /// WrongReply. Nothing must be owed. What does not fit into the socket's buffer is lost, since
+  /// the exchange sends nothing twice: ask for a few thousand at a time.
+  size_t fetch_again(uint32_t first, uint32_t last);
+  /// The number of the last message received.
+  uint32_t last_received() const { return next_in_ - 1; }
 
   void set_waiting(Waiting waiting) { waiting_ = waiting; }
 

@@ -173,7 +173,7 @@ TEST_F(LoadSession, everything_again_counts_replays_and_steps_over_gap_fills) {
   session.exchange();
   acceptor.sends("35=4|34=1|43=Y|123=Y|36=2");
   acceptor.sends("35=8|34=2|43=Y|37=7|11=R0000000|150=0");
-  EXPECT_EQ(session.fetch_all_again(), 1u);
+  EXPECT_EQ(session.fetch_again(1, 2), 1u);
 }
 
 TEST_F(LoadSession, a_replay_left_out_is_wrong) {
@@ -181,7 +181,7 @@ TEST_F(LoadSession, a_replay_left_out_is_wrong) {
   session.new_order({}, ACCEPTED);
   session.exchange();
   acceptor.sends("35=8|34=2|43=Y|37=7|11=R0000000|150=0");
-  EXPECT_THROW(session.fetch_all_again(), WrongReply);
+  EXPECT_THROW(session.fetch_again(1, 2), WrongReply);
 }
 
 TEST_F(LoadSession, the_next_burst_waits_for_every_reply_to_the_one_before) {
