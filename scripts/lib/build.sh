@@ -2,8 +2,11 @@
 # Sourced by the scripts that start a program: builds one target of the program's own build folder.
 # Needs `root` and lib/packages.sh.
 
+# build_target NAME [OPTION=VALUE...]: the options are CMake's, and stay set once they are.
 # Two starts at once share one build: the second waits for the first.
 build_target() (
+  local target=$1 option missing=()
+  shift
   build=$root/build/run
   mkdir -p "$root/build"
   exec 9>"$root/build/run.lock"
@@ -13,8 +16,12 @@ build_target() (
     ! grep -qxF "CMAKE_HOME_DIRECTORY:INTERNAL=$root" "$build/CMakeCache.txt"; then
     quietly cmake -S "$root" --preset run --fresh
   fi
-  if [[ ! -x $build/$1 ]]; then
-    echo "building $1, which takes up to two minutes the first time" >&2
+  for option in "$@"; do
+    grep -qxE "${option/=/:[A-Z]+=}" "$build/CMakeCache.txt" || missing+=("-D$option")
+  done
+  ((${#missing[@]} == 0)) || quietly cmake "${missing[@]}" "$build"
+  if [[ ! -x $build/$target ]]; then
+    echo "building $target, which takes up to two minutes the first time" >&2
   fi
-  quietly cmake --build "$build" --target "$1"
+  quietly cmake --build "$build" --target "$target"
 )

@@ -1,0 +1,88 @@
+// What runs in one process without a socket: the FIX codec on the messages of an order's life. The
+// clocks stand still, so that no reading of a clock is in the figures.
+
+#include <benchmark/benchmark.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include "fix/fix_codec.h"
+#include "fix/receive_buffer.h"
+
+namespace quorl {
+namespace {
+
+constexpr std::string_view ANY_TIME = "20260101-00:00:00.000";
+
+FixFieldList new_order_body() {
+  return {{TAG_CL_ORD_ID, "R0012345"},  {TAG_SYMBOL, "AAPL"}, {TAG_SIDE, "1"},
+          {TAG_ORDER_QTY, "100"},       {TAG_ORD_TYPE, "2"},  {TAG_PRICE, "149.73"},
+          {TAG_TIME_IN_FORCE, "0"},     {TAG_EXEC_INST, "i"}, {TAG_RULE_80A, "P"},
+          {TAG_TRANSACT_TIME, ANY_TIME}};
+}
+
+FixFieldList accepted_body() {
+  return {{TAG_ORDER_ID, "13345"},  {TAG_CL_ORD_ID, "R0012345"},
+          {TAG_EXEC_ID, "E12345"},  {TAG_EXEC_TRANS_TYPE, "0"},
+          {TAG_EXEC_TYPE, "0"},     {TAG_ORD_STATUS, "0"},
+          {TAG_SYMBOL, "AAPL"},     {TAG_SIDE, "1"},
+          {TAG_ORDER_QTY, "100"},   {TAG_EXEC_INST, "i"},
+          {TAG_ORD_TYPE, "2"},      {TAG_RULE_80A, "P"},
+          {TAG_TIME_IN_FORCE, "0"}, {TAG_PRICE, "149.73"},
+          {TAG_LAST_SHARES, "0"},   {TAG_LAST_PX, "0"},
+          {TAG_LEAVES_QTY, "100"},  {TAG_CUM_QTY, "0"},
+          {TAG_AVG_PX, "0"},        {TAG_TRANSACT_TIME, ANY_TIME}};
+}
+
+std::string new_order_frame() {
+  return compose_message("D", 12345, "PERF", EXCHANGE_COMP_ID, new_order_body(), {});
+}
+
+/// Frames out of what one recv has brought: `range(0)` orders.
+void cut_frames(benchmark::State& state) {
+  std::string received;
+  for (int64_t i = 0; i < state.range(0); ++i) received += new_order_frame();
+  ReceiveBuffer buffer;
+  std::string frame;
+  for (auto _ : state) {
+    buffer.append(received);
+    int64_t frames = 0;
+    while (extract_frame(buffer, frame)) ++frames;
+    if (frames != state.range(0)) state.SkipWithError("a frame was lost");
+  }
+  state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK(cut_frames)->Arg(1)->Arg(64);
+
+void parse_a_new_order(benchmark::State& state) {
+  const std::string frame = new_order_frame();
+  for (auto _ : state) {
+    const FixFieldMap fields = parse_fields(frame);
+    benchmark::DoNotOptimize(fields.text(TAG_CL_ORD_ID));
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(parse_a_new_order);
+
+void compose_a_report(benchmark::State& state) {
+  const FixFieldList body = accepted_body();
+  uint32_t seq = 1;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(compose_message("8", seq++, EXCHANGE_COMP_ID, "PERF", body, {}));
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(compose_a_report);
+
+void list_the_fields_of_a_report(benchmark::State& state) {
+  for (auto _ : state) benchmark::DoNotOptimize(accepted_body());
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(list_the_fields_of_a_report);
+
+}  // namespace
+}  // namespace quorl
+
+BENCHMARK_MAIN();
