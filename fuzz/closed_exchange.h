@@ -48,16 +48,14 @@ class ScenarioVariable {
   std::string assignment_;  // the environment points into it
 };
 
-/// The exchange that a command line asks for, cut off from the network: what its feed sends goes
-/// to no socket. The market is not open yet and has no symbols.
+/// The exchange that a command line asks for, cut off from the network: its feed is sent to port 0,
+/// where nobody can be. The market is not open yet and has no symbols.
 struct ClosedExchange {
   explicit ClosedExchange(const RunConfig& run_config)
       : config(run_config),
         rng(config.seed),
-        publisher(config.mcast, config.port, config.iface, 0, config.session),
-        engine(publisher, rng, scenario, config.step_bps, config.touch_hit) {
-    test::close_feed(publisher);
-  }
+        publisher("127.0.0.1", 0, config.iface, config.session),
+        engine(publisher, rng, scenario, config.step_bps, config.touch_hit) {}
 
   RunConfig config;
   std::mt19937_64 rng;

@@ -23,7 +23,7 @@ void check(bool holds) {
   if (!holds) std::abort();
 }
 
-void receive(std::string_view bytes, size_t piece_size) {
+void receive_in_pieces(std::string_view bytes, size_t piece_size) {
   ReceiveBuffer buffer;
   FixFieldMap fields;
   std::string left;  // what the buffer should hold between two pieces
@@ -51,7 +51,7 @@ void receive(std::string_view bytes, size_t piece_size) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
   const std::string bytes(quorl::fuzz::text_of(data + 1, size - 1));
-  quorl::receive(bytes, std::max<size_t>(1, data[0]));
+  quorl::receive_in_pieces(bytes, std::max<size_t>(1, data[0]));
   quorl::FixFieldMap fields;
   quorl::parse_fields(bytes, fields);  // as if it had passed for a frame
   return 0;

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdlib>
+#include <optional>
 
 #include "closed_exchange.h"
 #include "feed/gap_fill.h"
@@ -33,20 +34,21 @@ struct Service {
     config.session = 1;
     exchange = fuzz::open_exchange(config);
     if (::socketpair(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0, ends.data()) != 0) std::abort();
-    test::serve_gap_fill_on(exchange->publisher, ends[0]);
+    gap_fill.emplace(exchange->publisher, ends[0]);
   }
 
   std::unique_ptr<fuzz::ClosedExchange> exchange;
   std::array<int, 2> ends{};
+  std::optional<GapFill> gap_fill;
 };
 
 }  // namespace
 }  // namespace quorl
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const quorl::Service service;
+  static quorl::Service service;
   quorl::check_parsed(data, size);
   [[maybe_unused]] const auto sent = ::send(service.ends[1], data, size, 0);
-  service.exchange->publisher.serve_gap_fill();
+  service.gap_fill->serve();
   return 0;
 }

@@ -8,8 +8,8 @@ namespace quorl {
 
 /// A file that is written from its front to its end and never read, with a buffer of its own.
 /// Failures are silent: a file that could not be opened, or not written, takes no more from then
-/// on. A reader that stalls (the path may name a FIFO) holds up the process until a stop is
-/// requested; what then cannot be written is given up.
+/// on. A reader that stalls (the path may name a FIFO) holds up the process, but from a stop on not
+/// for long: what cannot be written then is given up.
 class OutputFile {
  public:
   OutputFile() = default;

@@ -50,4 +50,16 @@ int wait_for_events(std::span<pollfd> set, int timeout_ms);
 
 void close_socket(int fd);
 
+/// Closes the socket that it has been given, if any, at its end.
+struct OwnedSocket {
+  explicit OwnedSocket(int owned = -1) : fd(owned) {}
+  OwnedSocket(const OwnedSocket&) = delete;
+  OwnedSocket& operator=(const OwnedSocket&) = delete;
+  ~OwnedSocket() {
+    if (fd >= 0) close_socket(fd);
+  }
+
+  int fd;  // -1 for none
+};
+
 }  // namespace quorl

@@ -30,18 +30,18 @@ class Interruptions {
     sigaction(SIGALRM, &action, &former_action_);
     const timeval period{.tv_sec = 0, .tv_usec = LOOK_AGAIN_MS * 1000};
     const itimerval timer{.it_interval = period, .it_value = period};
-    setitimer(ITIMER_REAL, &timer, nullptr);
+    setitimer(ITIMER_REAL, &timer, &former_timer_);
   }
   Interruptions(const Interruptions&) = delete;
   Interruptions& operator=(const Interruptions&) = delete;
   ~Interruptions() {
-    const itimerval none{};
-    setitimer(ITIMER_REAL, &none, nullptr);
+    setitimer(ITIMER_REAL, &former_timer_, nullptr);  // an alarm of whoever started us comes late
     sigaction(SIGALRM, &former_action_, nullptr);
   }
 
  private:
   struct sigaction former_action_ {};
+  itimerval former_timer_{};
 };
 
 }  // namespace
@@ -67,8 +67,7 @@ ssize_t write_until_stopped(int fd, std::string_view bytes) {
   while (true) {
     const bool stopping = stop_requested.load() != 0;
     const ssize_t written = ::write(fd, bytes.data(), size);
-    if (written >= 0 || (errno != EINTR && errno != EAGAIN)) return written;
-    if (errno == EAGAIN && !wait_until_writable(fd)) return -1;
+    if (written >= 0 || errno != EINTR) return written;
     if (stopping) patience_ms -= LOOK_AGAIN_MS;
     if (!may_wait(stopping)) return -1;
   }

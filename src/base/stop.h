@@ -5,9 +5,9 @@
 #include <atomic>
 #include <string_view>
 
-// The request to stop, and how it ends what a stalled reader of our output would hold up. Such a
-// reader may hold up the process for as long as it likes; but from a stop on, all waits for such
-// readers last 100 ms together, and then what was to be written is given up.
+// The request to stop, and how it ends what a stalled reader of standard error or of a file would
+// hold up. Such a reader may hold up the process for as long as it likes; but from a stop on, all
+// waits for such readers last 100 ms together, and then what was to be written is given up.
 
 namespace quorl {
 
@@ -19,8 +19,8 @@ extern std::atomic<unsigned char> stop_requested;
 /// write tells. False: give up.
 bool wait_until_writable(int fd);
 
-/// For a descriptor that blocks, and that others may share, so that it has to stay so: as write,
-/// of at most PIPE_BUF bytes. Negative, with errno EINTR: give up.
+/// For a descriptor that others may share, so that it has to stay as it is, blocking as a rule: as
+/// write, of at most PIPE_BUF bytes. Negative with errno EINTR: give up.
 ssize_t write_until_stopped(int fd, std::string_view bytes);
 
 }  // namespace quorl

@@ -58,7 +58,7 @@ bool is_from_ourselves(const sockaddr_in& peer, uint16_t port) {
 }
 
 unsigned long long last_seq(const ControlTargets& targets) {
-  return targets.engine.publisher->next_seq - 1;
+  return targets.engine.publisher->last_seq();
 }
 
 void pause(const ControlTargets& targets, std::string_view) {
@@ -134,7 +134,7 @@ constexpr Command COMMANDS[] = {
 
 std::string stats_reply(const ControlTargets& targets) {
   return "ok " + bench_stats_text(*targets.engine.scenario) +
-         " next_seq=" + std::to_string(targets.engine.publisher->next_seq) + " " +
+         " next_seq=" + std::to_string(targets.engine.publisher->next_seq()) + " " +
          fault_stats_text(*targets.engine.publisher) + session_text(targets.clients) + "\n";
 }
 

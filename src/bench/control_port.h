@@ -11,7 +11,7 @@ namespace quorl {
 struct Client;
 struct Engine;
 
-/// What the control commands work on; all of it is owned by the driver.
+/// What the control commands work on. Borrows all of it.
 struct ControlTargets {
   Engine& engine;
   int32_t& interval_ms;  // of the walk; 0 is every turn, negative is never

@@ -9,7 +9,7 @@ void Lapse::start(uint64_t ms) {
   announced_ = false;
 }
 
-/// Before the first one the clock need not be asked: it is, with every message that is sent.
+/// Asked with every message that is sent: without a lapse that costs no reading of the clock.
 bool Lapse::is_silent() const { return until_ms_ != 0 && steady_ms() < until_ms_; }
 
 bool Lapse::announce_once() {

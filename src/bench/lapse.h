@@ -5,11 +5,12 @@
 namespace quorl {
 
 /// A silence of the FIX side, of all its sessions together: while it lasts nothing is sent to any
-/// client. Market data goes on. Every question reads the steady clock afresh.
+/// client but the Logout of a refused Logon. Market data goes on. Every question reads the steady
+/// clock afresh, once there has been a lapse at all.
 class Lapse {
  public:
-  /// From now on for `ms`, in place of one that runs; 0 ends that. Either way it is to be announced
-  /// anew.
+  /// From now on for `ms`, in place of one that runs, and to be announced anew; 0 ends the one that
+  /// runs.
   void start(uint64_t ms);
 
   bool is_silent() const;

@@ -22,8 +22,8 @@ struct Script {
 };
 
 /// The armed script of misbehaviours. The environment sets the recurring rules and the once-only
-/// events at start, the control port sets the one-shot counts during the run; the sites where they
-/// fire read and write the fields directly.
+/// events at start, the control port sets the one-shot counts during the run; each behaviour asks
+/// its script at its one site.
 struct Scenario {
   /// Reads QUORL_SCENARIO (a comma list of key=value items) and BENCH_ORDER_TRUTH (the path of the
   /// order event file) and prints the armed line if a scenario is set. Items without "=", unknown

@@ -36,9 +36,10 @@ std::string bench_stats_text(const Scenario& scenario) {
 }
 
 std::string fault_stats_text(const TpPublisher& publisher) {
-  return "quorl faults: sent " + std::to_string(publisher.packets - publisher.dropped) +
-         " dropped " + std::to_string(publisher.dropped) + " duplicated " +
-         std::to_string(publisher.duplicated) + " reordered " + std::to_string(publisher.reordered);
+  const FeedCounts& c = publisher.counts();
+  return "quorl faults: sent " + std::to_string(c.packets - c.dropped) + " dropped " +
+         std::to_string(c.dropped) + " duplicated " + std::to_string(c.duplicated) + " reordered " +
+         std::to_string(c.reordered);
 }
 
 std::string session_text(const std::vector<Client>& clients) {

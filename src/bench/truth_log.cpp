@@ -58,7 +58,7 @@ void write_order_event(Engine& engine, const OrderEvent& event) {
 void write_book_line(Engine& engine, const Stock& stock) {
   OutputFile& out = engine.truth;
   if (!out.is_writable()) return;
-  std::string line = "{\"seq\":" + std::to_string(engine.publisher->next_seq - 1);
+  std::string line = "{\"seq\":" + std::to_string(engine.publisher->last_seq());
   line.append(",\"secid\":").append(std::to_string(stock.locate));
   line.append(",\"symbol\":\"").append(stock.symbol).append("\",\"bid\":[");
   put_levels(line, stock.book.bids());
@@ -72,7 +72,7 @@ void write_mark(Engine& engine, std::string_view label) {
   OutputFile& out = engine.truth;
   if (!out.is_writable()) return;
   std::string line = "{\"mark\":\"";
-  line.append(label).append("\",\"seq\":").append(std::to_string(engine.publisher->next_seq - 1));
+  line.append(label).append("\",\"seq\":").append(std::to_string(engine.publisher->last_seq()));
   line.append("}\n");
   out.append(line);
   out.flush();

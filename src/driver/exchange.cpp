@@ -13,7 +13,8 @@ namespace quorl {
 Exchange::Exchange(const RunConfig& config)
     : config_(config),
       rng_(config_.seed),
-      publisher_(config_.mcast, config_.port, config_.iface, config_.gapfill_port, config_.session),
+      publisher_(config_.mcast, config_.port, config_.iface, config_.session),
+      gap_fill_(publisher_, gap_fill_socket_.fd = open_gap_fill_port(config_.gapfill_port)),
       starting_faults_(fault_plan_of(config_)),
       engine_(publisher_, rng_, scenario_, config_.step_bps, config_.touch_hit) {
   publisher_.faults = starting_faults_;
@@ -28,7 +29,7 @@ Exchange::Exchange(const RunConfig& config)
   print_banner();
 }
 
-void Exchange::begin() { driver_.emplace(config_, engine_, listeners_); }
+void Exchange::begin() { driver_.emplace(config_, engine_, gap_fill_, listeners_); }
 
 void Exchange::print_banner() const {
   print_log(
@@ -43,7 +44,7 @@ void Exchange::print_banner() const {
 void Exchange::print_final_lines() const {
   print_log("%s\nbench: stats %s next_seq=%llu\n[quorl] stopped\n",
             fault_stats_text(publisher_).c_str(), bench_stats_text(scenario_).c_str(),
-            static_cast<unsigned long long>(publisher_.next_seq));
+            static_cast<unsigned long long>(publisher_.next_seq()));
 }
 
 }  // namespace quorl

@@ -3,10 +3,12 @@
 #include <optional>
 #include <random>
 
+#include "base/sockets.h"
 #include "bench/scenario.h"
 #include "driver/run_config.h"
 #include "driver/turn.h"
 #include "feed/fault_plan.h"
+#include "feed/gap_fill.h"
 #include "feed/tp_publisher.h"
 #include "market/engine.h"
 
@@ -36,7 +38,9 @@ class Exchange {
 
   RunConfig config_;
   std::mt19937_64 rng_;
+  OwnedSocket gap_fill_socket_;  // opened behind the feed's, and closed behind it
   TpPublisher publisher_;
+  GapFill gap_fill_;
   // Read between its neighbours: a malformed burst ends the run behind the one's complaints and
   // ahead of the other's line.
   const FaultPlan starting_faults_;

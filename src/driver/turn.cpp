@@ -9,6 +9,7 @@
 #include "bench/scenario.h"
 #include "bench/stats_text.h"
 #include "driver/run_config.h"
+#include "feed/gap_fill.h"
 #include "feed/tp_publisher.h"
 #include "market/engine.h"
 
@@ -25,9 +26,10 @@ using Printed = unsigned long long;  // what %llu takes
 
 }  // namespace
 
-Driver::Driver(RunConfig& config, Engine& engine, const Listeners& listeners)
+Driver::Driver(RunConfig& config, Engine& engine, GapFill& gap_fill, const Listeners& listeners)
     : config_(config),
       engine_(engine),
+      gap_fill_(gap_fill),
       listeners_(listeners),
       gateway_(engine, clients_, config.quiet),
       last_walk_ms_(steady_ms()),
@@ -48,8 +50,8 @@ bool Driver::turn() {
   announce_lapse(now_ms);
   gateway_.run_timers(now_ms);
   print_bench_stats_if_due(now_ms);
-  send_heartbeat_if_due();
-  engine_.publisher->serve_gap_fill();
+  send_feed_heartbeat_if_due();
+  gap_fill_.serve();
   write_files_if_due(now_ms);
   print_deep_stats_if_due(now_ms);
   wait();
@@ -108,14 +110,14 @@ bool Driver::bench_stats_armed() const {
 void Driver::print_bench_stats_if_due(uint64_t now_ms) {
   if (!bench_stats_armed() || now_ms - last_stats_ms_ < BENCH_STATS_MS) return;
   print_log("bench: stats %s next_seq=%llu %s%s\n", bench_stats_text(*engine_.scenario).c_str(),
-            static_cast<Printed>(engine_.publisher->next_seq),
+            static_cast<Printed>(engine_.publisher->next_seq()),
             fault_stats_text(*engine_.publisher).c_str(), session_text(clients_).c_str());
   last_stats_ms_ = now_ms;
 }
 
-void Driver::send_heartbeat_if_due() {
+void Driver::send_feed_heartbeat_if_due() {
   TpPublisher& publisher = *engine_.publisher;
-  if (steady_ms() - publisher.last_flush_ms < HEARTBEAT_MS) return;
+  if (steady_ms() - publisher.last_flush_ms() < HEARTBEAT_MS) return;
   publisher.send_heartbeat();
 }
 
@@ -128,14 +130,14 @@ void Driver::write_files_if_due(uint64_t now_ms) {
 
 void Driver::print_deep_stats_if_due(uint64_t now_ms) {
   if (now_ms - last_deep_ms_ < DEEP_STATS_MS) return;
-  const TpPublisher& publisher = *engine_.publisher;
+  const FeedCounts& feed = engine_.publisher->counts();
   print_log(
       "[quorl] deep msgs %llu packets %llu dropped %llu gapfill %llu snapshots %llu "
       "resting %zu clients %zu\n%s\n",
-      static_cast<Printed>(publisher.messages), static_cast<Printed>(publisher.packets),
-      static_cast<Printed>(publisher.dropped), static_cast<Printed>(publisher.gap_requests),
+      static_cast<Printed>(feed.messages), static_cast<Printed>(feed.packets),
+      static_cast<Printed>(feed.dropped), static_cast<Printed>(gap_fill_.counts().requests),
       static_cast<Printed>(engine_.snapshots_served), engine_.orders.size(), clients_.size(),
-      fault_stats_text(publisher).c_str());
+      fault_stats_text(*engine_.publisher).c_str());
   last_deep_ms_ = now_ms;
 }
 

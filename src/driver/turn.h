@@ -12,6 +12,7 @@
 
 namespace quorl {
 
+class GapFill;
 struct Engine;
 struct RunConfig;
 
@@ -22,11 +23,12 @@ struct Listeners {
   int snap_listen_fd = -1;
 };
 
-/// The one poll loop: it decides only when each piece of work runs. Borrows the configuration and
-/// the engine, with its publisher and scenario, for the run; owns the connections and the timers.
+/// The one poll loop: it decides only when each piece of work runs. Borrows the configuration, the
+/// engine, with its publisher and scenario, and the gap fill for the run; owns the connections and
+/// the timers.
 class Driver {
  public:
-  Driver(RunConfig& config, Engine& engine, const Listeners& listeners);
+  Driver(RunConfig& config, Engine& engine, GapFill& gap_fill, const Listeners& listeners);
   Driver(const Driver&) = delete;
   Driver& operator=(const Driver&) = delete;
 
@@ -43,13 +45,14 @@ class Driver {
   void announce_lapse(uint64_t now_ms);
   void print_bench_stats_if_due(uint64_t now_ms);
   bool bench_stats_armed() const;
-  void send_heartbeat_if_due();
+  void send_feed_heartbeat_if_due();
   void write_files_if_due(uint64_t now_ms);
   void print_deep_stats_if_due(uint64_t now_ms);
   void wait();
 
   RunConfig& config_;
   Engine& engine_;
+  GapFill& gap_fill_;
   const Listeners listeners_;
   std::vector<Client> clients_;  // only grows
   FixGateway gateway_;

@@ -6,8 +6,8 @@
 #include "base/little_endian.h"
 #include "base/price4.h"
 
-// The ten DEEP messages that this exchange sends. A record has the fields that vary; its `encode`
-// is the layout.
+// The DEEP messages that this exchange sends, one record for the updates of both sides. A record
+// has the fields that vary; its `encode` is the layout.
 
 namespace quorl {
 
@@ -55,7 +55,7 @@ struct SecurityEvent {  // always "opening process complete"
 
 struct PriceLevelUpdate {  // the new total size shown at one price
   bool buy;
-  uint8_t event_flags;  // 1 on the last update of an event, else 0
+  uint8_t event_flags;  // 1 on the last update of an event, and always in an image, else 0
   uint64_t timestamp_ns;
   Symbol8 symbol;
   uint32_t size;  // shares; 0 means the level is gone

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstring>
+#include <string_view>
 
-#include "base/clocks.h"
+#include "base/log.h"
 #include "base/sockets.h"
 #include "feed/tp_publisher.h"
 
@@ -19,30 +21,15 @@ constexpr uint8_t KIND_SERVED = 1;
 constexpr uint8_t KIND_KNOWN = 2;  // well formed, and refused
 constexpr uint64_t MESSAGES_PER_REQUEST = 1000;
 
-/// A reply is built beside the packet under assembly, which a request must not touch.
-struct ReplyPacket {
-  TpHeader header;
-  std::array<uint8_t, MAX_PACKET_SIZE> bytes;
-  size_t fill = TP_HEADER_SIZE;
+bool is_for(const TpPublisher& publisher, const GapRequest& request) {
+  return request.protocol_id == DEEP_PROTOCOL_ID && request.channel_id == DEEP_CHANNEL_ID &&
+         request.session_id == publisher.session_id();
+}
 
-  bool fits(const RetainedMessage& message) const {
-    return fill + message.bytes.size() + BLOCK_PREFIX_SIZE <= bytes.size() &&
-           header.message_count != MAX_MESSAGE_COUNT;
-  }
-
-  void add(const RetainedMessage& message) {
-    fill += put_block(bytes.data() + fill, message.bytes.data(), message.bytes.size());
-    ++header.message_count;
-  }
-
-  void send(int fd, const sockaddr_in& to) {
-    header.send_time = system_ns();
-    header.payload_length = static_cast<uint16_t>(fill - TP_HEADER_SIZE);
-    const auto head = encode(header);
-    std::memcpy(bytes.data(), head.data(), head.size());
-    send_datagram(fd, bytes.data(), fill, to);
-  }
-};
+void send(int fd, TpPacket& packet, const sockaddr_in& to) {
+  const std::span<const uint8_t> bytes = packet.stamped();
+  send_datagram(fd, bytes.data(), bytes.size(), to);
+}
 
 }  // namespace
 
@@ -69,63 +56,69 @@ bool parse_gap_request(const void* data, size_t size, GapRequest& out) {
   return true;
 }
 
-void TpPublisher::serve_gap_fill() {
-  if (gap_fd < 0) return;
+int open_gap_fill_port(uint16_t port) {
+  if (port == 0) return -1;
+  const int fd = open_udp_socket();
+  if (!bind_reusable(fd, INADDR_ANY, port)) {
+    print_log("quorl: gap-fill port: %s\n", std::strerror(errno));
+    close_socket(fd);
+    return -1;
+  }
+  set_nonblocking(fd);
+  return fd;
+}
+
+GapFill::GapFill(const TpPublisher& publisher, int fd) : publisher_(publisher), fd_(fd) {}
+
+void GapFill::serve() {
+  if (fd_ < 0) return;
   std::array<uint8_t, LONGEST_REQUEST> datagram;
   while (true) {
     sockaddr_in from{};
-    const ssize_t received = receive_datagram(gap_fd, datagram.data(), datagram.size(), from);
+    const ssize_t received = receive_datagram(fd_, datagram.data(), datagram.size(), from);
     if (received < 1) return;  // an empty datagram ends the turn's service too
-    answer_gap_request(datagram.data(), static_cast<size_t>(received), from);
+    answer({datagram.data(), static_cast<size_t>(received)}, from);
   }
 }
 
-void TpPublisher::answer_gap_request(const uint8_t* datagram, size_t size,
-                                     const sockaddr_in& from) {
+void GapFill::answer(std::span<const uint8_t> datagram, const sockaddr_in& from) {
   GapRequest request;
-  if (!parse_gap_request(datagram, size, request) || request.kind != KIND_SERVED ||
-      request.protocol_id != DEEP_PROTOCOL_ID || request.channel_id != DEEP_CHANNEL_ID ||
-      request.session_id != session_id) {
-    ++gap_rejects;
+  if (!parse_gap_request(datagram.data(), datagram.size(), request) ||
+      request.kind != KIND_SERVED || !is_for(publisher_, request)) {
+    ++counts_.rejects;
     return;
   }
-  ++gap_requests;
-  if (request.ranges.empty()) {
-    ReplyPacket status;
-    status.header.session_id = session_id;
-    status.header.stream_offset = stream_offset;
-    status.header.first_seq = next_seq;
-    return status.send(gap_fd, from);
-  }
+  ++counts_.requests;
+  if (request.ranges.empty()) return send_status(from);
   uint64_t budget = MESSAGES_PER_REQUEST;
-  const uint64_t oldest = retained.empty() ? next_seq : retained.front().seq;
   for (const auto& [first, last] : request.ranges) {
-    replay(std::max(first, oldest), std::min(last, next_seq - 1), budget, from);
+    replay(std::max(first, publisher_.oldest_retained_seq()), std::min(last, publisher_.last_seq()),
+           budget, from);
   }
+}
+
+void GapFill::send_status(const sockaddr_in& to) const {
+  TpPacket status(publisher_.session_id());
+  status.begin(publisher_.next_seq(), publisher_.stream_offset());
+  send(fd_, status, to);
 }
 
 /// REQUIRES: `first` is retained or above `last`. What still waits in the packet under assembly is
 /// replayed too, ahead of its multicast.
-void TpPublisher::replay(uint64_t first, uint64_t last, uint64_t& budget, const sockaddr_in& to) {
-  const auto retained_at = [this](uint64_t seq) -> const RetainedMessage& {
-    return retained[seq - retained.front().seq];
-  };
+void GapFill::replay(uint64_t first, uint64_t last, uint64_t& budget, const sockaddr_in& to) {
+  TpPacket reply(publisher_.session_id());
   while (first <= last && budget != 0) {
-    ReplyPacket reply;
-    reply.header.session_id = session_id;
-    reply.header.first_seq = first;
-    reply.header.stream_offset = retained_at(first).stream_offset;
-    while (first <= last && budget != 0 && reply.fits(retained_at(first))) {
-      reply.add(retained_at(first));
-      ++first;
-      ++gap_messages;
-      --budget;
+    reply.begin(first, publisher_.retained(first).stream_offset);
+    for (; first <= last && budget != 0; ++first, --budget, ++counts_.messages) {
+      const std::string_view message = publisher_.retained(first).bytes;
+      if (!reply.fits(message.size())) break;
+      reply.add(message);
     }
-    if (reply.header.message_count == 0) {
+    if (reply.message_count() == 0) {
       ++first;  // too large for any packet: it was never on the feed either
       continue;
     }
-    reply.send(gap_fd, to);
+    send(fd_, reply, to);
   }
 }
 

@@ -163,9 +163,9 @@ std::vector<uint8_t> answer_snap_request(Engine& engine, std::span<const uint8_t
   if (request.front() != 'r' || request.size() < REQUEST_SIZE) return error_reply('U');
   if (is_blank(request.subspan(NAME_AT, NAME_SIZE))) return error_reply('A');
   if (read_le<uint32_t>(&request[CHANNEL_AT]) != DEEP_CHANNEL_ID) return error_reply('C');
-  if (read_le<uint32_t>(&request[SESSION_AT]) != publisher.session_id) return error_reply('S');
+  if (read_le<uint32_t>(&request[SESSION_AT]) != publisher.session_id()) return error_reply('S');
   const auto minimum = read_le<uint64_t>(&request[MINIMUM_AT]);
-  const uint64_t last_seq = publisher.next_seq - 1;
+  const uint64_t last_seq = publisher.last_seq();
   if (last_seq < minimum) return error_reply('R');
 
   std::vector<uint8_t> image = build_snap_image(engine);
@@ -178,9 +178,9 @@ std::vector<uint8_t> answer_snap_request(Engine& engine, std::span<const uint8_t
 std::vector<uint8_t> build_snap_image(Engine& engine) {
   const TpPublisher& publisher = *engine.publisher;
   TpHeader header;
-  header.session_id = publisher.session_id;
+  header.session_id = publisher.session_id();
   header.message_count = 1;
-  header.first_seq = publisher.next_seq - 1;
+  header.first_seq = publisher.last_seq();
   // The packet under assembly counts: its messages have already changed what is shown.
   header.stream_offset = publisher.next_block_offset();
   header.send_time = system_ns();

@@ -9,9 +9,8 @@
 namespace quorl {
 
 constexpr size_t TP_HEADER_SIZE = 40;
-constexpr size_t MAX_PACKET_SIZE = 1500;       // header included
-constexpr size_t BLOCK_PREFIX_SIZE = 2;        // the length in front of each message
-constexpr uint16_t MAX_MESSAGE_COUNT = 65535;  // of one packet
+constexpr size_t MAX_PACKET_SIZE = 1500;  // header included
+constexpr size_t BLOCK_PREFIX_SIZE = 2;   // the length in front of each message
 constexpr uint16_t DEEP_PROTOCOL_ID = 0x8004;
 constexpr uint32_t DEEP_CHANNEL_ID = 1;
 

@@ -25,8 +25,8 @@ struct ReportTarget {
 };
 
 // --- ExecutionReport (35=8) ---
-// `order` gives the quantities, prices and characters of the report as it stands after the event;
-// `symbol` is tag 55.
+// `order` gives the quantities, prices and characters of the report as it stands after the event,
+// for a cancel as it stood before; `symbol` is tag 55.
 
 /// Acknowledges an order that has been accepted.
 void build_new_report(const ReportTarget& to, const Order& order, std::string_view symbol);

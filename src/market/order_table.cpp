@@ -6,8 +6,8 @@
 namespace quorl {
 namespace {
 
-/// Each is the least prime of the usual list of growing tables that is at least twice the one
-/// before. Behind the last one the table stays as it is, and only its chains grow.
+/// One until the first order, then 13, then of a list of primes the least that is at least twice
+/// the one before. Behind the last one the table stays as it is, and only its chains grow.
 constexpr uint32_t BUCKET_COUNTS[] = {
     1,        13,       29,        59,        127,       257,       541,
     1109,     2357,     5087,      10273,     20753,     42043,     85229,

@@ -36,9 +36,10 @@ struct RestingOrder : Order {
 /// pull by its position in it. It is the order of a chained hash table whose bucket is the id
 /// modulo the count of buckets, and in which all chains are one list: an order that comes into an
 /// empty bucket goes to the front of the whole list, one that comes into an occupied bucket goes to
-/// the front of that bucket's run. The buckets are as many as in BUCKET_COUNTS, more as soon as
-/// there would be more orders than buckets, and never fewer again; growing goes through the list
-/// from its front and inserts each order anew, by the same rule, into an empty list.
+/// the front of that bucket's run. The buckets are as many as in BUCKET_COUNTS: 13 from the first
+/// order on, more as soon as there would be more orders than buckets, and never fewer again;
+/// growing goes through the list from its front and inserts each order anew, by the same rule, into
+/// an empty list.
 ///
 /// So the list is in descending order of (when its bucket became occupied, when the order came). By
 /// these two stamps the background orders of each stock are kept in order beside the list, and no

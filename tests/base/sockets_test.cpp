@@ -132,6 +132,20 @@ TEST(Sockets, a_listener_does_not_block_and_takes_every_address_with_a_backlog_o
   ::close(fd);
 }
 
+TEST(Sockets, an_owned_one_closes_with_its_owner) {
+  const int fd = open_udp_socket();
+  const int other_fd = open_udp_socket();
+  {
+    const OwnedSocket owner(fd);
+    OwnedSocket later_owner;
+    later_owner.fd = other_fd;
+    EXPECT_NE(::fcntl(fd, F_GETFD), -1);
+  }
+  EXPECT_EQ(::fcntl(fd, F_GETFD), -1);
+  EXPECT_EQ(::fcntl(other_fd, F_GETFD), -1);
+  const OwnedSocket of_none;  // and closes nothing
+}
+
 TEST(SocketsDeathTest, a_taken_fix_port_ends_the_process_with_status_1) {
   const TakenTcpPort port;
   EXPECT_EXIT(listen_or_exit(port.number, "FIX"), testing::ExitedWithCode(1),

@@ -30,7 +30,7 @@ using testing::IsEmpty;
 
 class Control : public testing::Test {
  protected:
-  Control() { set_next_seq(exchange.publisher, 813); }
+  Control() { number_up_to(exchange.publisher, 812); }
 
   ControlTargets targets() { return {exchange.engine, interval_ms, exchange.clients}; }
 
@@ -40,6 +40,10 @@ class Control : public testing::Test {
     log = standard_error_of([&] { reply = run_control_command(datagram, targets()); });
     EXPECT_FALSE(reply.stops);
     return reply.text;
+  }
+
+  void drops_4_of_9_packets() {
+    standard_error_of([this] { flush_up_to(exchange.publisher, {.packets = 9, .dropped = 4}); });
   }
 
   FaultPlan& faults() { return exchange.publisher.faults; }
@@ -68,9 +72,11 @@ TEST_F(Control, resume_starts_the_walk_and_says_where) {
 }
 
 TEST_F(Control, places_before_the_first_message_are_told_as_0) {
-  set_next_seq(exchange.publisher, 1);
-  reply_to("pause");
-  EXPECT_EQ(log, "bench: paused at seq 0\n");
+  Exchange fresh{"AAPL:190.00"};
+  EXPECT_EQ(standard_error_of([&] {
+              run_control_command("pause", {fresh.engine, interval_ms, fresh.clients});
+            }),
+            "bench: paused at seq 0\n");
 }
 
 struct Count {
@@ -217,7 +223,7 @@ TEST_F(Control, lapse_of_minus_1_is_the_longest_there_is) {
 TEST_F(Control, stats_tells_all_counters_the_place_the_faults_and_the_session) {
   scenario().counters.orders = 3;
   scenario().counters.logons = 2;
-  set_fault_counts(exchange.publisher, {.packets = 9, .dropped = 4});
+  drops_4_of_9_packets();
   const std::string expected =
       "ok orders=3 accepts=0 fills=0 partials=0 cancels=0 replaces=0 rejects=0 replace_rejects=0 "
       "cancel_rejects=0 unsolicited_cancels=0 race_fills=0 late_cancels=0 stale_cancels=0 "
@@ -491,7 +497,7 @@ TEST_F(Control, stop_is_answered_without_a_line_end) {
 class ControlStopDeathTest : public ControlSocket {
  protected:
   void SetUp() override {
-    set_fault_counts(exchange.publisher, {.packets = 9, .dropped = 4});
+    drops_4_of_9_packets();
     exchange.engine.truth.open_for_appending(truth_path);
   }
   void TearDown() override { std::remove(truth_path.c_str()); }

@@ -84,8 +84,10 @@ TEST(FaultStatsText, counts_as_sent_what_was_not_dropped) {
   Exchange exchange("AAPL:190.00");
   EXPECT_EQ(fault_stats_text(exchange.publisher),
             "quorl faults: sent 0 dropped 0 duplicated 0 reordered 0");
-  set_fault_counts(exchange.publisher,
-                   {.packets = 100, .dropped = 7, .duplicated = 5, .reordered = 3});
+  standard_error_of([&] {
+    flush_up_to(exchange.publisher,
+                {.packets = 100, .dropped = 7, .duplicated = 5, .reordered = 3});
+  });
   EXPECT_EQ(fault_stats_text(exchange.publisher),
             "quorl faults: sent 93 dropped 7 duplicated 5 reordered 3");
 }

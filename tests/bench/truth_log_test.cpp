@@ -205,7 +205,7 @@ TEST_F(TruthLog, writes_a_book_line_byte_for_byte) {
   rest_and_show(exchange.engine, exchange.stock(), BUYS, {{1899900, 300}, {1899800, 100}});
   rest_and_show(exchange.engine, exchange.stock(), SELLS, {{1900000, 500}});
   opens_market_truth();
-  set_next_seq(exchange.publisher, 813);
+  number_up_to(exchange.publisher, 812);
   write_book_line(exchange.engine, exchange.stock());
   exchange.engine.truth.flush();
   EXPECT_EQ(market_truth(),
@@ -262,7 +262,7 @@ TEST_F(TruthLog, holds_book_lines_back_until_a_mark) {
   write_book_line(exchange.engine, exchange.stock());
   write_book_line(exchange.engine, exchange.stock(1));
   EXPECT_EQ(market_truth(), "");
-  set_next_seq(exchange.publisher, 5);
+  number_up_to(exchange.publisher, 4);
   write_mark(exchange.engine, "here");
   EXPECT_EQ(market_truth(),
             "{\"seq\":0,\"secid\":1,\"symbol\":\"AAPL\",\"bid\":[],\"ask\":[]}\n"

@@ -379,7 +379,7 @@ struct Market {
     for (int i = 0; i < ticks; ++i) engine.walk_tick();
   }
 
-  TpPublisher publisher{"127.0.0.1", 0, "127.0.0.1", 0, 1};
+  TpPublisher publisher{"127.0.0.1", 0, "127.0.0.1", 1};
   std::mt19937_64 rng{42};
   Scenario scenario;
   Engine engine;

@@ -19,6 +19,7 @@
 
 #include "base/stop.h"
 #include "driver/run_config.h"
+#include "feed/gap_fill.h"
 #include "support/exchange.h"
 #include "support/fix_wire.h"
 #include "support/inside.h"
@@ -174,13 +175,14 @@ struct TemporaryPath {
 /// so. The feed and the replies to our requests all come to one inbox, in the order of sending.
 class Bench {
  public:
-  Bench() {
+  enum class Feed { IS_ALIVE, WAS_NEVER_FLUSHED };
+
+  explicit Bench(Feed feed_at_first = Feed::IS_ALIVE) {
     stop_requested = 0;
     config.interval_ms = -1;
     config.quiet = true;
-    test::send_feed_to(exchange.publisher, inbox.port());
-    test::serve_gap_fill_on(exchange.publisher, ::dup(gap_port.fd));
-    test::set_last_flush_ms(exchange.publisher, START);
+    if (feed_at_first == Feed::IS_ALIVE) exchange.publisher.send_heartbeat();
+    inbox.take();
   }
   ~Bench() {
     stop_requested = 0;
@@ -199,7 +201,7 @@ class Bench {
   void starts() {
     listeners_.fix_listen_fd = fix_port.fd;
     listeners_.snap_listen_fd = snap_port.fd;
-    driver_.emplace(config, exchange.engine, listeners_);
+    driver_.emplace(config, exchange.engine, gap_fill, listeners_);
   }
   Driver& driver() { return *driver_; }
   std::string turn_after(uint64_t ms) {
@@ -281,7 +283,8 @@ class Bench {
   Port gap_port{SOCK_DGRAM};
   Port fix_port{SOCK_STREAM};
   Port snap_port{SOCK_STREAM};
-  Exchange exchange{"AAPL:190.00"};
+  Exchange exchange{"AAPL:190.00", inbox.port()};
+  GapFill gap_fill{exchange.publisher, gap_port.fd};
   RunConfig config;
 
  private:
@@ -766,8 +769,7 @@ TEST(Turn, a_flush_puts_the_feed_s_heartbeat_off) {
 }
 
 TEST(Turn, a_feed_that_has_never_been_flushed_begins_with_a_heartbeat) {
-  Bench bench;
-  test::set_last_flush_ms(bench.exchange.publisher, 0);
+  Bench bench(Bench::Feed::WAS_NEVER_FLUSHED);
   bench.turn();
   EXPECT_THAT(bench.feed(), ElementsAre("heartbeat"));
 }
@@ -796,7 +798,7 @@ TEST(Turn, gap_fill_is_served_once_a_turn) {
   Bench bench;
   bench.asks_for_gap_fill();
   bench.turn();
-  EXPECT_EQ(state_of(bench.exchange.publisher).gap_requests, 1u);
+  EXPECT_EQ(bench.gap_fill.counts().requests, 1u);
   EXPECT_THAT(bench.feed(), ElementsAre("heartbeat"));  // a status reply looks like one
 }
 
@@ -1018,7 +1020,7 @@ TEST(Turn, does_everything_in_its_fixed_order) {
   EXPECT_LT(update.send_time, late.send_time);
   EXPECT_LT(late.send_time, heartbeat.send_time);
   EXPECT_LT(heartbeat.send_time, replay.send_time);
-  EXPECT_EQ(state_of(bench.exchange.publisher).gap_requests, 1u);
+  EXPECT_EQ(bench.gap_fill.counts().requests, 1u);
   EXPECT_THAT(book.take(), StartsWith("{\"ts_ns\":" + std::to_string(replay.send_time + 1) + ","));
 }
 

@@ -1,12 +1,17 @@
 #include "feed/gap_fill.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <optional>
 #include <utility>
 #include <vector>
 
+#include "base/sockets.h"
 #include "feed/tp_publisher.h"
 #include "support/inside.h"
 #include "support/test_clock.h"
@@ -159,7 +164,56 @@ TEST(GapRequest, ranges_ascend_and_neither_touch_nor_overlap) {
   EXPECT_FALSE(parses(Ranges{{0, UINT64_MAX}, {0, UINT64_MAX}}));
 }
 
-// --- serve_gap_fill ---
+// --- The port ---
+
+/// The descriptor that the next socket will get.
+int next_fd() {
+  const int fd = ::dup(STDERR_FILENO);
+  ::close(fd);
+  return fd;
+}
+
+bool is_open(int fd) { return ::fcntl(fd, F_GETFD) != -1; }
+
+TEST(GapFillPort, that_is_0_means_none_and_opens_nothing) {
+  const int fd = next_fd();
+  EXPECT_EQ(open_gap_fill_port(0), -1);
+  EXPECT_FALSE(is_open(fd));
+}
+
+TEST(GapFillPort, is_bound_to_every_address_and_does_not_block) {
+  const ReservedUdpPort port;
+  const int fd = open_gap_fill_port(port.number());
+  ASSERT_GE(fd, 0);
+  EXPECT_NE(::fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
+  sockaddr_in address{};
+  socklen_t size = sizeof address;
+  EXPECT_EQ(0, ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size));
+  EXPECT_EQ(address.sin_addr.s_addr, htonl(INADDR_ANY));
+  EXPECT_EQ(address.sin_port, htons(port.number()));
+  ::close(fd);
+}
+
+TEST(GapFillPort, that_is_taken_is_reported_and_there_is_none) {
+  ReservedUdpPort port;
+  port.refuse_sharing();
+  const int fd = next_fd();
+  CaptureStderr();
+  EXPECT_EQ(open_gap_fill_port(port.number()), -1);
+  EXPECT_EQ(GetCapturedStderr(), "quorl: gap-fill port: Address already in use\n");
+  EXPECT_FALSE(is_open(fd));
+}
+
+TEST(GapFillPort, that_another_holder_shares_is_ours_too) {
+  const ReservedUdpPort port;
+  CaptureStderr();
+  const int fd = open_gap_fill_port(port.number());
+  EXPECT_EQ(GetCapturedStderr(), "");
+  EXPECT_GE(fd, 0);
+  ::close(fd);
+}
+
+// --- The service ---
 
 /// A publisher with a gap-fill port, whose feed and whose replies come to the same inbox.
 struct Feed {
@@ -178,10 +232,16 @@ struct Feed {
     inbox.take();
   }
 
+  /// Empty messages, until no more than these first ones are no longer kept.
+  void publish_until_evicted(uint64_t messages) {
+    while (publisher.last_seq() + 1000 <= MAX_RETAINED_MESSAGES) publish(1000, 0);
+    while (publisher.oldest_retained_seq() <= messages) publish(1, 0);
+  }
+
   /// The replies to one request, served within one turn.
   std::vector<Bytes> replies_to(const Request& request) {
     inbox.send(request.datagram(), gap_port);
-    publisher.serve_gap_fill();
+    gap_fill.serve();
     return inbox.take();
   }
   std::vector<Packet> packets_for(const Ranges& ranges) {
@@ -193,7 +253,9 @@ struct Feed {
   UdpInbox inbox;
   std::optional<ReservedUdpPort> reserved{std::in_place};
   uint16_t gap_port = 0;
-  TpPublisher publisher{"127.0.0.1", inbox.port(), "127.0.0.1", reserved->number(), SESSION};
+  TpPublisher publisher{"127.0.0.1", inbox.port(), "127.0.0.1", SESSION};
+  OwnedSocket socket;
+  GapFill gap_fill{publisher, socket.fd = open_gap_fill_port(reserved->number())};
 };
 
 std::vector<uint64_t> counts_of(const std::vector<Packet>& packets) {
@@ -221,9 +283,9 @@ TEST(GapFill, a_reply_byte_by_byte) {
                               "03 00 00 00 00 00 00 00 02 00 00 00 00 00 00 00"
                               "01 02 03 04 05 06 07 08"
                               "02 00 0B 0C 01 00 0D")));
-  EXPECT_EQ(feed.state().gap_requests, 1u);
-  EXPECT_EQ(feed.state().gap_messages, 2u);
-  EXPECT_EQ(feed.state().gap_rejects, 0u);
+  EXPECT_EQ(feed.gap_fill.counts().requests, 1u);
+  EXPECT_EQ(feed.gap_fill.counts().messages, 2u);
+  EXPECT_EQ(feed.gap_fill.counts().rejects, 0u);
 }
 
 TEST(GapFill, a_request_without_ranges_is_answered_with_the_state_of_the_feed) {
@@ -237,30 +299,30 @@ TEST(GapFill, a_request_without_ranges_is_answered_with_the_state_of_the_feed) {
   EXPECT_THAT(feed.replies_to({}), ElementsAre(hex("01 00 04 80 01 00 00 00 44 33 22 11 00 00 00 00"
                                                    "06 00 00 00 00 00 00 00 04 00 00 00 00 00 00 00"
                                                    "01 02 03 04 05 06 07 08")));
-  EXPECT_EQ(feed.state().gap_requests, 1u);
-  EXPECT_EQ(feed.state().gap_messages, 0u);
+  EXPECT_EQ(feed.gap_fill.counts().requests, 1u);
+  EXPECT_EQ(feed.gap_fill.counts().messages, 0u);
 }
 
 TEST(GapFill, kind_2_is_refused_though_it_is_well_formed) {
   Feed feed;
   feed.publish(3);
   EXPECT_THAT(feed.replies_to({.kind = 2, .ranges = {{1, 3}}}), IsEmpty());
-  EXPECT_EQ(feed.state().gap_rejects, 1u);
-  EXPECT_EQ(feed.state().gap_requests, 0u);
+  EXPECT_EQ(feed.gap_fill.counts().rejects, 1u);
+  EXPECT_EQ(feed.gap_fill.counts().requests, 0u);
 }
 
 TEST(GapFill, a_foreign_protocol_channel_or_session_is_refused_in_silence) {
   Feed feed;
   feed.publish(3);
   EXPECT_THAT(feed.replies_to({.protocol = 0x8003, .ranges = {{1, 3}}}), IsEmpty());
-  EXPECT_EQ(feed.state().gap_rejects, 1u);
+  EXPECT_EQ(feed.gap_fill.counts().rejects, 1u);
   EXPECT_THAT(feed.replies_to({.channel = 2, .ranges = {{1, 3}}}), IsEmpty());
-  EXPECT_EQ(feed.state().gap_rejects, 2u);
+  EXPECT_EQ(feed.gap_fill.counts().rejects, 2u);
   EXPECT_THAT(feed.replies_to({.session = SESSION + 1, .ranges = {{1, 3}}}), IsEmpty());
-  EXPECT_EQ(feed.state().gap_rejects, 3u);
+  EXPECT_EQ(feed.gap_fill.counts().rejects, 3u);
   EXPECT_THAT(feed.replies_to({.session = SESSION + 1}), IsEmpty());
-  EXPECT_EQ(feed.state().gap_rejects, 4u);
-  EXPECT_EQ(feed.state().gap_requests, 0u);
+  EXPECT_EQ(feed.gap_fill.counts().rejects, 4u);
+  EXPECT_EQ(feed.gap_fill.counts().requests, 0u);
 }
 
 TEST(GapFill, a_malformed_datagram_is_refused_and_the_next_is_served_in_the_same_turn) {
@@ -269,16 +331,16 @@ TEST(GapFill, a_malformed_datagram_is_refused_and_the_next_is_served_in_the_same
   feed.inbox.send(Bytes(15, 1), feed.gap_port);
   feed.inbox.send(Request{.ranges = {{1, 1}}, .count = 2}.datagram(), feed.gap_port);
   EXPECT_THAT(feed.replies_to({.ranges = {{1, 3}}}), SizeIs(1));
-  EXPECT_EQ(feed.state().gap_rejects, 2u);
-  EXPECT_EQ(feed.state().gap_requests, 1u);
+  EXPECT_EQ(feed.gap_fill.counts().rejects, 2u);
+  EXPECT_EQ(feed.gap_fill.counts().requests, 1u);
 }
 
 TEST(GapFill, one_bad_range_refuses_the_whole_request) {
   Feed feed;
   feed.publish(12);
   EXPECT_THAT(feed.packets_for({{5, 9}, {9, 12}}), IsEmpty());
-  EXPECT_EQ(feed.state().gap_rejects, 1u);
-  EXPECT_EQ(feed.state().gap_messages, 0u);
+  EXPECT_EQ(feed.gap_fill.counts().rejects, 1u);
+  EXPECT_EQ(feed.gap_fill.counts().messages, 0u);
 }
 
 TEST(GapFill, neighbouring_ranges_are_accepted_and_each_begins_a_packet_of_its_own) {
@@ -297,7 +359,7 @@ TEST(GapFill, bytes_behind_the_ranges_do_not_spoil_a_request) {
   feed.publish(3);
   feed.inbox.send(joined({Request{.ranges = {{1, 3}}}.datagram(), hex("01 02 03 04 05")}),
                   feed.gap_port);
-  feed.publisher.serve_gap_fill();
+  feed.gap_fill.serve();
   EXPECT_EQ(messages_in(packets_of(feed.inbox.take())), 3u);
 }
 
@@ -335,7 +397,7 @@ TEST(GapFill, a_request_is_cut_at_1000_messages) {
   EXPECT_EQ(messages_in(packets), 1000u);
   EXPECT_EQ(packets.front().first_seq, 1u);
   EXPECT_EQ(packets.back().first_seq + packets.back().message_count, 1001u);
-  EXPECT_EQ(feed.state().gap_messages, 1000u);
+  EXPECT_EQ(feed.gap_fill.counts().messages, 1000u);
 
   // The budget is the request's: the next one begins anew.
   EXPECT_EQ(messages_in(feed.packets_for({{1001, 5000}})), 1000u);
@@ -376,14 +438,14 @@ TEST(GapFill, a_range_wholly_in_the_future_is_left_out_without_a_word) {
   ASSERT_THAT(packets, SizeIs(1));
   EXPECT_EQ(packets[0].first_seq, 9u);
   EXPECT_THAT(feed.packets_for({{11, 20}}), IsEmpty());
-  EXPECT_EQ(feed.state().gap_requests, 2u);
-  EXPECT_EQ(feed.state().gap_rejects, 0u);
+  EXPECT_EQ(feed.gap_fill.counts().requests, 2u);
+  EXPECT_EQ(feed.gap_fill.counts().rejects, 0u);
 }
 
 TEST(GapFill, after_an_eviction_a_spanning_request_begins_at_the_oldest_kept) {
   Feed feed;
   feed.publish(10);
-  test::forget_retained(feed.publisher, 4);
+  feed.publish_until_evicted(4);
   const auto packets = feed.packets_for({{1, 7}});
   ASSERT_THAT(packets, SizeIs(1));
   EXPECT_EQ(packets[0].first_seq, 5u);
@@ -394,15 +456,15 @@ TEST(GapFill, after_an_eviction_a_spanning_request_begins_at_the_oldest_kept) {
 TEST(GapFill, a_request_for_evicted_messages_alone_gets_no_reply_at_all) {
   Feed feed;
   feed.publish(10);
-  test::forget_retained(feed.publisher, 4);
+  feed.publish_until_evicted(4);
   EXPECT_THAT(feed.packets_for({{1, 4}}), IsEmpty());
-  EXPECT_EQ(feed.state().gap_requests, 1u);
+  EXPECT_EQ(feed.gap_fill.counts().requests, 1u);
 }
 
 TEST(GapFill, before_the_first_message_there_is_nothing_to_replay) {
   Feed feed;
   EXPECT_THAT(feed.packets_for({{0, UINT64_MAX}}), IsEmpty());
-  EXPECT_EQ(feed.state().gap_requests, 1u);
+  EXPECT_EQ(feed.gap_fill.counts().requests, 1u);
 }
 
 TEST(GapFill, a_message_that_still_waits_can_be_replayed_before_its_multicast) {
@@ -494,7 +556,7 @@ TEST(GapFill, replies_go_to_the_address_each_request_came_from) {
   feed.publish(5);
   other.send(Request{.ranges = {{4, 4}}}.datagram(), feed.gap_port);
   feed.inbox.send(Request{.ranges = {{2, 2}}}.datagram(), feed.gap_port);
-  feed.publisher.serve_gap_fill();
+  feed.gap_fill.serve();
   const auto ours = packets_of(feed.inbox.take());
   const auto theirs = packets_of(other.take());
   ASSERT_THAT(ours, SizeIs(1));
@@ -507,8 +569,8 @@ TEST(GapFill, all_that_waits_is_served_in_one_turn) {
   Feed feed;
   feed.publish(5);
   for (int i = 0; i < 20; ++i) feed.inbox.send(Request{}.datagram(), feed.gap_port);
-  feed.publisher.serve_gap_fill();
-  EXPECT_EQ(feed.state().gap_requests, 20u);
+  feed.gap_fill.serve();
+  EXPECT_EQ(feed.gap_fill.counts().requests, 20u);
 }
 
 TEST(GapFill, an_empty_datagram_ends_the_service_of_the_turn_and_counts_as_nothing) {
@@ -516,11 +578,11 @@ TEST(GapFill, an_empty_datagram_ends_the_service_of_the_turn_and_counts_as_nothi
   feed.publish(5);
   feed.inbox.send({}, feed.gap_port);
   EXPECT_THAT(feed.packets_for({{1, 1}}), IsEmpty());
-  EXPECT_EQ(feed.state().gap_rejects, 0u);
-  EXPECT_EQ(feed.state().gap_requests, 0u);
-  feed.publisher.serve_gap_fill();
+  EXPECT_EQ(feed.gap_fill.counts().rejects, 0u);
+  EXPECT_EQ(feed.gap_fill.counts().requests, 0u);
+  feed.gap_fill.serve();
   EXPECT_THAT(feed.inbox.take(), SizeIs(1));
-  EXPECT_EQ(feed.state().gap_requests, 1u);
+  EXPECT_EQ(feed.gap_fill.counts().requests, 1u);
 }
 
 TEST(GapFill, a_datagram_is_cut_at_2048_bytes_which_hold_127_ranges) {
@@ -533,25 +595,26 @@ TEST(GapFill, a_datagram_is_cut_at_2048_bytes_which_hold_127_ranges) {
 
   request.ranges.emplace_back(299, 300);
   EXPECT_THAT(feed.replies_to(request), IsEmpty());
-  EXPECT_EQ(feed.state().gap_rejects, 1u);
+  EXPECT_EQ(feed.gap_fill.counts().rejects, 1u);
 
   request.count = 127;  // the range behind them is junk now
   EXPECT_EQ(messages_in(packets_of(feed.replies_to(request))), 127u);
 }
 
-TEST(GapFill, without_a_gap_fill_socket_nothing_happens) {
+TEST(GapFill, without_a_socket_nothing_happens) {
   UdpInbox inbox;
-  TpPublisher publisher("127.0.0.1", inbox.port(), "127.0.0.1", 0, SESSION);
-  publisher.serve_gap_fill();
-  EXPECT_EQ(test::state_of(publisher).gap_requests + test::state_of(publisher).gap_rejects, 0u);
+  const TpPublisher publisher("127.0.0.1", inbox.port(), "127.0.0.1", SESSION);
+  GapFill gap_fill(publisher, -1);
+  gap_fill.serve();
+  EXPECT_EQ(gap_fill.counts().requests + gap_fill.counts().rejects, 0u);
   EXPECT_THAT(inbox.take(), IsEmpty());
 }
 
 TEST(GapFill, with_no_request_the_service_returns_at_once) {
   Feed feed;
   feed.publish(5);
-  feed.publisher.serve_gap_fill();
-  EXPECT_EQ(feed.state().gap_requests + feed.state().gap_rejects, 0u);
+  feed.gap_fill.serve();
+  EXPECT_EQ(feed.gap_fill.counts().requests + feed.gap_fill.counts().rejects, 0u);
 }
 
 }  // namespace

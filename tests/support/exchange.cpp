@@ -441,8 +441,9 @@ Exchange::FeedSocket::FeedSocket() {
 
 Exchange::FeedSocket::~FeedSocket() { ::close(fd); }
 
-Exchange::Exchange(const std::string& symbols)
-    : publisher("127.0.0.1", feed_socket_.port, "127.0.0.1", 0, SESSION_ID),
+Exchange::Exchange(const std::string& symbols, uint16_t feed_port)
+    : publisher("127.0.0.1", feed_port == 0 ? feed_socket_.port : feed_port, "127.0.0.1",
+                SESSION_ID),
       engine(publisher, rng, scenario, 0.8, 0.15) {
   if (symbols.empty()) return;
   for (const std::string& entry : split(symbols, ',')) {

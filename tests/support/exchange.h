@@ -124,7 +124,9 @@ class Exchange {
   /// defaults of the command line.
   static Exchange with_empty_book(const std::string& symbols) { return Exchange(symbols); }
 
-  explicit Exchange(const std::string& symbols);
+  /// The same; with a `feed_port` the feed goes to that port of 127.0.0.1, and what is asked here
+  /// about it does not see it.
+  explicit Exchange(const std::string& symbols, uint16_t feed_port = 0);
   ~Exchange();
   Exchange(const Exchange&) = delete;
   Exchange& operator=(const Exchange&) = delete;

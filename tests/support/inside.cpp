@@ -1,8 +1,5 @@
 #include "support/inside.h"
 
-#include <arpa/inet.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <stdexcept>
 
@@ -217,61 +214,42 @@ void forget_closed_clients(FixGateway& gateway) { gateway.forget_closed_clients(
 // --- The feed ---
 
 PublisherState state_of(const TpPublisher& publisher) {
-  return {.session_id = publisher.session_id,
-          .next_seq = publisher.next_seq,
-          .stream_offset = publisher.stream_offset,
-          .messages = publisher.messages,
-          .packets = publisher.packets,
-          .dropped = publisher.dropped,
-          .duplicated = publisher.duplicated,
-          .reordered = publisher.reordered,
-          .last_flush_ms = publisher.last_flush_ms,
-          .gap_requests = publisher.gap_requests,
-          .gap_messages = publisher.gap_messages,
-          .gap_rejects = publisher.gap_rejects,
-          .waiting = publisher.header.message_count,
-          .packet_size = publisher.fill,
-          .packet_limit = publisher.limit,
-          .announced_seq = publisher.header.first_seq,
-          .held_size = publisher.held.size(),
-          .retained = publisher.retained.size()};
+  const FeedCounts& counts = publisher.counts();
+  return {.session_id = publisher.session_id(),
+          .next_seq = publisher.next_seq(),
+          .stream_offset = publisher.stream_offset(),
+          .messages = counts.messages,
+          .packets = counts.packets,
+          .dropped = counts.dropped,
+          .duplicated = counts.duplicated,
+          .reordered = counts.reordered,
+          .last_flush_ms = publisher.last_flush_ms(),
+          .waiting = publisher.pending(),
+          .packet_size = TP_HEADER_SIZE + publisher.next_block_offset() - publisher.stream_offset(),
+          .retained = publisher.next_seq() - publisher.oldest_retained_seq()};
 }
 
 Retained retained_message(const TpPublisher& publisher, size_t index) {
-  const RetainedMessage& message = publisher.retained.at(index);
-  return {message.seq, message.stream_offset, message.bytes};
+  const uint64_t seq = publisher.oldest_retained_seq() + index;
+  if (seq >= publisher.next_seq()) throw std::out_of_range("no message is kept at this place");
+  const RetainedMessage message = publisher.retained(seq);
+  return {seq, message.stream_offset, {message.bytes.begin(), message.bytes.end()}};
 }
 
-void forget_retained(TpPublisher& publisher, size_t count) {
-  for (size_t i = 0; i < count; ++i) publisher.retained.pop_front();
+void number_up_to(TpPublisher& publisher, uint64_t last_seq) {
+  while (publisher.last_seq() < last_seq) publisher.append("", 0);
+  publisher.flush_if_pending();
 }
 
-void set_next_seq(TpPublisher& publisher, uint64_t seq) { publisher.next_seq = seq; }
-
-void set_last_flush_ms(TpPublisher& publisher, uint64_t ms) { publisher.last_flush_ms = ms; }
-
-void set_waiting(TpPublisher& publisher, uint16_t messages) {
-  publisher.header.message_count = messages;
+void flush_up_to(TpPublisher& publisher, const FeedCounts& counts) {
+  const auto flush = [&publisher](const FaultPlan& faults) {
+    publisher.faults = faults;
+    publisher.flush();
+  };
+  while (publisher.counts().dropped < counts.dropped) flush({.drop_next = 1});
+  while (publisher.counts().duplicated < counts.duplicated) flush({.dup_next = 1});
+  while (publisher.counts().reordered < counts.reordered) flush({.reorder_next = 1});
+  while (publisher.counts().packets < counts.packets) flush({});
 }
-
-void set_fault_counts(TpPublisher& publisher, const FaultCounts& counts) {
-  publisher.packets = counts.packets;
-  publisher.dropped = counts.dropped;
-  publisher.duplicated = counts.duplicated;
-  publisher.reordered = counts.reordered;
-}
-
-FeedSockets sockets_of(const TpPublisher& publisher) {
-  return {.feed_fd = publisher.fd, .gap_fd = publisher.gap_fd, .to = publisher.dest};
-}
-
-void send_feed_to(TpPublisher& publisher, uint16_t port) { publisher.dest.sin_port = htons(port); }
-
-void close_feed(TpPublisher& publisher) {
-  ::close(publisher.fd);
-  publisher.fd = -1;
-}
-
-void serve_gap_fill_on(TpPublisher& publisher, int fd) { publisher.gap_fd = fd; }
 
 }  // namespace quorl::test

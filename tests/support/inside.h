@@ -1,7 +1,5 @@
 #pragma once
 
-#include <netinet/in.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -16,6 +14,7 @@ namespace quorl {
 class FixGateway;
 class TpPublisher;
 struct Client;
+struct FeedCounts;
 struct Engine;
 struct Stock;
 }  // namespace quorl
@@ -157,14 +156,8 @@ struct PublisherState {
   uint64_t duplicated = 0;
   uint64_t reordered = 0;
   uint64_t last_flush_ms = 0;  // steady clock
-  uint64_t gap_requests = 0;
-  uint64_t gap_messages = 0;
-  uint64_t gap_rejects = 0;
   uint64_t waiting = 0;        // messages in the packet under assembly
   uint64_t packet_size = 0;    // bytes of that packet, header included
-  uint64_t packet_limit = 0;   // the most it may have
-  uint64_t announced_seq = 0;  // the first number that it will announce
-  uint64_t held_size = 0;      // bytes of the packet that a fault holds back; 0 if none is
   uint64_t retained = 0;       // messages kept for gap fill
 };
 
@@ -178,35 +171,11 @@ struct Retained {
 
 /// Oldest first.
 Retained retained_message(const TpPublisher& publisher, size_t index);
-/// The oldest messages are no longer kept for gap fill.
-void forget_retained(TpPublisher& publisher, size_t count);
 
-void set_next_seq(TpPublisher& publisher, uint64_t seq);
-void set_last_flush_ms(TpPublisher& publisher, uint64_t ms);
-/// The packet under assembly counts as one of so many messages.
-void set_waiting(TpPublisher& publisher, uint16_t messages);
-
-struct FaultCounts {
-  uint64_t packets = 0;
-  uint64_t dropped = 0;
-  uint64_t duplicated = 0;
-  uint64_t reordered = 0;
-};
-
-void set_fault_counts(TpPublisher& publisher, const FaultCounts& counts);
-
-struct FeedSockets {
-  int feed_fd = -1;
-  int gap_fd = -1;   // -1 if there is no gap fill
-  sockaddr_in to{};  // where the feed goes
-};
-
-FeedSockets sockets_of(const TpPublisher& publisher);
-/// The feed goes to another port of its address.
-void send_feed_to(TpPublisher& publisher, uint16_t port);
-/// The feed goes nowhere.
-void close_feed(TpPublisher& publisher);
-/// Gap fill is served on this socket, which the publisher closes at its end.
-void serve_gap_fill_on(TpPublisher& publisher, int fd);
+/// Appends empty messages until the last number given out is this one, and flushes them.
+void number_up_to(TpPublisher& publisher, uint64_t last_seq);
+/// Flushes packets without a message, under faults, until the feed has these counts; `messages` is
+/// not looked at. What the faults say goes to standard error.
+void flush_up_to(TpPublisher& publisher, const FeedCounts& counts);
 
 }  // namespace quorl::test
