@@ -27,7 +27,7 @@ void OutputFile::open(const std::string& path, int flags) {
   if (fd_ >= 0) ::fcntl(fd_, F_SETFL, ::fcntl(fd_, F_GETFL, 0) | O_NONBLOCK);
 }
 
-void OutputFile::append(std::string_view piece) {
+void OutputFile::write(std::string_view piece) {
   if (!is_writable()) return;
   buffered_ += piece;
   if (buffered_.size() >= BUFFER_SIZE) write_out();

@@ -29,7 +29,7 @@ class OutputFile {
 
   /// Buffered. Whole pieces reach the file together, a piece is split only by its reader's pace.
   /// Does nothing unless the file is writable.
-  void append(std::string_view piece);
+  void write(std::string_view piece);
   /// Writes all that is buffered.
   void flush();
   void close();

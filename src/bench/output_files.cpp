@@ -33,7 +33,7 @@ void replace_file(const std::string& path, const WriteContent& write_content) {
   write_content(content);
   OutputFile out;
   out.open_emptied(temporary);
-  out.append(content.view());
+  out.write(content.view());
   out.close();
   [[maybe_unused]] const int result = std::rename(temporary.c_str(), path.c_str());
 }

@@ -51,7 +51,7 @@ void write_order_event(Engine& engine, const OrderEvent& event) {
   line.append(",\"text\":\"").append(event.text).append("\"");
   if (!event.ref.empty()) line.append(",\"ref\":\"").append(event.ref).append("\"");
   line.append("}\n");
-  out.append(line);
+  out.write(line);
   out.flush();
 }
 
@@ -65,7 +65,7 @@ void write_book_line(Engine& engine, const Stock& stock) {
   line.append("],\"ask\":[");
   put_levels(line, stock.book.asks());
   line.append("]}\n");
-  out.append(line);
+  out.write(line);
 }
 
 void write_mark(Engine& engine, std::string_view label) {
@@ -74,7 +74,7 @@ void write_mark(Engine& engine, std::string_view label) {
   std::string line = "{\"mark\":\"";
   line.append(label).append("\",\"seq\":").append(std::to_string(engine.publisher->last_seq()));
   line.append("}\n");
-  out.append(line);
+  out.write(line);
   out.flush();
 }
 

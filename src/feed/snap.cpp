@@ -30,7 +30,7 @@ constexpr size_t MINIMUM_AT = 49;
 constexpr size_t REQUEST_SIZE = 57;
 
 template <typename Bytes>
-void append(std::vector<uint8_t>& out, const Bytes& bytes) {
+void put_bytes(std::vector<uint8_t>& out, const Bytes& bytes) {
   out.insert(out.end(), bytes.begin(), bytes.end());
 }
 
@@ -193,9 +193,9 @@ std::vector<uint8_t> build_snap_image(Engine& engine) {
   const uint64_t total = image.data_frames().size() + START_AND_END_SIZE;
   std::vector<uint8_t> reply;
   reply.reserve(total);
-  append(reply, pack_le(START_END_LENGTH, 's', total));
-  append(reply, image.data_frames());
-  append(reply, pack_le(START_END_LENGTH, 'x', header.first_seq));
+  put_bytes(reply, pack_le(START_END_LENGTH, 's', total));
+  put_bytes(reply, image.data_frames());
+  put_bytes(reply, pack_le(START_END_LENGTH, 'x', header.first_seq));
   ++engine.snapshots_served;
   return reply;
 }
@@ -205,9 +205,9 @@ void snap_frame(const TpHeader& header, const void* message, size_t size,
   constexpr size_t AROUND_MESSAGE = 1 + TP_HEADER_SIZE + BLOCK_PREFIX_SIZE;
   TpHeader segment = header;
   segment.payload_length = static_cast<uint16_t>(size + BLOCK_PREFIX_SIZE);
-  append(out, pack_le(static_cast<uint16_t>(size + AROUND_MESSAGE), 'd'));
-  append(out, encode(segment));
-  append(out, pack_le(static_cast<uint16_t>(size)));
+  put_bytes(out, pack_le(static_cast<uint16_t>(size + AROUND_MESSAGE), 'd'));
+  put_bytes(out, encode(segment));
+  put_bytes(out, pack_le(static_cast<uint16_t>(size)));
   const auto* const bytes = static_cast<const uint8_t*>(message);
   out.insert(out.end(), bytes, bytes + size);
 }

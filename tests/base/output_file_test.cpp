@@ -39,7 +39,7 @@ struct OutputFiles : testing::Test {
 
 TEST_F(OutputFiles, that_was_never_opened_takes_nothing) {
   OutputFile file;
-  file.append("lost");
+  file.write("lost");
   file.flush();
   EXPECT_FALSE(file.is_open());
   EXPECT_FALSE(file.is_writable());
@@ -48,7 +48,7 @@ TEST_F(OutputFiles, that_was_never_opened_takes_nothing) {
 TEST_F(OutputFiles, that_cannot_be_opened_takes_nothing_without_a_word) {
   OutputFile file;
   file.open_for_appending(path + ".none/file");
-  file.append("lost");
+  file.write("lost");
   file.flush();
   EXPECT_FALSE(file.is_open());
   EXPECT_FALSE(file.is_writable());
@@ -59,8 +59,8 @@ TEST_F(OutputFiles, is_appended_to) {
   OutputFile file;
   file.open_for_appending(path);
   EXPECT_TRUE(file.is_writable());
-  file.append("one\n");
-  file.append("two\n");
+  file.write("one\n");
+  file.write("two\n");
   EXPECT_EQ(content_of(path), "before\n");  // still buffered
   file.flush();
   EXPECT_EQ(content_of(path), "before\none\ntwo\n");
@@ -70,7 +70,7 @@ TEST_F(OutputFiles, is_emptied_when_so_opened) {
   std::ofstream(path) << "before\n";
   OutputFile file;
   file.open_emptied(path);
-  file.append("one\n");
+  file.write("one\n");
   file.close();
   EXPECT_FALSE(file.is_open());
   EXPECT_EQ(content_of(path), "one\n");
@@ -80,7 +80,7 @@ TEST_F(OutputFiles, writes_what_is_buffered_when_it_goes) {
   {
     OutputFile file;
     file.open_for_appending(path);
-    file.append("one\n");
+    file.write("one\n");
   }
   EXPECT_EQ(content_of(path), "one\n");
 }
@@ -89,7 +89,7 @@ TEST_F(OutputFiles, writes_by_itself_once_much_is_buffered) {
   OutputFile file;
   file.open_for_appending(path);
   const std::string line(100, 'x');
-  for (int i = 0; i < 100; ++i) file.append(line);
+  for (int i = 0; i < 100; ++i) file.write(line);
   const size_t written = content_of(path).size();
   EXPECT_GE(written, 8192U);
   EXPECT_EQ(written % line.size(), 0U);  // whole pieces
@@ -98,7 +98,7 @@ TEST_F(OutputFiles, writes_by_itself_once_much_is_buffered) {
 TEST_F(OutputFiles, takes_no_more_once_a_write_has_failed) {
   OutputFile file;
   file.open_for_appending("/dev/full");
-  file.append("one\n");
+  file.write("one\n");
   EXPECT_TRUE(file.is_writable());
   file.flush();
   EXPECT_TRUE(file.is_open());
@@ -116,7 +116,7 @@ TEST_F(OutputFiles, loses_nothing_to_a_slow_reader_of_a_fifo) {
     for (int i = 0; i < 100000; ++i) {
       const std::string line = "line " + std::to_string(i) + "\n";
       written += line;
-      file.append(line);
+      file.write(line);
     }
   }
   reader.join();
@@ -130,7 +130,7 @@ TEST_F(OutputFiles, gives_up_a_reader_that_stalls_once_a_stop_is_requested) {
   file.open_for_appending(path);
   stop_requested = 1;
   const std::string more_than_a_fifo_holds(2'000'000, 'x');
-  file.append(more_than_a_fifo_holds);  // it would wait for ever
+  file.write(more_than_a_fifo_holds);  // it would wait for ever
   EXPECT_FALSE(file.is_writable());
   file.close();
   ::close(reader);

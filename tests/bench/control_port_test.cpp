@@ -253,7 +253,7 @@ class ControlMark : public Control {
 
 TEST_F(ControlMark, writes_a_line_of_market_truth_and_one_on_standard_error) {
   exchange.engine.truth.open_for_appending(path);
-  exchange.engine.truth.append("waiting\n");
+  exchange.engine.truth.write("waiting\n");
   scenario().counters.orders = 5;
   EXPECT_EQ(reply_to("mark phase-2"), "ok mark phase-2\n");
   EXPECT_EQ(log, "bench: mark phase-2 at seq 812 orders 5\n");
@@ -517,7 +517,7 @@ TEST_F(ControlStopDeathTest, loses_what_waits_behind_the_last_mark) {
   const auto stop_behind_a_mark = [this] {
     std::atexit([] { std::fputs("an exit handler ran\n", stderr); });
     run_control_command("mark a", targets());
-    exchange.engine.truth.append("waiting\n");
+    exchange.engine.truth.write("waiting\n");
     serve_control_port(fd, port.number(), targets(), scratch);
   };
   sends("stop");

@@ -249,7 +249,7 @@ TEST_F(OrderEventFile, is_opened_for_appending) {
   log = standard_error_of([this] { scenario.emplace(); });
   EXPECT_EQ(log, "");
   EXPECT_TRUE(scenario->order_truth.is_open());
-  scenario->order_truth.append("later\n");
+  scenario->order_truth.write("later\n");
   scenario->order_truth.flush();
   EXPECT_EQ(content(), "earlier\nlater\n");
 }
