@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "client/simulator.h"
-#include "perf/load.h"
+#include "perf/flow_run.h"
 #include "perf/order_flows.h"
 
 namespace perf {
@@ -15,30 +15,6 @@ namespace {
 
 constexpr size_t FLOWS = 4;
 constexpr std::chrono::seconds BUDGET{100};  // no further round is begun behind it
-
-/// Processor time per unit, in microseconds. A server of its own, so that every run begins alike.
-double cost_us(const std::string& binary, const Placement& placement, OrderFlow& flow,
-               size_t requests, size_t in_flight) {
-  pin(0, placement.load_cpu);
-  Server server(plain_options(binary, client::still_market()), placement.server_cpu);
-  FeedCounter feed(server.ports());
-  Session session("PERF", placement.waiting());
-  session.connect(server.ports().fix);
-  session.log_on();
-  flow.prepare(session, feed);
-  feed.settle();
-
-  const uint64_t packets_before = feed.packets();
-  const uint64_t before_ns = server.processor_ns();
-  send_in_bursts(session, feed, requests, in_flight, [&](size_t i) { flow.queue(session, i); });
-  feed.await_packets(packets_before + requests);
-  const uint64_t used_ns = server.processor_ns() - before_ns;
-  if (feed.packets() != packets_before + requests) {
-    throw WrongReply("more feed packets than orders");
-  }
-  const size_t units = requests / flow.requests_in_unit();
-  return static_cast<double>(used_ns) / 1000.0 / static_cast<double>(units);
-}
 
 struct Run {
   Placement placement;
@@ -54,19 +30,18 @@ void measure_flow(const Settings& settings, Report& report, const Run& run) {
       flow->name() + (run.placement.waiting() == Waiting::SLEEPING ? ", 1 CPU" : ", 2 CPUs");
   if (!settings.wants("floor " + name)) return;
   report.attempt(name, [&] {
-    const auto cost_of = [&](const std::string& binary) {
-      const auto fresh = std::move(all_order_flows(run.resting).at(run.flow));
-      return cost_us(binary, run.placement, *fresh, run.requests, settings.in_flight);
+    std::vector<std::unique_ptr<FlowRun>> runs;
+    const auto start = [&](const std::string& binary) {
+      runs.push_back(std::make_unique<FlowRun>(
+          plain_options(binary, client::still_market()), run.placement,
+          std::move(all_order_flows(run.resting).at(run.flow)), settings.in_flight));
     };
-    // Whoever comes second finds the machine otherwise than the first: they take turns.
-    const bool floor_first = run.round % 2 == 0;
-    double floor_us = floor_first ? cost_of(settings.floor_binary) : 0;
-    std::vector<double> build_us;
-    for (const Build& build : settings.builds) build_us.push_back(cost_of(build.binary));
-    if (!floor_first) floor_us = cost_of(settings.floor_binary);
+    start(settings.floor_binary);
+    for (const Build& build : settings.builds) start(build.binary);
+    send_by_turns(runs, run.requests, run.round);
     for (size_t b = 0; b < settings.builds.size(); ++b) {
       report.add({"against the floor", name, flow->unit(), "floor"}, settings.builds[b].name,
-                 {build_us[b], floor_us});
+                 {runs[b + 1]->unit_us(), runs[0]->unit_us()});
     }
   });
 }

@@ -12,12 +12,13 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <utility>
 
 #include "client/child_process.h"
 #include "client/errors.h"
 #include "client/line_collector.h"
 #include "client/temp_directory.h"
-#include "perf/load.h"
+#include "perf/flow_run.h"
 #include "perf/order_flows.h"
 
 namespace perf {
@@ -71,26 +72,18 @@ class CallCounter {
   std::unique_ptr<client::ChildProcess> strace_;
 };
 
-Calls calls_of(const std::string& binary, const Placement& placement, OrderFlow& flow,
-               size_t requests, size_t in_flight) {
-  pin(0, placement.load_cpu);
-  Server server(plain_options(binary, client::still_market()), placement.server_cpu);
-  FeedCounter feed(server.ports());
-  Session session("PERF", placement.waiting());
-  session.connect(server.ports().fix);
-  session.log_on();
-  flow.prepare(session, feed);
-  CallCounter counter(server.simulator().pid());
+Calls calls_of(const std::string& binary, const Settings& settings, std::unique_ptr<OrderFlow> flow,
+               size_t requests) {
+  FlowRun run(plain_options(binary, client::still_market()), settings.one_cpu, std::move(flow),
+              settings.in_flight);
+  CallCounter counter(run.pid());
   for (int i = 0; i < 3; ++i) {  // behind these the attachment has taken hold
-    session.test_request();
-    session.exchange();
+    run.session().test_request();
+    run.session().exchange();
   }
-  feed.settle();
-  const uint64_t packets_before = feed.packets();
-  send_in_bursts(session, feed, requests, in_flight, [&](size_t i) { flow.queue(session, i); });
-  feed.await_packets(packets_before + requests);
+  run.send(requests);
   Calls calls = counter.finish();
-  calls["sendto"] -= static_cast<double>(session.heartbeats());
+  calls["sendto"] -= static_cast<double>(run.session().heartbeats());
   return calls;
 }
 
@@ -121,8 +114,7 @@ void compare_call_counts(const Settings& settings, Report& report) {
     if (!settings.wants(name)) continue;
     report.attempt("system calls, " + name, [&] {
       const auto of = [&](const std::string& binary) {
-        return calls_of(binary, settings.one_cpu, *all_order_flows(resting)[i], requests,
-                        settings.in_flight);
+        return calls_of(binary, settings, std::move(all_order_flows(resting)[i]), requests);
       };
       Calls floor = of(settings.floor_binary);
       Calls exchange = of(settings.builds.front().binary);

@@ -2,8 +2,10 @@
 #include <chrono>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "client/simulator.h"
+#include "perf/flow_run.h"
 #include "perf/growth.h"
 #include "perf/order_flows.h"
 #include "perf/rig.h"
@@ -18,35 +20,28 @@ namespace {
 constexpr size_t WIDE = 4000;       // prices a side
 constexpr uint32_t AT_ONCE = 5000;  // messages of one ResendRequest
 
-/// Processor time per resting order.
-double order_us(const client::SimulatorOptions& options, const Placement& placement,
-                size_t orders) {
-  Rig rig(options, placement);
-  const auto session = rig.logs_on("PERF");
-  return rig.us_of([&] {
-    rig.send(*session, orders,
-             [&](size_t i) { session->new_order(resting_order(i, WIDE), ACCEPTED); });
-  }) / static_cast<double>(orders);
-}
-
 }  // namespace
 
 void measure_truth(const Settings& settings, Report& report) {
   if (!settings.wants("truth")) return;
   const size_t orders = settings.scaled(20000, 5000);
-  in_rounds(settings, report, "truth", USUAL_BUDGET, [&](const Build& build, unsigned) {
-    const client::SimulatorOptions plain = plain_options(build.binary, client::still_market());
-    client::SimulatorOptions market = plain;
-    market.market_truth = true;
-    client::SimulatorOptions events = plain;
-    events.order_truth = true;
-    const double plain_us = order_us(plain, settings.one_cpu, orders);
-    const double market_us = order_us(market, settings.one_cpu, orders);
-    const double events_us = order_us(events, settings.one_cpu, orders);
+  in_rounds(settings, report, "truth", USUAL_BUDGET, [&](const Build& build, unsigned round) {
+    std::vector<std::unique_ptr<FlowRun>> runs;
+    const auto start = [&](bool market_truth, bool order_truth) {
+      client::SimulatorOptions options = plain_options(build.binary, client::still_market());
+      options.market_truth = market_truth;
+      options.order_truth = order_truth;
+      runs.push_back(std::make_unique<FlowRun>(
+          options, settings.one_cpu, std::make_unique<Resting>(WIDE), settings.in_flight));
+    };
+    start(false, false);
+    start(true, false);
+    start(false, true);
+    send_by_turns(runs, orders, round);
     report.add({"growth", "order with its line of market truth", "us", "without"}, build.name,
-               {market_us, plain_us});
+               {runs[1]->unit_us(), runs[0]->unit_us()});
     report.add({"growth", "order with its order event line", "us", "without"}, build.name,
-               {events_us, plain_us});
+               {runs[2]->unit_us(), runs[0]->unit_us()});
   });
 }
 

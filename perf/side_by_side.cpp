@@ -96,7 +96,7 @@ void measure_side_by_side(const Settings& settings, Report& report) {
       settings, report, "side by side", std::chrono::seconds(120),
       [&](const Build& build, unsigned) {
         Together alone;
-        for (const size_t count : {1, 4, 16}) {
+        for (const size_t count : {size_t{1}, size_t{4}, size_t{16}}) {
           const Together found =
               measure_together(start(build, count), orders, settings.in_flight, idle_time);
           if (count == 1) alone = found;
