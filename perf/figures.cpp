@@ -151,6 +151,7 @@ void Report::print(const std::string& section) const {
 }
 
 void Report::print_failures() const {
+  if (figures_.empty() && failures_.empty()) std::printf("nothing was measured\n");
   for (const std::string& failure : failures_) std::printf("FAILED: %s\n", failure.c_str());
   for (const Figure& figure : figures_) {
     if (!is_sound(figure)) std::printf("no figure: %s\n", figure.heading.name.c_str());

@@ -19,7 +19,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
-constexpr std::chrono::milliseconds TICK_PATIENCE{300000};
+constexpr std::chrono::milliseconds TICK_PATIENCE{60000};
 constexpr std::chrono::seconds LONG_ENOUGH{4};  // no further tick is awaited behind it
 constexpr unsigned USUAL_INTERVAL_MS = 40;
 constexpr unsigned SHORT_INTERVAL_MS = 10;  // where only the cost of a tick is asked for

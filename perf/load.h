@@ -7,7 +7,6 @@
 #include <string_view>
 #include <vector>
 
-#include "client/deadline.h"
 #include "client/port_slot.h"
 #include "client/tcp.h"
 #include "client/udp.h"
@@ -23,8 +22,9 @@ class WrongReply : public std::runtime_error {
   explicit WrongReply(const std::string& what) : std::runtime_error(what) {}
 };
 
-/// How long a burst may go without a byte of its replies.
-constexpr std::chrono::seconds REPLY_PATIENCE{20};
+/// How long a burst may go without a byte of its replies. Counted in waits and in our own processor
+/// time, so that a process that was halted for a while does not find its patience gone.
+constexpr int REPLY_PATIENCE_S = 20;
 
 /// How the load generator waits. On the server's own CPU it must sleep; on another one it spins, so
 /// that no send of the server pays for waking it.

@@ -48,6 +48,8 @@ void yield_to_the_server() {
 
 Server::Server(client::SimulatorOptions options, int cpu) : simulator_(std::move(options)) {
   simulator_.start();
+  const sched_param ordinary{};
+  ::sched_setscheduler(simulator_.pid(), SCHED_OTHER, &ordinary);  // not what its starter has
   if (cpu != ANY_CPU) pin(simulator_.pid(), cpu);
 }
 

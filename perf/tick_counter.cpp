@@ -3,12 +3,12 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstring>
 #include <string_view>
 
-#include "client/deadline.h"
 #include "client/iex_tp.h"
 #include "perf/load.h"
 
@@ -52,6 +52,7 @@ void TickCounter::take(client::ByteView packet) {
     at += 2 + message_size;
     if (at > packet.size()) throw WrongReply("a feed packet is cut short");
     if (message_size < SYMBOL_AT + SYMBOL_SIZE || !is_book_change(message[0])) continue;
+    ++book_changes_;
     const char* const symbol = reinterpret_cast<const char*>(message + SYMBOL_AT);
     size_t number = 0;
     if (symbol[0] != 'S' ||
@@ -64,14 +65,17 @@ void TickCounter::take(client::ByteView packet) {
 }
 
 void TickCounter::await_ticks(uint64_t ticks, std::chrono::milliseconds patience) {
-  client::Deadline deadline = client::Deadline::after(patience);
-  uint64_t before = ticks_;
+  // Counted in waits, so that a process that was halted for a while does not find it gone. The
+  // feed's heartbeats end a wait, too, but bring no change of a book.
+  const int wait_ms = static_cast<int>(std::min<int64_t>(patience.count(), 1000));
+  int64_t silent_ms = 0;
   for (drain(); ticks_ < ticks; drain()) {
-    if (ticks_ != before) deadline = client::Deadline::after(patience);
-    before = ticks_;
-    if (deadline.expired()) throw WrongReply("no tick came");
+    if (silent_ms >= patience.count()) throw WrongReply("no tick came");
+    const uint64_t before = book_changes_;
     pollfd ready{socket_.fd(), POLLIN, 0};
-    ::poll(&ready, 1, deadline.remaining_ms());
+    ::poll(&ready, 1, wait_ms);
+    drain();
+    silent_ms = book_changes_ == before ? silent_ms + wait_ms : 0;
   }
 }
 

@@ -23,7 +23,8 @@ class TickCounter {
 
   /// Takes what waits in the socket. Throws WrongReply for a message of no such symbol.
   void drain();
-  /// Returns once `ticks` have ended in all. Throws WrongReply if one takes longer than `patience`.
+  /// Returns once `ticks` have ended in all. Throws WrongReply if no book changes for about as
+  /// long as `patience`.
   void await_ticks(uint64_t ticks, std::chrono::milliseconds patience);
 
   /// One packet of the feed.
@@ -35,6 +36,7 @@ class TickCounter {
   client::UdpSocket socket_;
   const size_t last_symbol_;
   uint64_t ticks_ = 0;
+  uint64_t book_changes_ = 0;
   size_t latest_symbol_ = 0;
 };
 
