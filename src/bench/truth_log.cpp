@@ -5,6 +5,7 @@
 
 #include "base/clocks.h"
 #include "base/price4.h"
+#include "base/text_writer.h"
 #include "bench/scenario.h"
 #include "feed/tp_publisher.h"
 #include "market/engine.h"
@@ -14,13 +15,30 @@ namespace {
 
 constexpr int LEVELS_PER_SIDE = 10;
 
-void put_levels(std::string& line, const BookSide& side) {
-  char entry[48];
+constexpr size_t LONGEST_PRICE = 32;  // characters
+
+/// "%.4f" of the price in dollars.
+void put_price(TextWriter& out, Price4 price) {
+  // Within this bound the double nearest to price / 10000 prints, at four decimals, as the
+  // integer's own digits.
+  constexpr Price4 EXACT_BOUND = 1'000'000'000'000'000;
+  if (price > EXACT_BOUND || price < -EXACT_BOUND) {
+    char text[LONGEST_PRICE];
+    std::snprintf(text, sizeof text, "%.4f", dollars_of(price));
+    out.text(text);
+    return;
+  }
+  if (price < 0) out.character('-');
+  const auto magnitude = static_cast<uint64_t>(price < 0 ? -price : price);
+  out.number(magnitude / 10000).character('.').digits(static_cast<uint32_t>(magnitude % 10000), 4);
+}
+
+void put_levels(TextWriter& out, const BookSide& side) {
   int written = 0;
   side.for_each_shown([&](Price4 price, uint32_t size) {
-    std::snprintf(entry, sizeof entry, "%s[%.4f,%u]", written == 0 ? "" : ",", dollars_of(price),
-                  size);
-    line += entry;
+    out.text(written == 0 ? "[" : ",[");
+    put_price(out, price);
+    out.character(',').number(size).character(']');
     return ++written < LEVELS_PER_SIDE;
   });
 }
@@ -58,14 +76,19 @@ void write_order_event(Engine& engine, const OrderEvent& event) {
 void write_book_line(Engine& engine, const Stock& stock) {
   OutputFile& out = engine.truth;
   if (!out.is_writable()) return;
-  std::string line = "{\"seq\":" + std::to_string(engine.publisher->last_seq());
-  line.append(",\"secid\":").append(std::to_string(stock.locate));
-  line.append(",\"symbol\":\"").append(stock.symbol).append("\",\"bid\":[");
+  constexpr size_t LONGEST_LEVEL = LONGEST_PRICE + 16;
+  constexpr size_t AROUND_LEVELS = 128;  // all else of fixed size
+  static std::string memory;             // of one line, kept for the next
+  memory.resize(AROUND_LEVELS + stock.symbol.size() + 2 * LEVELS_PER_SIDE * LONGEST_LEVEL);
+  TextWriter line(memory.data());
+  line.text("{\"seq\":").number(engine.publisher->last_seq());
+  line.text(",\"secid\":").number(stock.locate);
+  line.text(",\"symbol\":\"").text(stock.symbol).text("\",\"bid\":[");
   put_levels(line, stock.book.bids());
-  line.append("],\"ask\":[");
+  line.text("],\"ask\":[");
   put_levels(line, stock.book.asks());
-  line.append("]}\n");
-  out.write(line);
+  line.text("]}\n");
+  out.write({memory.data(), static_cast<size_t>(line.position() - memory.data())});
 }
 
 void write_mark(Engine& engine, std::string_view label) {

@@ -257,6 +257,31 @@ TEST_F(TruthLog, writes_book_prices_with_four_decimals_at_any_size) {
                         "[0.0001,3],[1234567.8901,4],[922337203685477.6250,4294967295]]}\n"));
 }
 
+TEST_F(TruthLog, writes_book_prices_as_the_library_prints_their_dollars) {
+  opens_market_truth();
+  Stock& stock = exchange.stock();
+  std::string expected;
+  for (const Price4 price :
+       {Price4{1}, Price4{-1}, Price4{-50}, Price4{9999}, Price4{-10000}, Price4{-12345678},
+        Price4{999'999'999'999'999}, Price4{1'000'000'000'000'000}, Price4{1'000'000'000'000'001},
+        Price4{-1'000'000'000'000'000}, Price4{-1'000'000'000'000'001},
+        Price4{123'456'789'012'345'678}, std::numeric_limits<Price4>::max(),
+        std::numeric_limits<Price4>::min()}) {
+    exchange.engine.begin_event();
+    const uint64_t id = rest_synthetic(exchange.engine, stock, BUYS, price, 100);
+    exchange.engine.publish_dirty(stock);
+    char text[64];
+    std::snprintf(text, sizeof text, "[%.4f,100]", static_cast<double>(price) / 10000.0);
+    expected = std::string("\"bid\":[") + text + "],\"ask\":[]}\n";
+    write_mark(exchange.engine, "flushed");
+    const std::string lines = market_truth();
+    EXPECT_NE(lines.find(expected), std::string::npos) << expected;
+    exchange.engine.begin_event();
+    withdraw_order(exchange.engine, id);
+    exchange.engine.publish_dirty(stock);
+  }
+}
+
 TEST_F(TruthLog, holds_book_lines_back_until_a_mark) {
   opens_market_truth();
   write_book_line(exchange.engine, exchange.stock());
