@@ -191,6 +191,7 @@ TEST(Book, lets_an_order_leave_from_the_front_the_middle_and_the_back_of_its_que
   Book::remove(*orders[2]);
   EXPECT_THAT(desk.queue(SELLS, 100), ElementsAre(1, 2, 4, 5));
   EXPECT_EQ(desk.book.level_size(SELLS, 100), 1U + 2 + 8 + 16);
+  EXPECT_EQ(desk.book.asks().depth(), 1U);
   Book::remove(*orders[0]);
   EXPECT_THAT(desk.queue(SELLS, 100), ElementsAre(2, 4, 5));
   EXPECT_EQ(desk.book.asks().best()->first->id, 2U);
@@ -433,6 +434,7 @@ TEST(Book, cuts_sizes_to_32_bits) {
   desk.sells(100, 4294967295);
   desk.sells(100, 100);
   EXPECT_EQ(desk.book.level_size(SELLS, 100), 99U);
+  EXPECT_EQ(desk.book.asks().best()->open, 4294967395U) << "which a fill-or-kill order counts by";
   EXPECT_THAT(desk.levels(SELLS), ElementsAre(Pair(100, 99)));
   EXPECT_THAT(desk.publishes(), ElementsAre("sell 99 @ 100"));
 }
