@@ -94,13 +94,13 @@ TEST(OrderTable, keeps_addresses_while_it_grows) {
 
 TEST(OrderTable, puts_an_order_of_an_empty_bucket_in_front_of_all) {
   OrderTable table;
-  for (const uint64_t id : {1, 2, 3}) table.insert(order_of(id));
+  for (const uint64_t id : {1U, 2U, 3U}) table.insert(order_of(id));
   EXPECT_EQ(ids_in(table), (std::vector<uint64_t>{3, 2, 1}));
 }
 
 TEST(OrderTable, puts_an_order_of_an_occupied_bucket_in_front_of_that_bucket) {
   OrderTable table;  // of 13 buckets
-  for (const uint64_t id : {1, 2, 14}) table.insert(order_of(id));
+  for (const uint64_t id : {1U, 2U, 14U}) table.insert(order_of(id));
   EXPECT_EQ(ids_in(table), (std::vector<uint64_t>{2, 14, 1}));
 }
 
