@@ -100,28 +100,28 @@ bool extract_frame(ReceiveBuffer& buffer, std::string& frame) {
   }
 }
 
-void parse_fields(std::string_view text, FixFieldMap& fields) {
+void parse_fields(std::string_view frame, FixFieldMap& fields) {
   constexpr size_t SHORT_TAG = 9;  // digits that fit any integer
   fields.clear();
   size_t pos = 0;
-  while (pos < text.size()) {
+  while (pos < frame.size()) {
     // Nearly every tag is a few digits and an equals sign, read in passing.
     int32_t tag = 0;
     size_t equals = pos;
-    const size_t limit = std::min(text.size() - 1, pos + SHORT_TAG);
-    for (; equals < limit && text[equals] >= '0' && text[equals] <= '9'; ++equals) {
-      tag = 10 * tag + (text[equals] - '0');
+    const size_t limit = std::min(frame.size() - 1, pos + SHORT_TAG);
+    for (; equals < limit && frame[equals] >= '0' && frame[equals] <= '9'; ++equals) {
+      tag = 10 * tag + (frame[equals] - '0');
     }
-    const size_t end = text.find(SOH, equals);
+    const size_t end = frame.find(SOH, equals);
     if (end == NOT_FOUND) break;
-    if (equals == pos || text[equals] != '=') {
-      const std::string_view piece = text.substr(pos, end - pos);
+    if (equals == pos || frame[equals] != '=') {
+      const std::string_view piece = frame.substr(pos, end - pos);
       const size_t at = piece.find('=');
       if (at == NOT_FOUND) break;
       tag = narrowed_strtol(piece.substr(0, at));
       equals = pos + at;
     }
-    fields.set(tag, text.substr(equals + 1, end - equals - 1));
+    fields.set(tag, frame.substr(equals + 1, end - equals - 1));
     pos = end + 1;
   }
 }

@@ -30,7 +30,7 @@ const Outbox& Engine::on_cancel(const std::string& owner, Client& client,
     return to.out;
   }
 
-  const Order cancelled = *order;
+  const Order cancelled = static_cast<const Order&>(*order);
   begin_event();
   withdraw(*order);
   publish_dirty(*stock);

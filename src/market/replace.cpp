@@ -88,7 +88,7 @@ const Outbox& Engine::on_cancel_replace(const std::string& owner, Client& client
     return reject("bench:scripted_replace_reject", by_executed, '2');
   }
 
-  Order wanted = *order;
+  Order wanted = static_cast<const Order&>(*order);
   wanted.qty = qty;
   wanted.leaves = qty - order->cum;
   wanted.price = price;

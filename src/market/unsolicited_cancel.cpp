@@ -26,7 +26,7 @@ void Engine::cancel_unsolicited(const ScheduledCancel& due) {
   print_log(
       "bench: unsolicited cancel of %s (exchange-initiated; the client must mark it cancelled)\n",
       order->cl_ord_id.c_str());
-  deferred.push_back({*order, stock, /*filled=*/0, /*trade_id=*/0});
+  deferred.push_back({static_cast<const Order&>(*order), stock, /*filled=*/0, /*trade_id=*/0});
   begin_event();
   withdraw(*order);
   publish_dirty(*stock);
