@@ -1,8 +1,8 @@
-#include "client/bench.h"
+#include "quorl/client/bench.h"
 
 #include <utility>
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 /// The simulator announces itself behind its opening packets, so the feed has heard them by then.
@@ -26,4 +26,4 @@ std::unique_ptr<FixSession> Bench::logs_on(const std::string& comp_id,
   return session;
 }
 
-}  // namespace client
+}  // namespace quorl::client

@@ -1,8 +1,8 @@
-#include "client/book.h"
+#include "quorl/client/book.h"
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 /// Applies the update to one side; it must change what is shown.
@@ -135,4 +135,4 @@ std::string compare_levels(const std::map<std::string, SymbolBook>& expected,
   return text;
 }
 
-}  // namespace client
+}  // namespace quorl::client

@@ -1,10 +1,10 @@
-#include "client/bytes.h"
+#include "quorl/client/bytes.h"
 
 #include <algorithm>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 template <typename Value>
@@ -75,4 +75,4 @@ std::string hex(ByteView bytes) {
   return text;
 }
 
-}  // namespace client
+}  // namespace quorl::client

@@ -1,4 +1,4 @@
-#include "client/child_process.h"
+#include "quorl/client/child_process.h"
 
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -8,9 +8,9 @@
 #include <csignal>
 #include <thread>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 constexpr std::chrono::milliseconds WAIT_STEP{1};
@@ -53,6 +53,8 @@ ChildProcess::ChildProcess(const Command& command) {
   if (pid_ == 0) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (::getppid() != parent) ::_exit(CANNOT_START);  // we died in between
+    if (command.stdin_fd >= 0) ::dup2(command.stdin_fd, STDIN_FILENO);
+    if (command.stdout_fd >= 0) ::dup2(command.stdout_fd, STDOUT_FILENO);
     if (command.stderr_fd >= 0) ::dup2(command.stderr_fd, STDERR_FILENO);
     ::execve(argv[0], argv.data(), envp.data());
     ::_exit(CANNOT_START);
@@ -99,4 +101,4 @@ ExitStatus ChildProcess::wait_exit(Deadline deadline) {
   return *status_;
 }
 
-}  // namespace client
+}  // namespace quorl::client

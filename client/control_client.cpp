@@ -1,9 +1,9 @@
-#include "client/control_client.h"
+#include "quorl/client/control_client.h"
 
-#include "client/bytes.h"
-#include "client/errors.h"
+#include "quorl/client/bytes.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 
 ControlClient::ControlClient(uint16_t port) : port_(port), socket_(UdpSocket::on_loopback()) {}
 
@@ -40,4 +40,4 @@ ControlStats ControlClient::stats() {
   return parse_control_stats(std::string_view(reply).substr(3, reply.size() - 4));
 }
 
-}  // namespace client
+}  // namespace quorl::client

@@ -1,8 +1,8 @@
-#include "client/deadline.h"
+#include "quorl/client/deadline.h"
 
 #include <limits>
 
-namespace client {
+namespace quorl::client {
 
 int Deadline::remaining_ms() const {
   const auto left = moment_ - std::chrono::steady_clock::now();
@@ -12,4 +12,4 @@ int Deadline::remaining_ms() const {
   return ms > MOST ? MOST : static_cast<int>(ms);
 }
 
-}  // namespace client
+}  // namespace quorl::client

@@ -1,12 +1,12 @@
-#include "client/deep.h"
+#include "quorl/client/deep.h"
 
 #include <cstdlib>
 #include <string_view>
 #include <type_traits>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 constexpr size_t SYMBOL_SIZE = 8;
@@ -258,4 +258,4 @@ std::string price_text(Price4 price) {
   return text;
 }
 
-}  // namespace client
+}  // namespace quorl::client

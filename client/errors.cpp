@@ -1,11 +1,11 @@
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
 #include <cerrno>
 #include <cstring>
 
-namespace client {
+namespace quorl::client {
 
 SystemError::SystemError(const std::string& call)
     : std::runtime_error(call + ": " + std::strerror(errno)) {}
 
-}  // namespace client
+}  // namespace quorl::client

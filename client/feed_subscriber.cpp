@@ -1,11 +1,11 @@
-#include "client/feed_subscriber.h"
+#include "quorl/client/feed_subscriber.h"
 
 #include <algorithm>
 #include <utility>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 constexpr std::chrono::milliseconds WAIT_STEP{50};
@@ -139,4 +139,4 @@ std::optional<uint64_t> FeedSubscriber::true_first_seq(const FeedPacket& packet)
   return index_.seq_at(packet.packet.header.stream_offset);
 }
 
-}  // namespace client
+}  // namespace quorl::client

@@ -1,12 +1,12 @@
-#include "client/fix_layout.h"
+#include "quorl/client/fix_layout.h"
 
 #include <algorithm>
 #include <array>
 #include <span>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 using Form = bool (*)(const std::string&);
@@ -206,4 +206,4 @@ bool is_price_text(const std::string& text) {
   return is_digits(decimals) && decimals.size() <= 4 && decimals.back() != '0';
 }
 
-}  // namespace client
+}  // namespace quorl::client

@@ -1,4 +1,4 @@
-#include "client/fix_message.h"
+#include "quorl/client/fix_message.h"
 
 #include <time.h>
 
@@ -6,9 +6,9 @@
 #include <array>
 #include <cstdio>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 constexpr std::string_view FRAME_START =
@@ -245,4 +245,4 @@ std::optional<std::string> FixFramer::next() {
   return frame;
 }
 
-}  // namespace client
+}  // namespace quorl::client

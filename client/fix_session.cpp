@@ -1,12 +1,12 @@
-#include "client/fix_session.h"
+#include "quorl/client/fix_session.h"
 
 #include <algorithm>
 #include <utility>
 
-#include "client/errors.h"
-#include "client/fix_layout.h"
+#include "quorl/client/errors.h"
+#include "quorl/client/fix_layout.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 void put_if_filled(FixFields& fields, int tag, const std::string& value) {
@@ -263,4 +263,4 @@ void FixSession::logout() {
   disconnect();
 }
 
-}  // namespace client
+}  // namespace quorl::client

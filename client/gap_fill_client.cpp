@@ -1,10 +1,10 @@
-#include "client/gap_fill_client.h"
+#include "quorl/client/gap_fill_client.h"
 
 #include <utility>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 constexpr size_t MOST_MESSAGES = 1000;
@@ -139,4 +139,4 @@ GapFillAnswer GapFillClient::status(std::chrono::milliseconds patience) {
   return collect(Deadline::after(patience));
 }
 
-}  // namespace client
+}  // namespace quorl::client

@@ -1,10 +1,10 @@
-#include "client/iex_tp.h"
+#include "quorl/client/iex_tp.h"
 
 #include <string>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 template <typename Value>
@@ -89,4 +89,4 @@ Bytes encode_tp_packet(const TpHeader& header, const std::vector<Bytes>& message
   return packet;
 }
 
-}  // namespace client
+}  // namespace quorl::client

@@ -1,4 +1,4 @@
-#include "client/json_lines.h"
+#include "quorl/client/json_lines.h"
 
 #include <algorithm>
 #include <array>
@@ -6,9 +6,9 @@
 #include <limits>
 #include <sstream>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 constexpr size_t MOST_TRUTH_LEVELS = 10;
@@ -288,4 +288,4 @@ std::string six_digit_text(Price4 price) {
   return default_text(static_cast<double>(price) / 10000.0);
 }
 
-}  // namespace client
+}  // namespace quorl::client

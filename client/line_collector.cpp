@@ -1,13 +1,13 @@
-#include "client/line_collector.h"
+#include "quorl/client/line_collector.h"
 
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 constexpr size_t QUOTED_LINES = 15;
@@ -94,4 +94,4 @@ std::string LineCollector::quote_latest() const {
   return text;
 }
 
-}  // namespace client
+}  // namespace quorl::client

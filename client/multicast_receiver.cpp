@@ -1,11 +1,11 @@
-#include "client/multicast_receiver.h"
+#include "quorl/client/multicast_receiver.h"
 
 #include <cerrno>
 #include <utility>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 /// How long the destructor may have to wait for the thread.
@@ -55,4 +55,4 @@ std::vector<RawPacket> MulticastReceiver::take() {
   return take(Deadline::after(std::chrono::milliseconds(0)));
 }
 
-}  // namespace client
+}  // namespace quorl::client

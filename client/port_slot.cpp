@@ -1,4 +1,4 @@
-#include "client/port_slot.h"
+#include "quorl/client/port_slot.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -11,9 +11,9 @@
 #include <cstring>
 #include <string>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 // Below the range from which systems take ports by themselves, and clear of the simulator's own
@@ -104,4 +104,4 @@ bool PortSlot::claim(unsigned number) {
   return true;
 }
 
-}  // namespace client
+}  // namespace quorl::client

@@ -1,11 +1,11 @@
-#include "client/recovering_fix_client.h"
+#include "quorl/client/recovering_fix_client.h"
 
 #include <algorithm>
 #include <utility>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 using std::chrono::milliseconds;
@@ -149,4 +149,4 @@ std::vector<std::string> RecoveringFixClient::exec_ids() const {
   return ids;
 }
 
-}  // namespace client
+}  // namespace quorl::client

@@ -1,13 +1,13 @@
-#include "client/recovering_subscriber.h"
+#include "quorl/client/recovering_subscriber.h"
 
 #include <algorithm>
 #include <iterator>
 #include <utility>
 
-#include "client/deep.h"
-#include "client/errors.h"
+#include "quorl/client/deep.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 using std::chrono::milliseconds;
@@ -258,4 +258,4 @@ GapFillClient& RecoveringSubscriber::gap_fill() {
   return *gap_fill_;
 }
 
-}  // namespace client
+}  // namespace quorl::client

@@ -1,4 +1,4 @@
-#include "client/simulator.h"
+#include "quorl/client/simulator.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -8,11 +8,11 @@
 #include <regex>
 #include <utility>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
 extern char** environ;
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 constexpr unsigned MOST_RESTARTS = 4;
@@ -206,4 +206,4 @@ ExitStatus Simulator::terminate() {
   return wait_exit();
 }
 
-}  // namespace client
+}  // namespace quorl::client

@@ -1,12 +1,12 @@
-#include "client/snap_client.h"
+#include "quorl/client/snap_client.h"
 
 #include <optional>
 #include <utility>
 
-#include "client/errors.h"
-#include "client/iex_tp.h"
+#include "quorl/client/errors.h"
+#include "quorl/client/iex_tp.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 constexpr size_t NAME_SIZE = 40;
@@ -205,4 +205,4 @@ SnapImage SnapClient::image(uint64_t minimum_seq, std::chrono::milliseconds pati
   return image;
 }
 
-}  // namespace client
+}  // namespace quorl::client

@@ -1,11 +1,11 @@
-#include "client/stats_text.h"
+#include "quorl/client/stats_text.h"
 
 #include <charconv>
 #include <iterator>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 constexpr const char* COUNTERS[] = {
@@ -123,4 +123,4 @@ DeepStats parse_deep_stats_line(std::string_view line) {
   return stats;
 }
 
-}  // namespace client
+}  // namespace quorl::client

@@ -1,12 +1,12 @@
-#include "client/stream_index.h"
+#include "quorl/client/stream_index.h"
 
 #include <algorithm>
 #include <string>
 #include <vector>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 struct Narrowing {
@@ -82,4 +82,4 @@ void StreamIndex::narrow(uint64_t offset, uint64_t low, uint64_t high) {
   }
 }
 
-}  // namespace client
+}  // namespace quorl::client

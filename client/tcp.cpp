@@ -1,4 +1,4 @@
-#include "client/tcp.h"
+#include "quorl/client/tcp.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -11,9 +11,9 @@
 #include <cerrno>
 #include <utility>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 /// Waits until `events` hold for `fd` or the deadline has passed. Returns whether they do.
@@ -125,4 +125,4 @@ void TcpStream::abort() {
   close();
 }
 
-}  // namespace client
+}  // namespace quorl::client

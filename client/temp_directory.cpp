@@ -1,4 +1,4 @@
-#include "client/temp_directory.h"
+#include "quorl/client/temp_directory.h"
 
 #include <stdlib.h>
 
@@ -7,9 +7,9 @@
 #include <sstream>
 #include <system_error>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 
 TempDirectory::TempDirectory() {
   std::string name = (std::filesystem::temp_directory_path() / "quorl-run-XXXXXX").string();
@@ -29,4 +29,4 @@ std::string read_file(const std::string& path) {
   return content.str();
 }
 
-}  // namespace client
+}  // namespace quorl::client

@@ -1,4 +1,4 @@
-#include "client/udp.h"
+#include "quorl/client/udp.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -10,9 +10,9 @@
 #include <cstring>
 #include <utility>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 constexpr int RECEIVE_BUFFER = 32 * 1024 * 1024;
@@ -152,4 +152,4 @@ uint16_t UdpSocket::port() const {
   return ntohs(address.sin_port);
 }
 
-}  // namespace client
+}  // namespace quorl::client

@@ -6,9 +6,11 @@
 #include <utility>
 #include <vector>
 
-#include "client/simulator.h"
 #include "perf/flow_run.h"
 #include "perf/order_flows.h"
+#include "quorl/client/simulator.h"
+
+namespace client = quorl::client;
 
 namespace perf {
 namespace {

@@ -14,12 +14,14 @@
 #include <string>
 #include <utility>
 
-#include "client/child_process.h"
-#include "client/errors.h"
-#include "client/line_collector.h"
-#include "client/temp_directory.h"
 #include "perf/flow_run.h"
 #include "perf/order_flows.h"
+#include "quorl/client/child_process.h"
+#include "quorl/client/errors.h"
+#include "quorl/client/line_collector.h"
+#include "quorl/client/temp_directory.h"
+
+namespace client = quorl::client;
 
 namespace perf {
 namespace {

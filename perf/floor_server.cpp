@@ -32,8 +32,10 @@
 #include <utility>
 #include <vector>
 
-#include "client/bytes.h"
-#include "client/iex_tp.h"
+#include "quorl/client/bytes.h"
+#include "quorl/client/iex_tp.h"
+
+namespace client = quorl::client;
 
 namespace {
 

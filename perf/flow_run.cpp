@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+namespace client = quorl::client;
+
 namespace perf {
 namespace {
 

@@ -10,6 +10,8 @@
 #include "perf/order_flows.h"
 #include "perf/rig.h"
 
+namespace client = quorl::client;
+
 namespace perf {
 
 /// A flow of orders into a server of its own, and what it has cost so far.

@@ -3,14 +3,16 @@
 #include <string>
 #include <vector>
 
-#include "client/bytes.h"
-#include "client/fix_message.h"
-#include "client/simulator.h"
-#include "client/tcp.h"
 #include "perf/growth.h"
 #include "perf/order_flows.h"
 #include "perf/rig.h"
 #include "perf/rounds.h"
+#include "quorl/client/bytes.h"
+#include "quorl/client/fix_message.h"
+#include "quorl/client/simulator.h"
+#include "quorl/client/tcp.h"
+
+namespace client = quorl::client;
 
 namespace perf {
 namespace {

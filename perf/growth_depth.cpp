@@ -3,10 +3,12 @@
 #include <string>
 #include <vector>
 
-#include "client/simulator.h"
 #include "perf/growth.h"
 #include "perf/rig.h"
 #include "perf/rounds.h"
+#include "quorl/client/simulator.h"
+
+namespace client = quorl::client;
 
 namespace perf {
 namespace {

@@ -4,13 +4,15 @@
 #include <string>
 #include <vector>
 
-#include "client/simulator.h"
 #include "perf/flow_run.h"
 #include "perf/growth.h"
 #include "perf/order_flows.h"
 #include "perf/rig.h"
 #include "perf/rounds.h"
 #include "perf/tick_counter.h"
+#include "quorl/client/simulator.h"
+
+namespace client = quorl::client;
 
 // What the exchange keeps and writes down.
 

@@ -5,12 +5,14 @@
 #include <stdexcept>
 #include <string>
 
-#include "client/control_client.h"
-#include "client/simulator.h"
 #include "perf/growth.h"
 #include "perf/order_flows.h"
 #include "perf/rig.h"
 #include "perf/rounds.h"
+#include "quorl/client/control_client.h"
+#include "quorl/client/simulator.h"
+
+namespace client = quorl::client;
 
 namespace perf {
 namespace {

@@ -5,13 +5,15 @@
 #include <thread>
 #include <vector>
 
-#include "client/control_client.h"
-#include "client/errors.h"
 #include "perf/growth.h"
 #include "perf/order_flows.h"
 #include "perf/rig.h"
 #include "perf/rounds.h"
 #include "perf/tick_counter.h"
+#include "quorl/client/control_client.h"
+#include "quorl/client/errors.h"
+
+namespace client = quorl::client;
 
 namespace perf {
 namespace {

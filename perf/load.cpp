@@ -12,8 +12,10 @@
 #include <string>
 #include <utility>
 
-#include "client/errors.h"
-#include "client/iex_tp.h"
+#include "quorl/client/errors.h"
+#include "quorl/client/iex_tp.h"
+
+namespace client = quorl::client;
 
 namespace perf {
 namespace {

@@ -7,9 +7,11 @@
 #include <string_view>
 #include <vector>
 
-#include "client/port_slot.h"
-#include "client/tcp.h"
-#include "client/udp.h"
+#include "quorl/client/port_slot.h"
+#include "quorl/client/tcp.h"
+#include "quorl/client/udp.h"
+
+namespace client = quorl::client;
 
 // The load generator: FIX sessions that send in bursts and check every reply, cheap enough to stay
 // far below what it measures.

@@ -1,5 +1,7 @@
 #include "perf/rig.h"
 
+namespace client = quorl::client;
+
 namespace perf {
 
 Rig::Rig(const client::SimulatorOptions& options, const Placement& placement)

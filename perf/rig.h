@@ -9,6 +9,8 @@
 #include "perf/server.h"
 #include "perf/settings.h"
 
+namespace client = quorl::client;
+
 namespace perf {
 
 /// A running server with a subscriber of its feed: what a measurement begins with.

@@ -8,7 +8,9 @@
 #include <fstream>
 #include <utility>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
+
+namespace client = quorl::client;
 
 namespace perf {
 namespace {

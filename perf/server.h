@@ -6,8 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "client/simulator.h"
 #include "perf/load.h"
+#include "quorl/client/simulator.h"
+
+namespace client = quorl::client;
 
 namespace perf {
 

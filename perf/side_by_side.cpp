@@ -7,10 +7,12 @@
 #include <thread>
 #include <vector>
 
-#include "client/simulator.h"
 #include "perf/load.h"
 #include "perf/order_flows.h"
 #include "perf/rounds.h"
+#include "quorl/client/simulator.h"
+
+namespace client = quorl::client;
 
 namespace perf {
 namespace {

@@ -9,8 +9,10 @@
 #include <cstring>
 #include <string_view>
 
-#include "client/iex_tp.h"
 #include "perf/load.h"
+#include "quorl/client/iex_tp.h"
+
+namespace client = quorl::client;
 
 namespace perf {
 namespace {

@@ -5,9 +5,11 @@
 #include <cstdint>
 #include <string>
 
-#include "client/bytes.h"
-#include "client/port_slot.h"
-#include "client/udp.h"
+#include "quorl/client/bytes.h"
+#include "quorl/client/port_slot.h"
+#include "quorl/client/udp.h"
+
+namespace client = quorl::client;
 
 namespace perf {
 

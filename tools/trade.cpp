@@ -23,9 +23,11 @@
 #include <sstream>
 #include <string>
 
-#include "client/fix_message.h"
-#include "client/fix_session.h"
-#include "tools/usage.h"
+#include "quorl/client/fix_message.h"
+#include "quorl/client/fix_session.h"
+#include "tools/command_line.h"
+
+namespace client = quorl::client;
 
 namespace {
 
@@ -124,13 +126,15 @@ bool line_waits() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  take_plain_words_only(argc, argv,
-                        "usage: quorl-trade [CompID [port]]\n"
-                        "A FIX session by hand with an exchange on this machine, by default as "
-                        "TRADER on port 28500.\nType help there for what can be typed.\n");
+  tools::CommandLine options("quorl-trade",
+                             "A FIX session by hand with an exchange on this machine.");
+  std::string comp_id = "TRADER";
+  uint16_t port = 28500;
+  options.add_option("CompID", comp_id, "The session's SenderCompID")->capture_default_str();
+  tools::add_port(options, "port", port, "TCP port of FIX");
+  if (const auto status = options.read(argc, argv)) return *status;
   try {
-    Trader trader(argc > 1 ? argv[1] : "TRADER",
-                  static_cast<uint16_t>(argc > 2 ? std::atoi(argv[2]) : 28500));
+    Trader trader(comp_id, port);
     std::string line;
     while (trader.show_what_came()) {
       if (!line_waits()) continue;
@@ -138,9 +142,9 @@ int main(int argc, char** argv) {
     }
     trader.show_what_came();
     trader.log_out();
-    return 0;
+    return tools::GOOD;
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "quorl-trade: %s\n", failure.what());
-    return 1;
+    return tools::SAID_NO;
   }
 }

@@ -10,10 +10,12 @@
 #include <exception>
 #include <string>
 
-#include "client/deep.h"
-#include "client/iex_tp.h"
-#include "client/multicast_receiver.h"
-#include "tools/usage.h"
+#include "quorl/client/deep.h"
+#include "quorl/client/iex_tp.h"
+#include "quorl/client/multicast_receiver.h"
+#include "tools/command_line.h"
+
+namespace client = quorl::client;
 
 namespace {
 
@@ -35,14 +37,12 @@ void print(const client::RawPacket& raw) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  take_plain_words_only(argc, argv,
-                        "usage: quorl-watch [group [port]]\n"
-                        "Prints the feed of an exchange on this machine, by default that of "
-                        "233.54.26.111 25477, until Ctrl-C.\n");
+  tools::CommandLine line("quorl-watch", "Prints the feed of an exchange, until Ctrl-C.");
+  tools::FeedAddress feed;
+  add_feed_address(line, feed);
+  if (const auto status = line.read(argc, argv)) return *status;
   try {
-    const std::string group = argc > 1 ? argv[1] : "233.54.26.111";
-    const auto port = static_cast<uint16_t>(argc > 2 ? std::atoi(argv[2]) : 25477);
-    client::MulticastReceiver receiver(group, port);
+    client::MulticastReceiver receiver(feed.group, feed.port);
     while (true) {
       for (const client::RawPacket& raw :
            receiver.take(client::Deadline::after(std::chrono::seconds(1)))) {
@@ -52,6 +52,6 @@ int main(int argc, char** argv) {
     }
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "quorl-watch: %s\n", failure.what());
-    return 1;
+    return tools::SAID_NO;
   }
 }

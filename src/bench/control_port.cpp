@@ -135,7 +135,9 @@ constexpr Command COMMANDS[] = {
 std::string stats_reply(const ControlTargets& targets) {
   return "ok " + bench_stats_text(*targets.engine.scenario) +
          " next_seq=" + std::to_string(targets.engine.publisher->next_seq()) + " " +
-         fault_stats_text(*targets.engine.publisher) + session_text(targets.clients) + "\n";
+         fault_stats_text(*targets.engine.publisher)
+             .append(session_text(targets.session_up))
+             .append("\n");
 }
 
 /// The abrupt end: no destructors, no exit handlers, nothing flushed.

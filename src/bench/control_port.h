@@ -4,18 +4,16 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace quorl {
 
-struct Client;
 struct Engine;
 
 /// What the control commands work on. Borrows all of it.
 struct ControlTargets {
   Engine& engine;
   int32_t& interval_ms;  // of the walk; 0 is every turn, negative is never
-  const std::vector<Client>& clients;
+  bool session_up;       // any client is connected and logged on
 };
 
 /// A non-blocking UDP socket on 127.0.0.1 and the line that says so. -1 for port 0, and after a

@@ -1,10 +1,7 @@
 #include "bench/stats_text.h"
 
-#include <algorithm>
-
 #include "bench/scenario.h"
 #include "feed/tp_publisher.h"
-#include "fix/stream_records.h"
 
 namespace quorl {
 
@@ -42,11 +39,6 @@ std::string fault_stats_text(const TpPublisher& publisher) {
          std::to_string(c.reordered);
 }
 
-std::string session_text(const std::vector<Client>& clients) {
-  const bool up = std::any_of(clients.begin(), clients.end(), [](const Client& client) {
-    return client.fd >= 0 && client.logged_on;
-  });
-  return up ? " session=up" : " session=down";
-}
+std::string_view session_text(bool up) { return up ? " session=up" : " session=down"; }
 
 }  // namespace quorl

@@ -1,11 +1,10 @@
 #pragma once
 
 #include <string>
-#include <vector>
+#include <string_view>
 
 namespace quorl {
 
-struct Client;
 struct Scenario;
 class TpPublisher;
 
@@ -17,7 +16,7 @@ std::string bench_stats_text(const Scenario& scenario);
 /// twice each count once as sent; heartbeats and gap-fill replies do not count.
 std::string fault_stats_text(const TpPublisher& publisher);
 
-/// " session=up" if any client is connected and logged on, else " session=down".
-std::string session_text(const std::vector<Client>& clients);
+/// " session=up" or " session=down": whether any client is connected and logged on.
+std::string_view session_text(bool up);
 
 }  // namespace quorl

@@ -61,7 +61,7 @@ bool Driver::turn() {
 void Driver::serve_control() {
   if (listeners_.control_fd < 0) return;
   serve_control_port(listeners_.control_fd, config_.control_port,
-                     {engine_, config_.interval_ms, clients_}, scratch_);
+                     {engine_, config_.interval_ms, gateway_.any_logged_on()}, scratch_);
 }
 
 void Driver::serve_fix() {
@@ -111,7 +111,8 @@ void Driver::print_bench_stats_if_due(uint64_t now_ms) {
   if (!bench_stats_armed() || now_ms - last_stats_ms_ < BENCH_STATS_MS) return;
   print_log("bench: stats %s next_seq=%llu %s%s\n", bench_stats_text(*engine_.scenario).c_str(),
             static_cast<Printed>(engine_.publisher->next_seq()),
-            fault_stats_text(*engine_.publisher).c_str(), session_text(clients_).c_str());
+            fault_stats_text(*engine_.publisher).c_str(),
+            session_text(gateway_.any_logged_on()).data());
   last_stats_ms_ = now_ms;
 }
 

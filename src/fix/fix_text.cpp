@@ -21,6 +21,10 @@ void strip_trailing_zeros(std::string& text) {
   if (text.back() == '.') text.pop_back();
 }
 
+// Within this bound the double nearest to price / 10000 prints, at four decimals, as the integer's
+// own digits.
+constexpr int64_t EXACT_BOUND = 1'000'000'000'000'000;
+
 }  // namespace
 
 FixTimestamp::FixTimestamp(uint64_t ns_since_epoch) {
@@ -68,6 +72,7 @@ void put_price(TextWriter& out, double value) {
   // Up to here the product below is off by less than a thousandth, so unless it lies about halfway
   // between two prices, its nearest integer is the price that prints.
   constexpr double MOST = 1e7;
+  static_assert(MOST * 10000 <= EXACT_BOUND, "put_price4 would come back here");
   constexpr double ABOUT_HALFWAY = 1e-3;
   if (value > 0.0 && value < MOST) {
     const double scaled = value * 10000.0;
@@ -81,9 +86,6 @@ void put_price(TextWriter& out, double value) {
 }
 
 void put_price4(TextWriter& out, int64_t price) {
-  // Within this bound the double nearest to price / 10000 prints, at four decimals, as the
-  // integer's own digits.
-  constexpr int64_t EXACT_BOUND = 1'000'000'000'000'000;
   if (price < 0 || price > EXACT_BOUND) return put_price(out, static_cast<double>(price) / 10000.0);
   out.number(price / 10000);
   auto decimals = static_cast<uint32_t>(price % 10000);

@@ -187,6 +187,7 @@ void FixGateway::log_on(Client& client, FixStream& stream) {
   client.comp_id = stream.comp_id;
   client.stream = &stream;
   client.logged_on = true;
+  ++logged_on_;
   std::vector<size_t>& connections = stream.connections;
   const size_t index = index_of(client);
   connections.insert(std::upper_bound(connections.begin(), connections.end(), index), index);
@@ -197,6 +198,7 @@ void FixGateway::log_off(Client& client) {
   std::vector<size_t>& connections = client.stream->connections;
   connections.erase(std::lower_bound(connections.begin(), connections.end(), index_of(client)));
   client.logged_on = false;
+  --logged_on_;
 }
 
 size_t FixGateway::index_of(const Client& client) const {
@@ -219,8 +221,8 @@ void FixGateway::run_timers(uint64_t now_ms) {
 
 void FixGateway::send_heartbeat_if_due(Client& client, uint64_t now_ms) {
   const uint64_t period_ms = static_cast<uint64_t>(client.heartbeat_s) * 1000;
-  if (scenario_.lapse.is_silent()) return;
-  if (age_ms(now_ms, client.last_tx_ms) >= period_ms) send_admin(client, "0", {});
+  if (age_ms(now_ms, client.last_tx_ms) < period_ms || scenario_.lapse.is_silent()) return;
+  send_admin(client, "0", {});
 }
 
 void FixGateway::time_out_if_due(Client& client, uint64_t now_ms) {

@@ -43,6 +43,8 @@ class FixGateway {
 
   /// Indices of the clients whose connection may be open, ascending.
   const std::vector<size_t>& open_clients() const { return open_clients_; }
+  /// Whether any client is connected and logged on.
+  bool any_logged_on() const { return logged_on_ != 0; }
   /// Drops the indices of closed connections from `open_clients`.
   void forget_closed_clients();
 
@@ -106,6 +108,7 @@ class FixGateway {
   std::vector<Client>& clients_;
   const bool quiet_;
   std::vector<size_t> open_clients_;
+  size_t logged_on_ = 0;  // clients, all of them connected
   // Of the message in hand; kept for their memory.
   std::string frame_;
   FixFieldMap fields_;

@@ -1,11 +1,11 @@
-#include "client/book.h"
+#include "quorl/client/book.h"
 
 #include <gtest/gtest.h>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 #include "tests/client/hand_made.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 using hand_made::NOON;
@@ -132,4 +132,4 @@ TEST_F(BookTest, books_compare_by_their_levels_and_an_empty_book_equals_none) {
 }
 
 }  // namespace
-}  // namespace client
+}  // namespace quorl::client

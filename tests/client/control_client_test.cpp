@@ -1,12 +1,12 @@
-#include "client/control_client.h"
+#include "quorl/client/control_client.h"
 
 #include <gtest/gtest.h>
 
 #include <thread>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 /// Answers one command by `reply`.
@@ -57,4 +57,4 @@ TEST(ControlClient, silence_is_a_time_out) {
 }
 
 }  // namespace
-}  // namespace client
+}  // namespace quorl::client

@@ -1,13 +1,13 @@
-#include "client/deep.h"
+#include "quorl/client/deep.h"
 
 #include <gtest/gtest.h>
 
 #include <vector>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 #include "tests/client/hand_made.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 using hand_made::NOON;
@@ -147,4 +147,4 @@ TEST(Deep, prices_are_written_without_trailing_zeros) {
 }
 
 }  // namespace
-}  // namespace client
+}  // namespace quorl::client

@@ -12,7 +12,9 @@
 #include <string>
 #include <string_view>
 
-#include "client/fix_message.h"
+#include "quorl/client/fix_message.h"
+
+namespace client = quorl::client;
 
 /// The other end of a FixSession, under the test's hand. It runs on the test's own thread: what it
 /// sends ahead waits in the connection until the session reads it.

@@ -16,10 +16,12 @@
 #include <utility>
 #include <vector>
 
-#include "client/bytes.h"
-#include "client/iex_tp.h"
-#include "client/port_slot.h"
+#include "quorl/client/bytes.h"
+#include "quorl/client/iex_tp.h"
+#include "quorl/client/port_slot.h"
 #include "tests/client/hand_made.h"
+
+namespace client = quorl::client;
 
 /// An exchange's market data in small, for tests of those who follow it: one symbol, AAPL, whose
 /// bids the test sets. Packets leave, or get lost, when the test says so; gap fill and DEEP SNAP

@@ -1,11 +1,11 @@
-#include "client/feed_subscriber.h"
+#include "quorl/client/feed_subscriber.h"
 
 #include <gtest/gtest.h>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 #include "tests/client/fake_feed.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 class FeedSubscriberTest : public testing::Test {
@@ -91,4 +91,4 @@ TEST_F(FeedSubscriberTest, another_group_on_the_same_port_is_not_heard) {
 }
 
 }  // namespace
-}  // namespace client
+}  // namespace quorl::client

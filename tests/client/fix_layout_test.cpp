@@ -1,12 +1,12 @@
-#include "client/fix_layout.h"
+#include "quorl/client/fix_layout.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 const std::string STAMP = "20240102-03:04:05.006";
@@ -179,4 +179,4 @@ TEST(FixLayout, price_texts_have_one_form) {
 }
 
 }  // namespace
-}  // namespace client
+}  // namespace quorl::client

@@ -1,10 +1,10 @@
-#include "client/fix_message.h"
+#include "quorl/client/fix_message.h"
 
 #include <gtest/gtest.h>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 // Worked out by hand: 5 + 5 + 8 + 5 + 25 bytes of body; the bytes sum to 50 modulo 256.
@@ -163,4 +163,4 @@ TEST(FixFramer, a_body_length_that_is_no_plain_number_is_refused) {
 }
 
 }  // namespace
-}  // namespace client
+}  // namespace quorl::client

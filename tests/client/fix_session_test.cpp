@@ -1,11 +1,11 @@
-#include "client/fix_session.h"
+#include "quorl/client/fix_session.h"
 
 #include <gtest/gtest.h>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 #include "tests/client/fake_acceptor.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 using std::chrono::milliseconds;
@@ -214,4 +214,4 @@ TEST_F(FixSessionTest, numbers_go_on_over_the_next_connection) {
 }
 
 }  // namespace
-}  // namespace client
+}  // namespace quorl::client

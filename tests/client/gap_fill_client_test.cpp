@@ -1,14 +1,14 @@
-#include "client/gap_fill_client.h"
+#include "quorl/client/gap_fill_client.h"
 
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <thread>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 #include "tests/client/fake_feed.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 using hand_made::SESSION;
@@ -140,4 +140,4 @@ TEST(GapFillAnswer, a_service_that_is_silent_is_a_time_out) {
 }
 
 }  // namespace
-}  // namespace client
+}  // namespace quorl::client

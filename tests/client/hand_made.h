@@ -3,8 +3,10 @@
 #include <cstdint>
 #include <string_view>
 
-#include "client/bytes.h"
-#include "client/iex_tp.h"
+#include "quorl/client/bytes.h"
+#include "quorl/client/iex_tp.h"
+
+namespace client = quorl::client;
 
 /// Bytes put together field by field, for tests of what reads them.
 namespace hand_made {

@@ -1,11 +1,11 @@
-#include "client/iex_tp.h"
+#include "quorl/client/iex_tp.h"
 
 #include <gtest/gtest.h>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 #include "tests/client/hand_made.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 using hand_made::SESSION;
@@ -108,4 +108,4 @@ TEST(IexTp, what_is_encoded_decodes_to_the_same_bytes) {
 }
 
 }  // namespace
-}  // namespace client
+}  // namespace quorl::client

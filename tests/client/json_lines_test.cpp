@@ -1,10 +1,10 @@
-#include "client/json_lines.h"
+#include "quorl/client/json_lines.h"
 
 #include <gtest/gtest.h>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 const std::string FILL =
@@ -164,4 +164,4 @@ TEST(SixDigits, prices_are_rounded_to_six_significant_digits) {
 }
 
 }  // namespace
-}  // namespace client
+}  // namespace quorl::client

@@ -6,14 +6,14 @@
 #include <filesystem>
 #include <fstream>
 
-#include "client/child_process.h"
-#include "client/errors.h"
-#include "client/line_collector.h"
-#include "client/port_slot.h"
-#include "client/simulator.h"
-#include "client/temp_directory.h"
+#include "quorl/client/child_process.h"
+#include "quorl/client/errors.h"
+#include "quorl/client/line_collector.h"
+#include "quorl/client/port_slot.h"
+#include "quorl/client/simulator.h"
+#include "quorl/client/temp_directory.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 /// A shell in place of the simulator: it ignores its options and does what the script says.
@@ -143,4 +143,4 @@ TEST(TempDirectory, it_is_gone_with_all_it_held) {
 }
 
 }  // namespace
-}  // namespace client
+}  // namespace quorl::client

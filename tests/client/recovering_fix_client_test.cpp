@@ -1,11 +1,11 @@
-#include "client/recovering_fix_client.h"
+#include "quorl/client/recovering_fix_client.h"
 
 #include <gtest/gtest.h>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 #include "tests/client/fake_acceptor.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 using std::chrono::milliseconds;
@@ -127,4 +127,4 @@ TEST_F(RecoveringFixClientTest, a_refused_logon_is_told) {
 }
 
 }  // namespace
-}  // namespace client
+}  // namespace quorl::client

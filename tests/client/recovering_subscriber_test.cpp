@@ -1,11 +1,11 @@
-#include "client/recovering_subscriber.h"
+#include "quorl/client/recovering_subscriber.h"
 
 #include <gtest/gtest.h>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 #include "tests/client/fake_feed.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 class RecoveringSubscriberTest : public testing::Test {
@@ -199,4 +199,4 @@ TEST_F(RecoveringSubscriberTest, it_catches_up_with_what_the_gap_fill_service_kn
 }
 
 }  // namespace
-}  // namespace client
+}  // namespace quorl::client

@@ -1,12 +1,12 @@
-#include "client/snap_client.h"
+#include "quorl/client/snap_client.h"
 
 #include <gtest/gtest.h>
 
-#include "client/errors.h"
-#include "client/iex_tp.h"
+#include "quorl/client/errors.h"
+#include "quorl/client/iex_tp.h"
 #include "tests/client/hand_made.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 using hand_made::SESSION;
@@ -180,4 +180,4 @@ TEST(SnapReply, a_market_without_symbols_is_one_system_event) {
 }
 
 }  // namespace
-}  // namespace client
+}  // namespace quorl::client

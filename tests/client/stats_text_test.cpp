@@ -1,10 +1,10 @@
-#include "client/stats_text.h"
+#include "quorl/client/stats_text.h"
 
 #include <gtest/gtest.h>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 const std::string BENCH =
@@ -65,4 +65,4 @@ TEST(StatsText, the_feed_line_has_seven_counters) {
 }
 
 }  // namespace
-}  // namespace client
+}  // namespace quorl::client

@@ -1,10 +1,10 @@
-#include "client/stream_index.h"
+#include "quorl/client/stream_index.h"
 
 #include <gtest/gtest.h>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
 
-namespace client {
+namespace quorl::client {
 namespace {
 
 TEST(StreamIndex, packets_without_a_hole_number_themselves_from_the_beginning) {
@@ -97,4 +97,4 @@ TEST(StreamIndex, a_packet_that_would_begin_below_number_one_is_refused) {
 }
 
 }  // namespace
-}  // namespace client
+}  // namespace quorl::client

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <variant>
 
-#include "client/bytes.h"
-#include "client/deep.h"
-#include "client/errors.h"
-#include "client/iex_tp.h"
-#include "client/snap_client.h"
+#include "quorl/client/bytes.h"
+#include "quorl/client/deep.h"
+#include "quorl/client/errors.h"
+#include "quorl/client/iex_tp.h"
+#include "quorl/client/snap_client.h"
+
+namespace client = quorl::client;
 
 namespace day {
 namespace {

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "client/fix_message.h"
 #include "day/day_clock.h"
+#include "quorl/client/fix_message.h"
+
+namespace client = quorl::client;
 
 namespace day {
 

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 
-#include "client/bytes.h"
-#include "client/gap_fill_client.h"
-#include "client/snap_client.h"
+#include "quorl/client/bytes.h"
+#include "quorl/client/gap_fill_client.h"
+#include "quorl/client/snap_client.h"
+
+namespace client = quorl::client;
 
 namespace day {
 

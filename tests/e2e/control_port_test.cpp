@@ -12,11 +12,13 @@
 #include <variant>
 #include <vector>
 
-#include "client/json_lines.h"
-#include "client/temp_directory.h"
-#include "client/udp.h"
+#include "quorl/client/json_lines.h"
+#include "quorl/client/temp_directory.h"
+#include "quorl/client/udp.h"
 #include "tests/e2e/support/one_turn.h"
 #include "tests/e2e/support/watched_exchange.h"
+
+namespace client = quorl::client;
 
 namespace e2e {
 namespace {

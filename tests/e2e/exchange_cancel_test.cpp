@@ -7,9 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "client/fix_message.h"
+#include "quorl/client/fix_message.h"
 #include "tests/e2e/support/one_turn.h"
 #include "tests/e2e/support/watched_exchange.h"
+
+namespace client = quorl::client;
 
 namespace e2e {
 namespace {

@@ -11,10 +11,12 @@
 #include <variant>
 #include <vector>
 
-#include "client/deep.h"
-#include "client/gap_fill_client.h"
-#include "client/snap_client.h"
+#include "quorl/client/deep.h"
+#include "quorl/client/gap_fill_client.h"
+#include "quorl/client/snap_client.h"
 #include "tests/e2e/support/watched_exchange.h"
+
+namespace client = quorl::client;
 
 namespace e2e {
 namespace {

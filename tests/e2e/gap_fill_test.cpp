@@ -16,13 +16,15 @@
 #include <utility>
 #include <vector>
 
-#include "client/bytes.h"
-#include "client/errors.h"
-#include "client/gap_fill_client.h"
-#include "client/iex_tp.h"
-#include "client/simulator.h"
-#include "client/udp.h"
+#include "quorl/client/bytes.h"
+#include "quorl/client/errors.h"
+#include "quorl/client/gap_fill_client.h"
+#include "quorl/client/iex_tp.h"
+#include "quorl/client/simulator.h"
+#include "quorl/client/udp.h"
 #include "tests/e2e/support/exchange.h"
+
+namespace client = quorl::client;
 
 namespace e2e {
 namespace {

@@ -10,13 +10,15 @@
 #include <string>
 #include <vector>
 
-#include "client/bytes.h"
-#include "client/fix_message.h"
-#include "client/gap_fill_client.h"
-#include "client/snap_client.h"
-#include "client/tcp.h"
-#include "client/udp.h"
+#include "quorl/client/bytes.h"
+#include "quorl/client/fix_message.h"
+#include "quorl/client/gap_fill_client.h"
+#include "quorl/client/snap_client.h"
+#include "quorl/client/tcp.h"
+#include "quorl/client/udp.h"
 #include "tests/e2e/support/exchange.h"
+
+namespace client = quorl::client;
 
 namespace e2e {
 namespace {

@@ -15,12 +15,14 @@
 #include <utility>
 #include <vector>
 
-#include "client/bytes.h"
-#include "client/json_lines.h"
-#include "client/snap_client.h"
-#include "client/stats_text.h"
-#include "client/tcp.h"
+#include "quorl/client/bytes.h"
+#include "quorl/client/json_lines.h"
+#include "quorl/client/snap_client.h"
+#include "quorl/client/stats_text.h"
+#include "quorl/client/tcp.h"
 #include "tests/e2e/support/exchange.h"
+
+namespace client = quorl::client;
 
 namespace e2e {
 namespace {

@@ -10,16 +10,18 @@
 #include <utility>
 #include <vector>
 
-#include "client/bytes.h"
-#include "client/fix_message.h"
-#include "client/iex_tp.h"
-#include "client/json_lines.h"
-#include "client/tcp.h"
-#include "client/temp_directory.h"
-#include "client/udp.h"
+#include "quorl/client/bytes.h"
+#include "quorl/client/fix_message.h"
+#include "quorl/client/iex_tp.h"
+#include "quorl/client/json_lines.h"
+#include "quorl/client/tcp.h"
+#include "quorl/client/temp_directory.h"
+#include "quorl/client/udp.h"
 #include "tests/e2e/support/exchange.h"
 #include "tests/e2e/support/said.h"
 #include "tests/e2e/support/stamped_receive.h"
+
+namespace client = quorl::client;
 
 namespace e2e {
 namespace {

@@ -21,17 +21,19 @@
 #include <utility>
 #include <vector>
 
-#include "client/control_client.h"
-#include "client/errors.h"
-#include "client/fix_session.h"
-#include "client/gap_fill_client.h"
-#include "client/json_lines.h"
-#include "client/recovering_fix_client.h"
-#include "client/recovering_subscriber.h"
-#include "client/simulator.h"
-#include "client/temp_directory.h"
+#include "quorl/client/control_client.h"
+#include "quorl/client/errors.h"
+#include "quorl/client/fix_session.h"
+#include "quorl/client/gap_fill_client.h"
+#include "quorl/client/json_lines.h"
+#include "quorl/client/recovering_fix_client.h"
+#include "quorl/client/recovering_subscriber.h"
+#include "quorl/client/simulator.h"
+#include "quorl/client/temp_directory.h"
 #include "tests/e2e/support/exchange.h"
 #include "tests/e2e/support/watched_exchange.h"
+
+namespace client = quorl::client;
 
 namespace e2e {
 namespace {

@@ -14,10 +14,12 @@
 #include <utility>
 #include <vector>
 
-#include "client/errors.h"
-#include "client/fix_message.h"
-#include "client/fix_session.h"
+#include "quorl/client/errors.h"
+#include "quorl/client/fix_message.h"
+#include "quorl/client/fix_session.h"
 #include "tests/e2e/support/exchange.h"
+
+namespace client = quorl::client;
 
 namespace e2e {
 namespace {

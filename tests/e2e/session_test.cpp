@@ -10,10 +10,12 @@
 #include <utility>
 #include <vector>
 
-#include "client/errors.h"
-#include "client/fix_message.h"
+#include "quorl/client/errors.h"
+#include "quorl/client/fix_message.h"
 #include "tests/e2e/support/exchange.h"
 #include "tests/e2e/support/said.h"
+
+namespace client = quorl::client;
 
 namespace e2e {
 namespace {

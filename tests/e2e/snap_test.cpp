@@ -16,13 +16,15 @@
 #include <variant>
 #include <vector>
 
-#include "client/bytes.h"
-#include "client/errors.h"
-#include "client/gap_fill_client.h"
-#include "client/snap_client.h"
-#include "client/stats_text.h"
-#include "client/tcp.h"
+#include "quorl/client/bytes.h"
+#include "quorl/client/errors.h"
+#include "quorl/client/gap_fill_client.h"
+#include "quorl/client/snap_client.h"
+#include "quorl/client/stats_text.h"
+#include "quorl/client/tcp.h"
 #include "tests/e2e/support/exchange.h"
+
+namespace client = quorl::client;
 
 namespace e2e {
 namespace {

@@ -17,12 +17,14 @@
 #include <utility>
 #include <vector>
 
-#include "client/errors.h"
-#include "client/json_lines.h"
-#include "client/stats_text.h"
-#include "client/tcp.h"
+#include "quorl/client/errors.h"
+#include "quorl/client/json_lines.h"
+#include "quorl/client/stats_text.h"
+#include "quorl/client/tcp.h"
 #include "tests/e2e/support/exchange.h"
 #include "tests/e2e/support/port_holder.h"
+
+namespace client = quorl::client;
 
 namespace e2e {
 namespace {

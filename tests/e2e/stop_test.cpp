@@ -18,13 +18,15 @@
 #include <thread>
 #include <vector>
 
-#include "client/child_process.h"
-#include "client/control_client.h"
-#include "client/deadline.h"
-#include "client/errors.h"
-#include "client/fix_session.h"
-#include "client/port_slot.h"
-#include "client/temp_directory.h"
+#include "quorl/client/child_process.h"
+#include "quorl/client/control_client.h"
+#include "quorl/client/deadline.h"
+#include "quorl/client/errors.h"
+#include "quorl/client/fix_session.h"
+#include "quorl/client/port_slot.h"
+#include "quorl/client/temp_directory.h"
+
+namespace client = quorl::client;
 
 namespace e2e {
 namespace {

@@ -25,15 +25,17 @@
 #include <utility>
 #include <vector>
 
-#include "client/book.h"
-#include "client/errors.h"
-#include "client/fix_message.h"
-#include "client/fix_session.h"
-#include "client/json_lines.h"
-#include "client/simulator.h"
-#include "client/temp_directory.h"
+#include "quorl/client/book.h"
+#include "quorl/client/errors.h"
+#include "quorl/client/fix_message.h"
+#include "quorl/client/fix_session.h"
+#include "quorl/client/json_lines.h"
+#include "quorl/client/simulator.h"
+#include "quorl/client/temp_directory.h"
 #include "tests/e2e/support/exchange.h"
 #include "tests/e2e/support/one_turn.h"
+
+namespace client = quorl::client;
 
 namespace e2e {
 namespace {

@@ -825,14 +825,33 @@ TEST_F(StreamConnections, are_the_same_as_the_records_say_through_any_day) {
         peer.says(logon(name));
         break;
     }
+    bool up = false;
     for (const std::string& comp_id : names) {
       const std::vector<size_t> noted = connections(comp_id);
       most_at_once = std::max<uint64_t>(most_at_once, noted.size());
       EXPECT_EQ(noted, logged_on_as(comp_id, gateway.exchange.clients)) << "step " << step;
+      up = up || !noted.empty();
     }
+    EXPECT_EQ(gateway.sessions.any_logged_on(), up) << "step " << step;
   }
   testing::internal::GetCapturedStderr();
   EXPECT_GE(most_at_once, 3U);
+}
+
+TEST_F(Session, tells_whether_any_connection_is_logged_on) {
+  EXPECT_FALSE(gateway.sessions.any_logged_on());
+  WirePeer stranger = gateway.connects();
+  EXPECT_FALSE(gateway.sessions.any_logged_on());
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  WirePeer beta = gateway.logs_on("BETA");
+  stranger.closes();
+  alpha.closes();
+  gateway.serves();
+  EXPECT_TRUE(gateway.sessions.any_logged_on());
+  beta.says("35=A|34=2|49=BETA|56=IEXG|98=0|108=30");  // again, and counts once
+  beta.closes();
+  gateway.serves();
+  EXPECT_FALSE(gateway.sessions.any_logged_on());
 }
 
 // --- Gate ---

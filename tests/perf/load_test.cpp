@@ -7,6 +7,8 @@
 #include "tests/client/fake_acceptor.h"
 #include "tests/client/fake_feed.h"
 
+namespace client = quorl::client;
+
 namespace perf {
 namespace {
 

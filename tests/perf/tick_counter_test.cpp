@@ -6,10 +6,12 @@
 #include <string_view>
 #include <vector>
 
-#include "client/iex_tp.h"
-#include "client/port_slot.h"
 #include "perf/load.h"
+#include "quorl/client/iex_tp.h"
+#include "quorl/client/port_slot.h"
 #include "tests/client/hand_made.h"
+
+namespace client = quorl::client;
 
 namespace perf {
 namespace {

@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <utility>
 
+namespace client = quorl::client;
+
 namespace e2e {
 namespace {
 

@@ -5,11 +5,13 @@
 #include <string>
 #include <vector>
 
-#include "client/book.h"
-#include "client/control_client.h"
-#include "client/feed_subscriber.h"
-#include "client/fix_session.h"
-#include "client/simulator.h"
+#include "quorl/client/book.h"
+#include "quorl/client/control_client.h"
+#include "quorl/client/feed_subscriber.h"
+#include "quorl/client/fix_session.h"
+#include "quorl/client/simulator.h"
+
+namespace client = quorl::client;
 
 namespace e2e {
 

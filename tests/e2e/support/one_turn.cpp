@@ -9,8 +9,10 @@
 #include <string>
 #include <thread>
 
-#include "client/deadline.h"
-#include "client/errors.h"
+#include "quorl/client/deadline.h"
+#include "quorl/client/errors.h"
+
+namespace client = quorl::client;
 
 namespace e2e {
 namespace {

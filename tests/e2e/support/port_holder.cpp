@@ -7,7 +7,9 @@
 
 #include <utility>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
+
+namespace client = quorl::client;
 
 namespace e2e {
 

@@ -1,5 +1,7 @@
 #include "tests/e2e/support/said.h"
 
+namespace client = quorl::client;
+
 namespace e2e {
 namespace {
 

@@ -2,7 +2,9 @@
 
 #include <string>
 
-#include "client/fix_message.h"
+#include "quorl/client/fix_message.h"
+
+namespace client = quorl::client;
 
 namespace e2e {
 

@@ -8,7 +8,9 @@
 #include <cstddef>
 #include <cstring>
 
-#include "client/errors.h"
+#include "quorl/client/errors.h"
+
+namespace client = quorl::client;
 
 namespace e2e {
 

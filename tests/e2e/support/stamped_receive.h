@@ -2,8 +2,10 @@
 
 #include <cstdint>
 
-#include "client/bytes.h"
-#include "client/deadline.h"
+#include "quorl/client/bytes.h"
+#include "quorl/client/deadline.h"
+
+namespace client = quorl::client;
 
 namespace e2e {
 

@@ -2,7 +2,9 @@
 
 #include <utility>
 
-#include "client/temp_directory.h"
+#include "quorl/client/temp_directory.h"
+
+namespace client = quorl::client;
 
 namespace e2e {
 namespace {

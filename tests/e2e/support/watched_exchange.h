@@ -6,9 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "client/json_lines.h"
-#include "client/stats_text.h"
+#include "quorl/client/json_lines.h"
+#include "quorl/client/stats_text.h"
 #include "tests/e2e/support/exchange.h"
+
+namespace client = quorl::client;
 
 namespace e2e {
 

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "quorl/client/deadline.h"
+
+namespace quorl::client {
+
+struct ExitStatus {
+  bool exited = false;  // by itself, with `code`; otherwise by `signal`
+  int code = 0;
+  int signal = 0;
+
+  bool operator==(const ExitStatus&) const = default;
+  std::string describe() const;
+};
+
+/// One process that we started. It cannot outlive us: the destructor ends it by its id and reaps
+/// it, and the kernel ends it if we die first.
+class ChildProcess {
+ public:
+  struct Command {
+    std::string program = {};
+    std::vector<std::string> arguments = {};              // without the program's name
+    std::map<std::string, std::string> environment = {};  // the whole of it
+    // -1: ours. They stay the caller's to close.
+    int stdin_fd = -1;
+    int stdout_fd = -1;
+    int stderr_fd = -1;
+  };
+
+  explicit ChildProcess(const Command& command);
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
+  ~ChildProcess();
+
+  pid_t pid() const { return pid_; }
+
+  /// Does nothing once the process has been reaped.
+  void signal(int number);
+
+  /// Stops the process and waits until it stands still: what is sent now is read in one turn after
+  /// `cont`.
+  void stop(Deadline deadline);
+  void cont();
+
+  /// Reaps the process if it has ended.
+  std::optional<ExitStatus> poll_exit();
+
+  /// Throws Timeout if the process is still there at the deadline.
+  ExitStatus wait_exit(Deadline deadline);
+
+ private:
+  pid_t pid_ = -1;
+  std::optional<ExitStatus> status_;
+};
+
+}  // namespace quorl::client

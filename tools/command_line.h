@@ -1,0 +1,45 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace tools {
+
+/// What the exit status of every tool says to a script.
+enum ExitStatus : int {
+  GOOD = 0,
+  SAID_NO = 1,          // the exchange refused, or the tool found what it looked for
+  USED_WRONGLY = 2,     // nothing has been done
+  NOBODY_ANSWERED = 3,  // no exchange where it was looked for
+};
+
+/// The options of one tool. Knows --help and --version; the name is that of the program, such as
+/// "quorl-watch".
+class CommandLine : public CLI::App {
+ public:
+  CommandLine(const std::string& name, const std::string& purpose);
+
+  /// Reads the words. A status means that the program ends with it: help or version has been
+  /// printed, or on standard error one line of complaint and where to find help.
+  std::optional<int> read(int argc, const char* const* argv);
+};
+
+/// Where a feed is listened for.
+struct FeedAddress {
+  std::string group = "233.54.26.111";  // dotted quad, multicast
+  uint16_t port = 25477;
+};
+
+/// --mcast and --port, as the exchange calls them, and the same as words without an option.
+void add_feed_address(CLI::App& app, FeedAddress& address);
+
+/// A port of 1 to 65535.
+CLI::Option* add_port(CLI::App& app, const std::string& names, uint16_t& port,
+                      const std::string& what);
+
+/// Whether what is written to `fd` may be coloured: a terminal, and NO_COLOR is unset or empty.
+bool wants_colour(int fd);
+
+}  // namespace tools
