@@ -56,6 +56,7 @@ exec 3<>/dev/udp/127.0.0.1/25500; echo pause >&3
 [[ $(dd bs=512 count=1 status=none <&3) == "ok pause" ]]\n```'
 expect_good 'not run, line 2: it takes an hour' $'<!-- not run: it takes an hour -->\n```sh\nfalse\n```'
 expect_good '1 transcripts' $'```transcript\n$ scripts/run --seed 7\n```'
+expect_good '1 transcripts' $'<!-- file: docs/other.md -->\n```text\n# Page\n\n## A heading\n```'
 expect_good '0 commands run' '[a link](docs/other.md#a-heading) and `scripts/run --seed 7`'
 
 expect_found 'README.md:1: ended with status 127: scripts/nothing' $'```sh\nscripts/nothing\n```'
@@ -68,7 +69,10 @@ here=$(readlink /proc/self/ns/net)
 for pid in $(pidof quorl); do
   if [[ $(readlink "/proc/$pid/ns/net") == "$here" ]]; then kill -ABRT "$pid"; fi
 done\n```'
+expect_found 'README.md:2: not what stands in docs/other.md' \
+  $'<!-- file: docs/other.md -->\n```text\n# Page\n```'
 expect_found 'README.md:1: a block without a tag' $'```\nanything\n```'
+expect_found 'README.md:1: a block without an end' $'```text\nanything\n'
 expect_found 'README.md:1: unknown tag shell' $'```shell\nls\n```'
 expect_found 'README.md:2: a command in a block of json' $'```json\n$ ls\n```'
 expect_found 'README.md:3: a command outside a block' $'Run\n\n    scripts/run --seed 7'
