@@ -1,6 +1,11 @@
-"""A data dictionary of the QuickFIX family, and what it says of a message."""
+"""A data dictionary of the QuickFIX family, and what it says of a message.
+
+dictionary.py DICTIONARY FILE: says what is wrong with the messages of the file, one a line; the exit
+status is 1 if there is anything, or nothing at all.
+"""
 
 import re
+import sys
 import xml.etree.ElementTree
 
 SOH = "\x01"
@@ -63,7 +68,8 @@ class Dictionary:
         return self.header | self.messages[msg_type] | self.trailer
 
     def complaints(self, message):
-        """What an engine with every validation on would say against the message: (tag, value) pairs."""
+        """What an engine with every validation on would say against the message, which is a list of
+        (tag, value). The order of the fields is the exchange's own: others may choose theirs."""
         msg_type = dict(message).get(35)
         if msg_type not in self.messages:
             return [f"there is no message {msg_type}"]
@@ -78,7 +84,7 @@ class Dictionary:
             found += self.complaints_of_field(tag, value, layout)
         found += [f"{tag} is missing" for tag in layout if layout[tag] and tag not in tags]
         order = [tag for tag in layout if tag in tags]
-        if order != [tag for tag in tags if tag in layout]:
+        if dict(message)[49] == "IEXG" and order != [tag for tag in tags if tag in layout]:
             found.append(f"the order is {tags}, not {order}")
         return [f"35={msg_type}: {text}" for text in found]
 
@@ -108,3 +114,15 @@ def read_messages(path):
     """A message in each line; what an engine's log puts ahead of it is skipped."""
     with open(path, encoding="utf-8", newline="\n") as file:
         return [parse_message(line[line.index("8=FIX"):]) for line in file]
+
+
+def main(dictionary_path, messages_path):
+    dictionary = read_dictionary(dictionary_path)
+    messages = read_messages(messages_path)
+    complaints = [text for message in messages for text in dictionary.complaints(message)]
+    print("\n".join(complaints + [f"{len(messages)} messages"]))
+    return 1 if complaints or not messages else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(*sys.argv[1:]))
