@@ -79,6 +79,7 @@ expect_found 'README.md:3: a command outside a block' $'Run\n\n    scripts/run -
 expect_found 'there is no scripts/nothing' $'```transcript\n$ scripts/nothing\n```'
 expect_found 'there is no scripts/nothing' $'<!-- not run: a reason -->\n```sh\nscripts/nothing\n```'
 expect_found 'README.md:2: there is no scripts/nothing' $'Take\n`scripts/nothing`.'
+expect_found 'there is no docs/nothing.md' 'See `docs/nothing.md`.'
 expect_found 'quorl has no option --sed' 'Take `scripts/run --sed 7`.'
 expect_found 'the link to docs/nothing.md leads nowhere' 'Read [this](docs/nothing.md).'
 expect_found 'other.md has no heading for #nothing' 'Read [this](docs/other.md#nothing).'
