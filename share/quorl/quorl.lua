@@ -715,12 +715,13 @@ local function add_packet(tvb, pinfo, tree, of_feed)
   return text .. notes
 end
 
-function tp.dissector(tvb, pinfo, tree)
+local function dissect_feed(tvb, pinfo, tree)
   if tvb:captured_len() == 0 then return 0 end
   pinfo.cols.protocol = "DEEP"
   pinfo.cols.info = add_packet(tvb, pinfo, tree, true)
   return tvb:captured_len()
 end
+tp.dissector = dissect_feed
 
 ---------------------------------------------------------------------------------------------------
 -- Gap fill
@@ -866,13 +867,14 @@ local function is_reply(tvb, pinfo)
   return tvb:captured_len() > 1 and tvb(1, 1):uint() == 0
 end
 
-function gap_fill.dissector(tvb, pinfo, tree)
+local function dissect_gap_fill(tvb, pinfo, tree)
   if tvb:captured_len() == 0 then return 0 end
   pinfo.cols.protocol = "DEEP gap fill"
   local add = is_reply(tvb, pinfo) and add_reply or add_request
   pinfo.cols.info = add(tvb, pinfo, tree)
   return tvb:captured_len()
 end
+gap_fill.dissector = dissect_gap_fill
 
 ---------------------------------------------------------------------------------------------------
 -- DEEP SNAP
@@ -959,7 +961,7 @@ local function take_in_image(tvb, pinfo, at, stop)
   anchor_all(pinfo.src, tvb(at + 11, 4):le_uint(), u64(tvb, at + 19), u64(tvb, at + 27) + 1)
 end
 
-function snap.dissector(tvb, pinfo, tree)
+local function dissect_snap(tvb, pinfo, tree)
   local captured = tvb:captured_len()
   if captured == 0 then return 0 end
   local all_there = captured == tvb:reported_len() and pinfo.can_desegment > 0
@@ -994,6 +996,7 @@ function snap.dissector(tvb, pinfo, tree)
   pinfo.cols.info:fence()
   return captured
 end
+snap.dissector = dissect_snap
 
 ---------------------------------------------------------------------------------------------------
 -- Ports
@@ -1030,31 +1033,36 @@ local function is_multicast(address)
   return Address.ip("224.0.0.0") <= address and address <= Address.ip("239.255.255.255")
 end
 
--- Whatever follows between the two ends is taken without looking, damaged packets too.
-local function claim(proto, tvb, pinfo, tree)
-  proto.dissector(tvb, pinfo, tree)
+-- Whatever follows between the two ends comes to `proto` without a look, damaged packets too.
+local function claim(proto, dissect, tvb, pinfo, tree)
+  dissect(tvb, pinfo, tree)
   pinfo.conversation = proto
   return true
 end
 
 tp:register_heuristic("udp", function(tvb, pinfo, tree)
-  if not is_sound(tvb, true) then return false end
-  return claim(is_multicast(pinfo.dst) and tp or gap_fill, tvb, pinfo, tree)
+  if not is_sound(tvb, true) or not is_multicast(pinfo.dst) then return false end
+  return claim(tp, dissect_feed, tvb, pinfo, tree)
 end)
+
+local function is_sound_request(tvb)
+  return tvb:captured_len() >= GAP_FILL_HEADER_SIZE and not reason_to_refuse(tvb) and
+         tvb:reported_len() == GAP_FILL_HEADER_SIZE + tvb(12, 4):le_uint() * RANGE_SIZE
+end
 
 gap_fill:register_heuristic("udp", function(tvb, pinfo, tree)
-  if tvb:captured_len() < GAP_FILL_HEADER_SIZE or reason_to_refuse(tvb) or
-     tvb:reported_len() ~= GAP_FILL_HEADER_SIZE + tvb(12, 4):le_uint() * RANGE_SIZE then
-    return false
-  end
-  return claim(gap_fill, tvb, pinfo, tree)
+  if is_multicast(pinfo.dst) then return false end  -- that is the feed
+  if not is_sound(tvb, true) and not is_sound_request(tvb) then return false end
+  return claim(gap_fill, dissect_gap_fill, tvb, pinfo, tree)
 end)
 
+-- A request in one segment; the reply follows on the same connection.
 snap:register_heuristic("tcp", function(tvb, pinfo, tree)
-  if tvb:captured_len() ~= size_of(SNAP_REQUEST_LAYOUT) or tvb:reported_len() ~= tvb:captured_len() or
-     tvb(0, 2):le_uint() ~= tvb:captured_len() - 2 or tvb(2, 1):uint() ~= 0x72 or
+  local size = size_of(SNAP_REQUEST_LAYOUT)
+  if tvb:captured_len() ~= size or tvb:reported_len() ~= size or
+     tvb(0, 2):le_uint() ~= size - 2 or tvb(2, 1):uint() ~= 0x72 or
      tvb(43, 4):le_uint() ~= DEEP_CHANNEL then
     return false
   end
-  return claim(snap, tvb, pinfo, tree)
+  return claim(snap, dissect_snap, tvb, pinfo, tree)
 end)
