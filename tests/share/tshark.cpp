@@ -1,9 +1,11 @@
 #include "tests/share/tshark.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
+#include <chrono>
+#include <fstream>
 #include <functional>
 
 #include "quorl/client/child_process.h"
@@ -12,13 +14,23 @@
 namespace share {
 namespace {
 
-constexpr std::chrono::seconds TSHARK_PATIENCE{120};  // it takes a second or two
+constexpr std::chrono::seconds PROGRAM_PATIENCE{120};  // they take a second or two
 
-int open_to_write(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  if (fd < 0) throw client::SystemError("open " + path);
-  return fd;
-}
+class OpenFile {
+ public:
+  OpenFile(const std::string& path, int flags)
+      : fd_(::open(path.c_str(), flags | O_CLOEXEC, S_IRUSR | S_IWUSR)) {
+    if (fd_ < 0) throw client::SystemError("open " + path);
+  }
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+  ~OpenFile() { ::close(fd_); }
+
+  int fd() const { return fd_; }
+
+ private:
+  int fd_;
+};
 
 std::string attribute(pugi::xml_node node, const char* name) {
   return node.attribute(name).as_string();
@@ -41,15 +53,21 @@ Shown shown_item(pugi::xml_node node) {
 
 }  // namespace
 
-std::string tshark_path() {
-  for (const char* path : {"/usr/bin/tshark", "/usr/local/bin/tshark"}) {
-    if (::access(path, X_OK) == 0) return path;
+std::string dissector_path() { return QUORL_SOURCE "/share/quorl/quorl.lua"; }
+
+std::string program_path(const std::string& name) {
+  const std::string installed = "/usr/lib/x86_64-linux-gnu/wireshark/plugins/quorl.lua";
+  const std::string other = client::read_file(installed);
+  if (!other.empty() && other != client::read_file(dissector_path())) {
+    throw client::WireError(installed + " is another one than " + dissector_path());
   }
-  throw client::WireError("there is no tshark; Debian has it in the package of that name");
+  const std::string path = "/usr/bin/" + name;
+  if (::access(path.c_str(), X_OK) == 0) return path;
+  throw client::WireError("there is no " + path + "; Debian has it in the package tshark");
 }
 
 std::vector<std::string> with_dissector(const std::vector<std::string>& arguments) {
-  std::vector<std::string> all{"-n", "-X", "lua_script:" QUORL_SOURCE "/share/quorl/quorl.lua"};
+  std::vector<std::string> all{"-n", "-X", "lua_script:" + dissector_path()};
   all.insert(all.end(), arguments.begin(), arguments.end());
   return all;
 }
@@ -61,27 +79,30 @@ std::map<std::string, std::string> plain_environment(const std::string& home) {
           {"XDG_CONFIG_HOME", home}};
 }
 
-TsharkSaid run_tshark(const std::vector<std::string>& arguments) {
-  const client::TempDirectory home;
-  const std::string out = home.path() + "/out", err = home.path() + "/err";
-  const int out_fd = open_to_write(out), err_fd = open_to_write(err);
-  client::ChildProcess process({.program = tshark_path(),
-                                .arguments = with_dissector(arguments),
-                                .environment = plain_environment(home.path()),
-                                .stdout_fd = out_fd,
-                                .stderr_fd = err_fd});
-  ::close(out_fd);
-  ::close(err_fd);
-  const client::ExitStatus status = process.wait_exit(client::Deadline::after(TSHARK_PATIENCE));
-  TsharkSaid said{client::read_file(out), client::read_file(err)};
+std::string run(const std::string& program, const std::vector<std::string>& arguments,
+                const std::string& home, const std::string& input) {
+  const client::TempDirectory directory;
+  const std::string in = directory.path() + "/in";
+  const std::string out = directory.path() + "/out", err = directory.path() + "/err";
+  std::ofstream(in) << input;
+  const OpenFile in_file(in, O_RDONLY), out_file(out, O_WRONLY | O_CREAT),
+      err_file(err, O_WRONLY | O_CREAT);
+  client::ChildProcess process({.program = program_path(program),
+                                .arguments = arguments,
+                                .environment = plain_environment(home),
+                                .stdin_fd = in_file.fd(),
+                                .stdout_fd = out_file.fd(),
+                                .stderr_fd = err_file.fd()});
+  const client::ExitStatus status = process.wait_exit(client::Deadline::after(PROGRAM_PATIENCE));
+  const std::string said = client::read_file(out), complained = client::read_file(err);
   if (status != client::ExitStatus{.exited = true}) {
-    throw client::WireError("tshark: " + status.describe() + ": " + said.err);
+    throw client::WireError(program + ": " + status.describe() + ": " + complained);
   }
-  for (const std::string& text : {said.out, said.err}) {
+  for (const std::string& text : {said, complained}) {
     for (const char* trouble : {"Lua Error", "Lua:", "_ws.lua.error", "Dissector bug"}) {
       const size_t found = text.find(trouble);
       if (found != std::string::npos) {
-        throw client::WireError("tshark says " + text.substr(found, 500));
+        throw client::WireError(program + " says " + text.substr(found, 500));
       }
     }
   }
@@ -129,8 +150,9 @@ std::vector<std::string> Frame::note_names() const {
 Dissection::Dissection(const std::string& capture, const std::vector<std::string>& arguments) {
   std::vector<std::string> all{"-r", capture, "-T", "pdml"};
   all.insert(all.end(), arguments.begin(), arguments.end());
-  const TsharkSaid said = run_tshark(all);
-  const pugi::xml_parse_result result = document_.load_string(said.out.c_str());
+  const client::TempDirectory home;
+  const std::string pdml = run("tshark", with_dissector(all), home.path());
+  const pugi::xml_parse_result result = document_.load_string(pdml.c_str());
   if (!result) throw client::WireError(std::string("PDML: ") + result.description());
   for (const pugi::xml_node packet : document_.child("pdml").children("packet")) {
     frames_.emplace_back(packet);

@@ -12,19 +12,23 @@ namespace client = quorl::client;
 
 namespace share {
 
-/// Our dissector and an environment without anybody's settings or plugins.
+/// The dissector of this tree.
+std::string dissector_path();
+
+/// tshark's arguments with the dissector ahead of them, and an environment without anybody's
+/// settings or plugins.
 std::vector<std::string> with_dissector(const std::vector<std::string>& arguments);
 std::map<std::string, std::string> plain_environment(const std::string& home);
-std::string tshark_path();
 
-struct TsharkSaid {
-  std::string out;
-  std::string err;
-};
+/// A program of Wireshark's, "tshark": where it is installed. Throws WireError without it, and if
+/// another dissector than ours is installed for everybody, which would be tested in its place.
+std::string program_path(const std::string& name);
 
-/// Runs tshark with the dissector. Throws WireError if it fails, and if anything it says tells of
-/// an error in the dissector.
-TsharkSaid run_tshark(const std::vector<std::string>& arguments);
+/// Runs such a program to its end, with `input` as its standard input, and returns its standard
+/// output. Throws WireError if it fails, and if anything it says tells of an error in the
+/// dissector.
+std::string run(const std::string& program, const std::vector<std::string>& arguments,
+                const std::string& home, const std::string& input = "");
 
 /// A field as shown, or a protocol's item.
 struct Shown {
