@@ -395,6 +395,14 @@ local function add_message(tree, tvb, at, limit, seq, stream_offset)
   return item
 end
 
+-- Blocks come here from the packets' dissectors. This one serves whoever has one alone; and by it
+-- Wireshark tells whether a filter or a column wants anything of a message.
+function deep.dissector(tvb, pinfo, tree)
+  if tvb:captured_len() >= 2 then add_message(tree, tvb, 0, tvb:captured_len()) end
+  return tvb:captured_len()
+end
+local DEEP_DISSECTOR = Dissector.get("quorl_deep")
+
 ---------------------------------------------------------------------------------------------------
 -- What is known of the stream. All of it is taken in when a frame is dissected for the first time,
 -- in the order of the capture, and kept by frame number: the window asks for frames again, in any
@@ -574,9 +582,9 @@ local TP_LAYOUT = {
 }
 
 -- Whether version, protocol and channel are the exchange's, the blocks fill the payload exactly and
--- are as many as announced, and all bytes have been captured. With `strict`, for bytes that may be
--- anybody's, every message must be of a known type and its size, and the clock of this century.
-local function is_sound(tvb, strict)
+-- are as many as announced, and all bytes have been captured; and if so, whether every message is of
+-- a known type and has its size.
+local function is_sound(tvb)
   local size = tvb:reported_len()
   if size < TP_HEADER_SIZE or tvb:captured_len() < size then return false end
   if tvb(0, 1):uint() ~= TP_VERSION or tvb(1, 1):uint() ~= 0 or
@@ -584,21 +592,25 @@ local function is_sound(tvb, strict)
      tvb(12, 2):le_uint() ~= size - TP_HEADER_SIZE or u64(tvb, 24) == 0 then
     return false
   end
-  local at, left = TP_HEADER_SIZE, tvb(14, 2):le_uint()
+  local at, left, all_known = TP_HEADER_SIZE, tvb(14, 2):le_uint(), true
   while at < size do
     if left == 0 or at + 2 >= size then return false end
     local length = tvb(at, 2):le_uint()
     if length == 0 or at + 2 + length > size then return false end
-    if strict then
-      local layout = DEEP_LAYOUTS[tvb(at + 2, 1):uint()]
-      if not layout or size_of(layout) ~= length then return false end
-    end
+    local layout = DEEP_LAYOUTS[tvb(at + 2, 1):uint()]
+    if not layout or size_of(layout) ~= length then all_known = false end
     at = at + 2 + length
     left = left - 1
   end
-  if left ~= 0 then return false end
+  return left == 0, all_known
+end
+
+-- For bytes that may be anybody's: sound to the last message, and of this century.
+local function is_surely_ours(tvb)
+  local sound, all_known = is_sound(tvb)
+  if not sound or not all_known then return false end
   local seconds = u64(tvb, 32) / NS_PER_S
-  return not strict or (seconds > 946684800 and seconds < 4102444800)  -- 2000 to 2100
+  return seconds > 946684800 and seconds < 4102444800  -- 2000 to 2100
 end
 
 -- Adds the payload's messages, from number `seq` on if that is known, and returns how many of each
@@ -693,15 +705,20 @@ local function add_packet(tvb, pinfo, tree, of_feed)
   local count, announced = tvb(14, 2):le_uint(), u64(tvb, 24)
   local first, notes = announced, ""
   local settled = not of_feed
+  local sound, all_known = is_sound(tvb)
   if of_feed then
-    if is_sound(tvb) then take_in(tvb, pinfo) end
+    if sound then take_in(tvb, pinfo) end
     local run = run_of[pinfo.number]
     local true_first = run and true_number(run, position_of[pinfo.number])
     notes = add_stream_notes(item, pinfo, count, announced, true_first)
     settled = true_first ~= nil
     first = true_first or announced
   end
-  add_payload(item, tvb, settled and first or nil)
+  -- Messages are most of the work. A list of packets shows none of them, nor is there a note to be
+  -- made of one if all are as they should be.
+  if not all_known or item.visible or item:referenced(DEEP_DISSECTOR) then
+    add_payload(item, tvb, settled and first or nil)
+  end
   local text
   if count > 0 then
     text = numbers_text(first, count)
@@ -1041,7 +1058,7 @@ local function claim(proto, dissect, tvb, pinfo, tree)
 end
 
 tp:register_heuristic("udp", function(tvb, pinfo, tree)
-  if not is_sound(tvb, true) or not is_multicast(pinfo.dst) then return false end
+  if not is_surely_ours(tvb) or not is_multicast(pinfo.dst) then return false end
   return claim(tp, dissect_feed, tvb, pinfo, tree)
 end)
 
@@ -1052,7 +1069,7 @@ end
 
 gap_fill:register_heuristic("udp", function(tvb, pinfo, tree)
   if is_multicast(pinfo.dst) then return false end  -- that is the feed
-  if not is_sound(tvb, true) and not is_sound_request(tvb) then return false end
+  if not is_surely_ours(tvb) and not is_sound_request(tvb) then return false end
   return claim(gap_fill, dissect_gap_fill, tvb, pinfo, tree)
 end)
 
