@@ -118,10 +118,9 @@ std::string obstacle_to_rename(const std::string& path) {
     return path + " is a directory";
   }
   const std::string directory = directory_of(path);
-  if (at(directory) && !may(directory, W_OK | X_OK)) {
-    return directory + ": " + std::strerror(errno);
-  }
-  return "";
+  const auto home = at(directory);
+  const bool refused = home && S_ISDIR(home->st_mode) && !may(directory, W_OK | X_OK);
+  return refused ? directory + ": " + std::strerror(errno) : "";
 }
 
 std::string kind_of(const struct stat& file) {

@@ -48,7 +48,7 @@ std::string processes_with(
     const std::function<bool(const std::string& process, const std::string& fd)>& wanted) {
   std::string told_of;
   for (const std::string& pid : names_in("/proc")) {
-    if (!is_number(pid) || pid == std::to_string(::getpid())) continue;
+    if (!is_number(pid)) continue;
     const std::string process = "/proc/" + pid;
     const std::vector<std::string> files = names_in(process + "/fd");
     if (std::any_of(files.begin(), files.end(),
@@ -115,7 +115,9 @@ std::string owners_of(const std::vector<SocketEntry>& sockets) {
 }
 
 std::string writers_of(dev_t device, ino_t inode) {
-  return processes_with([device, inode](const std::string& process, const std::string& fd) {
+  const std::string ourselves = "/proc/" + std::to_string(::getpid());
+  return processes_with([&](const std::string& process, const std::string& fd) {
+    if (process == ourselves) return false;
     struct stat status {};
     return ::stat((process + "/fd/" + fd).c_str(), &status) == 0 && status.st_dev == device &&
            status.st_ino == inode && is_open_for_writing(process, fd);
