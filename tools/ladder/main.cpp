@@ -256,6 +256,9 @@ int main(int argc, char** argv) {
   int status = tools::SAID_NO;
   try {
     status = run(options);
+  } catch (const ladder::NoTerminal& failure) {
+    std::fprintf(stderr, "quorl-ladder: %s\n", failure.what());
+    status = tools::USED_WRONGLY;
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "quorl-ladder: %s\n", failure.what());
   }

@@ -7,7 +7,6 @@
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -88,8 +87,8 @@ Terminal::Terminal() : ascii_(locale_is_ascii()) {
   screen_ = newterm(nullptr, stdout, stdin);
   if (screen_ == nullptr) {
     const char* kind = std::getenv("TERM");
-    throw std::runtime_error("cannot draw on a terminal of the kind '" +
-                             std::string(kind == nullptr ? "" : kind) + "' (TERM)");
+    throw NoTerminal("cannot draw on a terminal of the kind '" +
+                     std::string(kind == nullptr ? "" : kind) + "' (TERM)");
   }
   cbreak();
   noecho();

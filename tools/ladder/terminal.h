@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <optional>
+#include <stdexcept>
 
 #include "tools/ladder/grid.h"
 
@@ -13,12 +14,18 @@ namespace ladder {
 /// Keys that are no characters.
 enum class Key : int { TAB = 256, BACK_TAB, RESIZED };
 
+/// A terminal that cannot be drawn on.
+class NoTerminal : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
 /// The terminal in full-screen mode for as long as this object lives; then as it was before. There
 /// is one at a time.
 class Terminal {
  public:
-  /// Standard input and output must be a terminal. Throws std::runtime_error if its kind, TERM, is
-  /// not known.
+  /// Standard input and output must be a terminal. Throws NoTerminal if its kind, TERM, is not
+  /// known.
   Terminal();
   Terminal(const Terminal&) = delete;
   Terminal& operator=(const Terminal&) = delete;
