@@ -473,9 +473,9 @@ TEST(Arguments, without_a_terminal_it_points_to_what_works_without) {
 
 TEST(Arguments, that_are_bad_are_refused_in_a_line) {
   const std::vector<std::vector<std::string>> all = {
-      {"--mcast", "10.0.0.1"},      {"--port", "0"},          {"--snap-port", "65536"},
-      {"--control-port", "x"},      {"--gapfill-port", "-1"}, {"--symbols", ",:1"},
-      {"--once", "--timeout", "0"}, {"--control-port", "0"}};
+      {"--mcast", "10.0.0.1"},     {"--port", "0"},          {"--snap-port", "65536"},
+      {"--control-port", "x"},     {"--gapfill-port", "-1"}, {"--symbols", ",:1"},
+      {"--once", "--timeout", "0"}};
   for (const auto& arguments : all) {
     const Said said = run_tool("ladder", arguments);
     EXPECT_EQ(said.status, 2) << arguments[0];

@@ -75,10 +75,11 @@ void add_options(CLI::App& line, Options& options) {
                   "UDP port of gap fill; 0: that of --snap-port")
       ->check(CLI::Range(0, 65535))
       ->capture_default_str();
-  tools::add_port(line, "--control-port", options.control_port,
-                  "UDP port of the control port, for counters and keys; none without it")
+  line.add_option("--control-port", options.control_port,
+                  "UDP port of the control port, for counters and keys; 0: none")
+      ->check(CLI::Range(0, 65535))
       ->envname("QUORL_CONTROL_PORT")
-      ->default_str("");
+      ->capture_default_str();
   line.add_option("--symbols", options.symbols, "Comma list of the symbols to show, all without it")
       ->check(CLI::Validator(complaint_about_symbols, "LIST"));
   line.add_flag("--once", options.once,
