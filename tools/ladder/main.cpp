@@ -1,36 +1,26 @@
 // The market to look at, full screen: levels, trades, and the health of the feed; with the control
 // port, the keys that make the exchange misbehave.
 
-#include <poll.h>
 #include <unistd.h>
 
-#include <csignal>
+#include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <iostream>
-#include <memory>
-#include <optional>
 #include <sstream>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include "quorl/client/control_client.h"
+#include "quorl/client/port_slot.h"
 #include "tools/command_line.h"
-#include "tools/ladder/desk.h"
-#include "tools/ladder/follower.h"
+#include "tools/ladder/program.h"
 #include "tools/ladder/terminal.h"
-#include "tools/ladder/view.h"
 
 namespace client = quorl::client;
 
 namespace {
 
-using std::chrono::milliseconds;
-using std::chrono::steady_clock;
-
-constexpr milliseconds FRAME{100};  // from one picture to the next, unless a key comes
 constexpr int LONGEST_TIMEOUT_S = 3600;
 constexpr size_t SYMBOL_SIZE = 8;  // what the feed cuts symbols to
 
@@ -50,7 +40,6 @@ struct Options {
             .gap_fill = gap_fill_port == 0 ? snap_port : gap_fill_port,
             .control = control_port};
   }
-  std::string feed_text() const { return feed.group + ":" + std::to_string(feed.port); }
 };
 
 /// The list as the exchange takes it: prices may stand behind the symbols and are left out.
@@ -89,141 +78,14 @@ void add_options(CLI::App& line, Options& options) {
       ->capture_default_str();
 }
 
-/// The desk and the socket to the control port. Nothing here waits.
-class ControlLink {
- public:
-  explicit ControlLink(uint16_t port) : port_(port), desk_("127.0.0.1:" + std::to_string(port)) {}
-
-  const ladder::Desk& desk() const { return desk_; }
-
-  void press(char key) { send(desk_.press(key, steady_clock::now())); }
-
-  void turn() {
-    while (const auto reply = port_.receive(milliseconds(0))) {
-      desk_.heard(*reply, steady_clock::now());
-    }
-    send(desk_.due(steady_clock::now()));
-  }
-
- private:
-  void send(const std::vector<std::string>& datagrams) {
-    for (const std::string& datagram : datagrams) port_.send(datagram);
-  }
-
-  client::ControlClient port_;
-  ladder::Desk desk_;
-};
-
-uint64_t system_ns() {
-  return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(
-                                   std::chrono::system_clock::now().time_since_epoch())
-                                   .count());
-}
-
-volatile std::sig_atomic_t ended_by_signal = 0;
-
-void note_signal(int number) { ended_by_signal = number; }
-
-void catch_signals() {
-  struct sigaction action {};
-  action.sa_handler = note_signal;  // no SA_RESTART: the wait for a key ends
-  for (const int number : {SIGINT, SIGTERM, SIGHUP}) ::sigaction(number, &action, nullptr);
-}
-
-/// The program between its first and its last picture.
-class Ladder {
- public:
-  explicit Ladder(const Options& options)
-      : options_(options), filter_(symbols_in(options.symbols)), follower_(options.ports()) {
-    if (options.control_port != 0) control_.emplace(options.control_port);
-  }
-
-  /// On the terminal, until the user or a signal ends it.
-  void run() {
-    ladder::Terminal terminal;
-    while (ended_by_signal == 0) {
-      if (control_) control_->turn();
-      terminal.show(picture(terminal.rows(), terminal.columns()));
-      const auto key = terminal.key(FRAME);
-      if (key && !obey(*key)) return;
-    }
-  }
-
-  /// One picture as plain text; nothing if the feed is not there in time.
-  std::optional<std::string> once() {
-    const auto deadline = client::Deadline::after(std::chrono::seconds(options_.timeout_s));
-    if (!follower_.await_in_step(deadline)) return std::nullopt;
-    const auto answered = client::Deadline::after(ladder::Desk::ANSWER_TIME);
-    while (control_ && !control_->desk().stats() && !answered.expired()) {
-      control_->turn();
-      ::poll(nullptr, 0, 1);
-    }
-    return picture(ladder::LEAST_ROWS, ladder::LEAST_COLUMNS).text(ladder::locale_is_ascii());
-  }
-
-  /// Why once() brought nothing.
-  std::string trouble() const {
-    std::string text;
-    follower_.look(
-        [&text](const ladder::Market&, const ladder::Health& health) { text = health.trouble; });
-    return text;
-  }
-
- private:
-  ladder::Grid picture(size_t rows, size_t columns) const {
-    ladder::Grid grid(0, 0);
-    follower_.look([&](const ladder::Market& market, const ladder::Health& health) {
-      grid = ladder::draw({.market = market,
-                           .health = health,
-                           .desk = control_ ? &control_->desk() : nullptr,
-                           .feed = options_.feed_text(),
-                           .filter = filter_,
-                           .first_symbol = first_symbol_,
-                           .help = help_,
-                           .now_ns = system_ns(),
-                           .now = steady_clock::now()},
-                          rows, columns);
-    });
-    return grid;
-  }
-
-  /// False for the key that ends it.
-  bool obey(int key) {
-    if (key == 'q') return false;
-    if (key == static_cast<int>(ladder::Key::RESIZED)) return true;
-    if (std::exchange(help_, false)) return true;
-    if (key == '?') help_ = true;
-    if (key == static_cast<int>(ladder::Key::TAB)) turn_symbols(1);
-    if (key == static_cast<int>(ladder::Key::BACK_TAB)) turn_symbols(-1);
-    if (control_ && key < 128) control_->press(static_cast<char>(key));
-    return true;
-  }
-
-  void turn_symbols(int by) {
-    size_t count = 0;
-    follower_.look([&](const ladder::Market& market, const ladder::Health&) {
-      count = ladder::chosen_symbols(market, filter_).size();
-    });
-    if (count > 0) first_symbol_ = (first_symbol_ + (by > 0 ? 1 : count - 1)) % count;
-  }
-
-  const Options& options_;
-  std::vector<std::string> filter_;
-  ladder::Follower follower_;
-  std::optional<ControlLink> control_;
-  size_t first_symbol_ = 0;
-  bool help_ = false;
-};
-
-int print_once(Ladder& ladder, const Options& options) {
-  const auto text = ladder.once();
-  if (text) {
+int print_once(ladder::Program& program, int timeout_s) {
+  if (const auto text = program.once(std::chrono::seconds(timeout_s))) {
     std::fputs(text->c_str(), stdout);
     return tools::GOOD;
   }
-  const std::string trouble = ladder.trouble();
+  const std::string trouble = program.trouble();
   std::fprintf(stderr, "quorl-ladder: no exchange in step on %s within %d s%s%s\n",
-               options.feed_text().c_str(), options.timeout_s, trouble.empty() ? "" : ": ",
+               program.feed_text().c_str(), timeout_s, trouble.empty() ? "" : ": ",
                trouble.c_str());
   return tools::NOBODY_ANSWERED;
 }
@@ -236,12 +98,12 @@ int run(const Options& options) {
         stderr);
     return tools::USED_WRONGLY;
   }
-  // Kept to the end of the process: the follower may be waiting for an exchange that stands still,
-  // and nobody who has pressed q wants to wait with it.
-  static Ladder ladder(options);
-  if (options.once) return print_once(ladder, options);
-  catch_signals();
-  ladder.run();
+  // Kept to the end of the process: it may be waiting for an exchange that stands still, and nobody
+  // who has pressed q wants to wait with it.
+  static ladder::Program program(
+      {.ports = options.ports(), .symbols = symbols_in(options.symbols)});
+  if (options.once) return print_once(program, options.timeout_s);
+  program.run_on_terminal(tools::wants_colour(STDOUT_FILENO));
   return tools::GOOD;
 }
 

@@ -2,15 +2,12 @@
 
 #include <langinfo.h>
 #include <ncurses.h>
-#include <unistd.h>
 
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <string_view>
-
-#include "tools/command_line.h"
 
 namespace ladder {
 namespace {
@@ -66,7 +63,7 @@ short colour_of(Style style) {
 }
 
 bool begin_colours() {
-  if (!tools::wants_colour(STDOUT_FILENO) || !has_colors()) return false;
+  if (!has_colors()) return false;
   start_color();
   use_default_colors();
   init_pair(GREEN, COLOR_GREEN, -1);
@@ -83,7 +80,7 @@ bool locale_is_ascii() {
   return std::string_view(::nl_langinfo(CODESET)) != "UTF-8";
 }
 
-Terminal::Terminal() : ascii_(locale_is_ascii()) {
+Terminal::Terminal(bool colours) : ascii_(locale_is_ascii()) {
   screen_ = newterm(nullptr, stdout, stdin);
   if (screen_ == nullptr) {
     const char* kind = std::getenv("TERM");
@@ -97,7 +94,7 @@ Terminal::Terminal() : ascii_(locale_is_ascii()) {
   keypad(stdscr, TRUE);
   set_escdelay(25);
   curs_set(0);
-  colours_ = begin_colours();
+  colours_ = colours && begin_colours();
 }
 
 Terminal::~Terminal() {

@@ -24,9 +24,9 @@ class NoTerminal : public std::runtime_error {
 /// is one at a time.
 class Terminal {
  public:
-  /// Standard input and output must be a terminal. Throws NoTerminal if its kind, TERM, is not
-  /// known.
-  Terminal();
+  /// Standard input and output must be a terminal. `colours`: if it has any. Throws NoTerminal if
+  /// its kind, TERM, is not known.
+  explicit Terminal(bool colours);
   Terminal(const Terminal&) = delete;
   Terminal& operator=(const Terminal&) = delete;
   ~Terminal();
