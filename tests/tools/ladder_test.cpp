@@ -204,6 +204,20 @@ TEST_F(LivingMarket, a_lost_packet_is_seen_and_filled) {
   expect_shows_image(terminal, simulator, "AAPL", 5);
 }
 
+TEST_F(LivingMarket, an_image_stands_in_where_gap_fill_does_not_answer) {
+  const client::PortSlot nobody;
+  client::Ports ports = simulator.ports();
+  ports.gap_fill = nobody.ports().gap_fill;
+  const Terminal terminal(ladder(ports, "--symbols AAPL"), {});
+  terminal.shows({"IN STEP", "images 1", "FIX down"});
+  terminal.press({"d"});
+  terminal.shows({"RECOVERING"});
+  terminal.await(all_of_at_least({{"images", 2}, {"jumped", 1}}), "a second image");
+  terminal.press({"p"});
+  terminal.shows({"armed: ok pause"});
+  expect_shows_image(terminal, simulator, "AAPL", 5);
+}
+
 TEST_F(LivingMarket, is_followed_rightly_through_every_fault_at_once) {
   const Terminal terminal(ladder(simulator.ports(), "--symbols SPY"), {});
   terminal.shows({"IN STEP", "FIX down"});
@@ -384,6 +398,20 @@ TEST_F(Leaving, by_sigterm) {
   terminal.shows({"IN STEP"});
   ASSERT_EQ(::kill(std::stoi(client::read_file(pid_file)), SIGTERM), 0);
   expect_left_as_it_was(terminal, "0");
+}
+
+TEST_F(Leaving, for_a_while_by_ctrl_z) {
+  const Terminal terminal("bash --norc -i", {});
+  terminal.press({ladder(simulator.ports()), "Enter"});
+  terminal.shows({"IN STEP"});
+  terminal.press({"C-z"});
+  terminal.shows({"Stopped"});
+  EXPECT_EQ(terminal.ask("alternate_on"), "0");
+  EXPECT_EQ(terminal.ask("cursor_flag"), "1");
+  terminal.press({"fg", "Enter"});
+  expect_shows_image(terminal, simulator, "AAPL", 5);
+  terminal.press({"q"});
+  terminal.shows({"Stopped"});
 }
 
 TEST_F(Leaving, a_terminal_that_cannot_be_drawn_on_is_left_alone) {
