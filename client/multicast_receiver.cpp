@@ -13,8 +13,10 @@ constexpr std::chrono::milliseconds STOP_CHECK{20};
 
 }  // namespace
 
-MulticastReceiver::MulticastReceiver(const std::string& group, uint16_t port)
-    : socket_(UdpSocket::in_group(group, port)), thread_([this] { receive_until_stopped(); }) {}
+MulticastReceiver::MulticastReceiver(const std::string& group, uint16_t port,
+                                     const std::string& interface_address)
+    : socket_(UdpSocket::in_group(group, port, interface_address)),
+      thread_([this] { receive_until_stopped(); }) {}
 
 MulticastReceiver::~MulticastReceiver() {
   stopping_ = true;

@@ -25,7 +25,9 @@ struct RawPacket {
 /// none. Nothing is looked at here.
 class MulticastReceiver {
  public:
-  MulticastReceiver(const std::string& group, uint16_t port);
+  /// The interface is named by its address.
+  MulticastReceiver(const std::string& group, uint16_t port,
+                    const std::string& interface_address = "127.0.0.1");
   MulticastReceiver(const MulticastReceiver&) = delete;
   MulticastReceiver& operator=(const MulticastReceiver&) = delete;
   ~MulticastReceiver();
