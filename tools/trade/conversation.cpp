@@ -26,7 +26,7 @@ constexpr size_t MOST_HEARD = 10000;
 /// A Replaced report overtakes the fills it led to: what is missing only that long is not.
 constexpr milliseconds OVERTAKING{250};
 
-constexpr unsigned MOST_COME_BACKS = 10;
+constexpr unsigned MOST_COME_BACKS = 7;
 constexpr milliseconds FIRST_PAUSE{100};
 constexpr milliseconds LONGEST_PAUSE{3200};
 
@@ -225,6 +225,7 @@ Conversation::Moment Conversation::missing_due() const {
 
 /// A Logon whose number the exchange refuses as too low is tried once more with the one it names.
 Conversation::LogonResult Conversation::log_on(bool reset) {
+  const bool is_first = !session_.incoming().next();
   LogonResult result = try_log_on(reset);
   if (result == LogonResult::REFUSED && take_number_from_refusal()) {
     remark("logging on again with number " + std::to_string(session_.next_out));
@@ -233,6 +234,9 @@ Conversation::LogonResult Conversation::log_on(bool reset) {
   if (result != LogonResult::ON) {
     session_.close();
     return result;
+  }
+  if (is_first && !reset && session_.incoming().next().value_or(1) > 2) {
+    remark("this session has been spoken to before: 'resend 1' asks for all of it again");
   }
   had_session_ = true;
   lost_ = false;
@@ -250,19 +254,12 @@ Conversation::LogonResult Conversation::try_log_on(bool reset) {
     logon_problem_ = "no exchange at " + where + ": " + failure.what();
     return LogonResult::NOBODY;
   }
-  const bool came_before = session_.incoming().next().has_value();
   logging_on_ = true;
   session_.send_logon(reset);
   (void)wait_until([this] { return session_.logged_on() || !session_.connected(); },
                    options_.timeout);
   logging_on_ = false;
-  if (session_.logged_on()) {
-    const uint32_t next_in = session_.incoming().next().value_or(1);
-    if (!reset && !came_before && next_in > 2) {
-      remark("this session has been spoken to before: 'resend 1' asks for all of it again");
-    }
-    return LogonResult::ON;
-  }
+  if (session_.logged_on()) return LogonResult::ON;
   if (logout_text_) {
     logon_problem_ = "the exchange at " + where + " refuses the Logon: " + *logout_text_;
     return LogonResult::REFUSED;
@@ -293,6 +290,7 @@ void Conversation::come_back() {
     result = log_on(false);
     if (result != LogonResult::NOBODY) break;
     remark(logon_problem_);
+    if (tries + 1 == MOST_COME_BACKS) break;
     (void)wait_until([] { return false; }, pause);
     pause = std::min(2 * pause, LONGEST_PAUSE);
   }
