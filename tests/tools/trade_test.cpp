@@ -46,6 +46,14 @@ class Trade : public testing::Test {
     return run_tool("trade", words(std::move(more)), script);
   }
 
+  /// Until the exchange has answered an order, be it into a silence.
+  void await_accepted() {
+    const client::Deadline deadline = client::Deadline::after(client::PATIENCE);
+    while (exchange.counter("accepts") == 0) {
+      if (deadline.expired()) throw client::Timeout("no order is accepted");
+    }
+  }
+
   e2e::Exchange exchange{e2e::still()};
 };
 
@@ -265,9 +273,7 @@ TEST_F(Trade, notices_after_a_silence_what_it_missed) {
   trade.type("buy AAPL 100 185");
   exchange.simulator().wait_for_line("going silent");
   trade.prints("|35=D|");
-  // The exchange has answered, into the silence, once it has the order.
-  while (exchange.counter("accepts") < 1) {
-  }
+  await_accepted();
   exchange.control().ok("lapse 0");
   trade.type("test");
   EXPECT_THAT(trade.prints("|112=test-1|10="), StartsWith("> "));
@@ -283,8 +289,7 @@ TEST_F(Trade, asks_by_itself_after_a_silence_if_it_may) {
   trade.prints("|35=A|34=1|49=IEXG|");
   exchange.control().ok("lapse 600000");
   trade.type("buy AAPL 100 185");
-  while (exchange.counter("accepts") < 1) {
-  }
+  await_accepted();
   exchange.control().ok("lapse 0");
   trade.type("test");
   trade.type("expect 43=Y|34=2|150=0");
@@ -327,11 +332,11 @@ TEST_F(Trade, goes_on_where_another_start_left_the_session_and_gives_no_order_it
   EXPECT_EQ(second.status, 0) << second.err << second.out;
   EXPECT_THAT(second.out, HasSubstr("! logging on again with number 4\n"));
   EXPECT_THAT(second.out, HasSubstr("! this session has been spoken to before: 'resend 1' asks"));
-  EXPECT_EQ(exchange.simulator().count_lines("141=Y"), 1U);
+  EXPECT_EQ(exchange.count_lines("141=Y"), 1U);
   // With a reset too: the orders rest on.
   const Said third = runs("buy AAPL 100 183\nexpect 150=0|11=o1");
   EXPECT_EQ(third.status, 0) << third.err;
-  EXPECT_EQ(exchange.simulator().count_lines("141=Y"), 2U);
+  EXPECT_EQ(exchange.count_lines("141=Y"), 2U);
 }
 
 TEST_F(Trade, names_orders_of_another_start_by_their_whole_name) {
