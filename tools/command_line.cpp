@@ -4,10 +4,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cmath>
 #include <cstdlib>
 #include <iostream>
 
+#include "tools/seconds.h"
 #include "tools/version.h"
 
 namespace tools {
@@ -72,15 +72,6 @@ CLI::Option* add_interface(CLI::App& app, std::string& address) {
   return app.add_option("--iface", address, "Address of the interface that the feed comes in by")
       ->check(CLI::Validator(complaint_about_interface, "ADDRESS"))
       ->capture_default_str();
-}
-
-std::optional<std::chrono::milliseconds> seconds_from(const std::string& text) {
-  constexpr double A_YEAR_S = 365.0 * 24 * 60 * 60;
-  const bool is_plain = !text.empty() && text.find_first_not_of("0123456789.") == text.npos;
-  char* end = nullptr;
-  const double seconds = std::strtod(text.c_str(), &end);
-  if (!is_plain || *end != '\0' || seconds > A_YEAR_S) return std::nullopt;
-  return std::chrono::milliseconds(std::llround(seconds * 1000));
 }
 
 CLI::Option* add_seconds(CLI::App& app, const std::string& names, std::chrono::milliseconds& time,

@@ -6,15 +6,9 @@
 #include <optional>
 #include <string>
 
-namespace tools {
+#include "tools/exit_status.h"
 
-/// What the exit status of every tool says to a script.
-enum ExitStatus : int {
-  GOOD = 0,
-  SAID_NO = 1,          // the exchange refused, or the tool found what it looked for
-  USED_WRONGLY = 2,     // nothing has been done
-  NOBODY_ANSWERED = 3,  // no exchange where it was looked for
-};
+namespace tools {
 
 /// The options of one tool. Knows --help and --version; the name is that of the program, such as
 /// "quorl-watch".
@@ -47,9 +41,6 @@ CLI::Option* add_interface(CLI::App& app, std::string& address);
 /// A time in seconds, fractions allowed: above 0 and at most a year.
 CLI::Option* add_seconds(CLI::App& app, const std::string& names, std::chrono::milliseconds& time,
                          const std::string& what);
-
-/// A time as a user writes it, "2" or "0.5" seconds; nothing if it is no number of 0 to a year.
-std::optional<std::chrono::milliseconds> seconds_from(const std::string& text);
 
 /// Whether what is written to `fd` may be coloured: a terminal, and NO_COLOR is unset or empty.
 bool wants_colour(int fd);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tests/client/hand_made.h"
+#include "tools/seconds.h"
 #include "tools/watch/feed_tracker.h"
 #include "tools/watch/line_limiter.h"
 #include "tools/watch/silence_watch.h"
@@ -372,9 +373,16 @@ TEST(View, tells_packets_that_this_machine_lost) {
   EXPECT_EQ(shown.view.summary(START + seconds(2)), "no packet on 239.1.2.3:4444 in 2 s");
 }
 
-TEST(SecondsText, has_tenths_where_there_are_any) {
+TEST(Seconds, are_read_as_plain_numbers_and_written_without_needless_digits) {
+  EXPECT_EQ(seconds_from("2"), seconds(2));
+  EXPECT_EQ(seconds_from("0.25"), milliseconds(250));
+  EXPECT_EQ(seconds_from("0"), seconds(0));
+  for (const char* text : {"", "-1", "1e3", "nan", "inf", "1.2.3", ".", "1 ", "0x10", "99999999"}) {
+    EXPECT_EQ(seconds_from(text), std::nullopt) << text;
+  }
   EXPECT_EQ(seconds_text(seconds(3)), "3 s");
-  EXPECT_EQ(seconds_text(milliseconds(7290)), "7.2 s");
+  EXPECT_EQ(seconds_text(milliseconds(7290)), "7.29 s");
+  EXPECT_EQ(seconds_text(milliseconds(5)), "0.005 s");
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 #include <span>
 #include <string_view>
 
-#include "tools/command_line.h"
+#include "tools/seconds.h"
 #include "tools/trade/fix_names.h"
 
 namespace client = quorl::client;

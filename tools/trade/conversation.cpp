@@ -11,6 +11,8 @@
 #include <variant>
 
 #include "quorl/client/errors.h"
+#include "tools/exit_status.h"
+#include "tools/seconds.h"
 #include "tools/trade/fix_names.h"
 
 namespace client = quorl::client;
@@ -29,24 +31,6 @@ constexpr milliseconds OVERTAKING{250};
 constexpr unsigned MOST_COME_BACKS = 7;
 constexpr milliseconds FIRST_PAUSE{100};
 constexpr milliseconds LONGEST_PAUSE{3200};
-
-int milliseconds_until(steady_clock::time_point moment) {
-  constexpr int64_t MOST = 60000;  // a later look finds the rest
-  const auto now = steady_clock::now();
-  if (moment >= now + milliseconds(MOST)) return static_cast<int>(MOST);
-  const auto left = std::chrono::ceil<milliseconds>(moment - now).count();
-  return static_cast<int>(std::clamp<int64_t>(left, 0, MOST));
-}
-
-std::string seconds_text(milliseconds time) {
-  std::string text = std::to_string(time.count() / 1000);
-  if (time.count() % 1000 != 0) {
-    std::string decimals = std::to_string(1000 + time.count() % 1000).substr(1);
-    decimals.erase(decimals.find_last_not_of('0') + 1);
-    text += "." + decimals;
-  }
-  return text + " s";
-}
 
 bool is_plain_heartbeat(const client::FixMessage& message) {
   return message.type() == "0" && !message.has(112);

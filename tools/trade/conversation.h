@@ -9,7 +9,6 @@
 #include <string_view>
 
 #include "quorl/client/fix_message.h"
-#include "tools/command_line.h"
 #include "tools/stop_signal.h"
 #include "tools/trade/command.h"
 #include "tools/trade/line_reader.h"

@@ -2,6 +2,7 @@
 
 #include <time.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <utility>
@@ -9,11 +10,18 @@
 
 #include "quorl/client/deep.h"
 #include "quorl/client/errors.h"
+#include "tools/seconds.h"
 
 namespace client = quorl::client;
 
 namespace tools {
 namespace {
+
+/// To the tenth, as nobody looks closer at a silence.
+std::string about(std::chrono::steady_clock::duration span) {
+  const auto whole = std::chrono::floor<std::chrono::duration<int64_t, std::deci>>(span);
+  return seconds_text(whole);
+}
 
 struct ShownMessage {
   std::string symbol;  // empty for a System Event, and for what is no DEEP message
@@ -55,14 +63,6 @@ std::string time_stamp(std::chrono::system_clock::time_point clock) {
   return text.data();
 }
 
-std::string seconds_text(std::chrono::steady_clock::duration span) {
-  const auto tenths =
-      std::chrono::duration_cast<std::chrono::duration<int64_t, std::deci>>(span).count();
-  std::string text = std::to_string(tenths / 10);
-  if (tenths % 10 != 0) text += "." + std::to_string(tenths % 10);
-  return text + " s";
-}
-
 View::View(ViewOptions options, Moment start, Print print)
     : options_(std::move(options)),
       print_(std::move(print)),
@@ -85,7 +85,7 @@ void View::on_datagram(const client::Datagram& datagram, Moment now,
     return;
   }
   if (const auto silence = silence_.heard(now)) {
-    say("silence: over, packets come again after " + seconds_text(*silence), true);
+    say("silence: over, packets come again after " + about(*silence), true);
   }
   const Judgement judgement = tracker_.follow(packet);
   for (const std::string& finding : judgement.findings) say(finding, true);
@@ -127,7 +127,7 @@ void View::on_time(Moment now, std::chrono::system_clock::time_point clock) {
   if (options_.with_time) stamp_ = time_stamp(clock);
   if (const auto left_out = limiter_.due(now)) say_left_out(*left_out);
   if (const auto length = silence_.tell_if_due(now)) {
-    say("silence: no packet on " + options_.where + " for " + seconds_text(*length) +
+    say("silence: no packet on " + options_.where + " for " + about(*length) +
             ": is the exchange there, on this interface (" + options_.interface_address + ")?",
         true);
   }
@@ -146,7 +146,7 @@ void View::say_left_out(const LineLimiter::LeftOut& left_out) {
 std::string View::summary(Moment now) {
   if (const auto left_out = limiter_.rest()) say_left_out(*left_out);
   const FeedCounts& counts = tracker_.counts();
-  const std::string after = " in " + seconds_text(now - start_);
+  const std::string after = " in " + about(now - start_);
   if (counts.packets == 0 && strangers_ == 0) return "no packet on " + options_.where + after;
   std::string text = counted(counts.packets, "packet") + " (" +
                      counted(counts.heartbeats, "heartbeat") + "), " +

@@ -71,7 +71,4 @@ class View {
 /// "12:27:18.273456 ", in UTC.
 std::string time_stamp(std::chrono::system_clock::time_point clock);
 
-/// "3 s", "7.2 s".
-std::string seconds_text(std::chrono::steady_clock::duration span);
-
 }  // namespace tools
