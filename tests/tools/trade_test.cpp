@@ -253,6 +253,23 @@ TEST_F(Trade, comes_back_by_itself_if_asked_and_asks_for_what_it_missed) {
   exchange.simulator().wait_for_line("bench: logon ALPHA 34=3 141=N");
 }
 
+TEST_F(Trade, sees_a_connection_closed_that_it_takes_up_again_by_itself) {
+  exchange.control().ok("disconnect");
+  const Said said = runs("buy AAPL 100 185\nexpect closed\nexpect 43=Y|11=o1", {"--reconnect"});
+  EXPECT_EQ(said.status, 0) << said.err << said.out;
+}
+
+TEST_F(Trade, ends_with_three_if_a_reconnect_is_not_answered) {
+  Tool trade("trade", words({"--timeout", "0.3"}));
+  trade.prints("|35=A|34=1|49=IEXG|");
+  exchange.control().ok("lapse 600000");
+  trade.type("reconnect");
+  const Said said = trade.end();
+  EXPECT_EQ(said.status, 3);
+  EXPECT_THAT(said.err, AllOf(StartsWith("quorl-trade: line 1: the exchange at "),
+                              EndsWith(" does not answer the Logon within 0.3 s\n")));
+}
+
 TEST_F(Trade, gives_up_coming_back_where_there_is_no_exchange_any_more) {
   Tool trade("trade", words({"--reconnect"}));
   trade.type("timeout 60");
