@@ -101,9 +101,15 @@ class Watch {
 
 int watch(const WatchOptions& options) {
   const StopSignal stop;
-  client::UdpSocket socket =
-      client::UdpSocket::in_group(options.group, options.port, options.interface_address);
-  return Watch(options, socket).run(stop);
+  std::optional<client::UdpSocket> socket;
+  try {
+    socket = client::UdpSocket::in_group(options.group, options.port, options.interface_address);
+  } catch (const client::SystemError& failure) {
+    std::fprintf(stderr, "quorl-watch: cannot listen to %s through the interface %s: %s\n",
+                 options.view.where.c_str(), options.interface_address.c_str(), failure.what());
+    return SAID_NO;
+  }
+  return Watch(options, *socket).run(stop);
 }
 
 }  // namespace tools
