@@ -333,8 +333,8 @@ void Conversation::fail(int status, const std::string& text) {
   }
   if (failure_) return;
   failure_ = status;
-  std::fprintf(stderr, "quorl-trade: line %llu: %s\n",
-               static_cast<unsigned long long>(line_number_), text.c_str());
+  const std::string where = line_number_ == 0 ? "" : "line " + std::to_string(line_number_) + ": ";
+  std::fprintf(stderr, "quorl-trade: %s%s\n", where.c_str(), text.c_str());
 }
 
 bool Conversation::needs_session() {
