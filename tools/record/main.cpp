@@ -77,6 +77,7 @@ class Recorder {
         wait();
         take_what_waits();
       }
+      take_the_rest();
       file_.close();
     } catch (const tools::CannotWrite& failure) {
       say(std::string(failure.what()) + "; it holds the first " +
@@ -105,17 +106,28 @@ class Recorder {
   }
 
   /// In portions, so that a feed that never pauses leaves a moment for the signals and the clock.
-  /// Behind each the file is whole: it can be read while it is written.
-  void take_what_waits() {
+  /// Behind each the file is whole: it can be read while it is written. False once nothing waits.
+  bool take_what_waits() {
     constexpr int PORTION = 256;
-    for (int i = 0; i < PORTION && !counted_out(); ++i) {
+    bool more = true;
+    for (int i = 0; i < PORTION && more && !counted_out(); ++i) {
       const auto datagram = listener_.take();
-      if (!datagram) break;
+      more = datagram.has_value();
+      if (!more) break;
       file_.write(datagram->time_ns,
                   tools::ethernet_frame(datagram->from, group_, datagram->bytes));
       heard_.datagram(datagram->time_ns, datagram->bytes);
     }
     file_.flush();
+    return more && !counted_out();
+  }
+
+  /// What came before the end has been heard, though not yet taken. Under a feed that never pauses
+  /// this ends somewhere too.
+  void take_the_rest() {
+    constexpr int MOST_PORTIONS = 100;
+    for (int i = 0; i < MOST_PORTIONS && take_what_waits(); ++i) {
+    }
   }
 
   void sum_up() const {

@@ -71,35 +71,35 @@ uint32_t Replayer::session_of_round(uint64_t round) const {
 }
 
 void Replayer::run() {
+  round_ = std::make_unique<Round>(stream_, session_of_round(0));
   for (uint64_t i = 0; options_.rounds == 0 || i < options_.rounds; ++i) {
-    Round round(stream_, session_of_round(i));
     ++counters_.rounds;
-    if (!play(round)) return;
-    if (i + 1 == options_.rounds) stay(round);
+    if (!play(i)) return;
   }
+  stay();
 }
 
 /// False if the replay is to end here.
-bool Replayer::play(Round& round) {
+bool Replayer::play(uint64_t round) {
   Pace pace(options_.speed);
   pace.begin(feed_.packets.front().time_ns, Clock::now());
   number_ = 0;
   for (size_t i = 0; i < feed_.packets.size(); ++i) {
     const RecordedPacket& packet = feed_.packets[i];
-    const bool goes_on =
-        options_.step ? step(round, i) : wait_until(round, pace.due(packet.time_ns));
-    if (!goes_on) return false;
-    send(round, packet);
+    if (!(options_.step ? step(i) : wait_until(pace.due(packet.time_ns)))) return false;
+    // The last round is answered for until the first packet of the next leaves.
+    if (i == 0) round_ = std::make_unique<Round>(stream_, session_of_round(round));
+    send(packet);
   }
   return true;
 }
 
 /// Waits until the packet may go, and shows it.
-bool Replayer::step(Round& round, size_t index) {
-  wait(round, Clock::now(), false);  // many steps may have been allowed at once
+bool Replayer::step(size_t index) {
+  wait(Clock::now(), false);  // many steps may have been allowed at once
   while (!signals_.came() && !steps_.take()) {
     if (steps_.over()) return false;
-    wait(round, std::nullopt, true);
+    wait(std::nullopt, true);
     steps_.read_what_came();
   }
   if (signals_.came()) return false;
@@ -113,14 +113,14 @@ bool Replayer::step(Round& round, size_t index) {
   return true;
 }
 
-void Replayer::send(Round& round, const RecordedPacket& packet) {
-  round.pass(packet);
+void Replayer::send(const RecordedPacket& packet) {
+  round_->pass(packet);
   if (!packet.is_heartbeat() && options_.drops.drops(++number_)) {
     ++counters_.dropped;
     std::fprintf(stderr, "quorl-replay: dropped packet %llu, %s\n",
                  static_cast<unsigned long long>(number_), numbers_of(stream_, packet).c_str());
   } else {
-    sender_.send(round.wire_bytes(packet));
+    sender_.send(round_->wire_bytes(packet));
     ++counters_.packets;
     counters_.messages += packet.header.message_count;
   }
@@ -128,28 +128,28 @@ void Replayer::send(Round& round, const RecordedPacket& packet) {
   if (options_.step) std::fflush(stdout);
 }
 
-void Replayer::stay(Round& round) {
+void Replayer::stay() {
   const Clock::time_point begin = Clock::now();
   const bool for_ever = options_.stay == std::chrono::nanoseconds::max();
   Clock::time_point beat = begin + BETWEEN_HEARTBEATS;
   for (; for_ever || beat <= begin + options_.stay; beat += BETWEEN_HEARTBEATS) {
-    if (!wait_until(round, beat)) return;
-    sender_.send(round.heartbeat(static_cast<uint64_t>((beat - begin).count())));
+    if (!wait_until(beat)) return;
+    sender_.send(round_->heartbeat(static_cast<uint64_t>((beat - begin).count())));
   }
-  wait_until(round, begin + options_.stay);
+  wait_until(begin + options_.stay);
 }
 
 /// Serves until the moment, and once in any case. False if a signal has come.
-bool Replayer::wait_until(Round& round, Clock::time_point moment) {
+bool Replayer::wait_until(Clock::time_point moment) {
   do {
-    wait(round, moment, false);
+    wait(moment, false);
     if (signals_.came()) return false;
   } while (Clock::now() < moment);
   return true;
 }
 
 /// Until the moment, a request, a signal or, if asked for, a step; then serves what has come.
-void Replayer::wait(Round& round, std::optional<Clock::time_point> until, bool for_a_step) {
+void Replayer::wait(std::optional<Clock::time_point> until, bool for_a_step) {
   std::vector<pollfd> fds = {{signals_.fd(), POLLIN, 0}};
   if (for_a_step) fds.push_back({steps_.fd(), POLLIN, 0});
   if (gap_fill_) fds.push_back({gap_fill_->fd(), POLLIN, 0});
@@ -164,8 +164,8 @@ void Replayer::wait(Round& round, std::optional<Clock::time_point> until, bool f
         std::max<std::chrono::nanoseconds>(*until - Clock::now(), std::chrono::nanoseconds(0)));
   }
   (void)::ppoll(fds.data(), fds.size(), until ? &left : nullptr, nullptr);
-  if (gap_fill_) gap_fill_->serve(round);
-  if (snap_) snap_->serve(round);
+  if (gap_fill_) gap_fill_->serve(*round_);
+  if (snap_) snap_->serve(*round_);
 }
 
 }  // namespace tools

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <optional>
 
 #include "quorl/client/bytes.h"
@@ -44,12 +45,12 @@ class Replayer {
  private:
   using Clock = std::chrono::steady_clock;
 
-  bool play(Round& round);
-  bool step(Round& round, size_t index);
-  void send(Round& round, const RecordedPacket& packet);
-  void stay(Round& round);
-  void wait(Round& round, std::optional<Clock::time_point> until, bool for_a_step);
-  bool wait_until(Round& round, Clock::time_point moment);
+  bool play(uint64_t round);
+  bool step(size_t index);
+  void send(const RecordedPacket& packet);
+  void stay();
+  void wait(std::optional<Clock::time_point> until, bool for_a_step);
+  bool wait_until(Clock::time_point moment);
 
   const ReplayOptions& options_;
   const RecordedFeed& feed_;
@@ -59,7 +60,8 @@ class Replayer {
   std::optional<GapFillService> gap_fill_;
   std::optional<SnapService> snap_;
   Steps steps_;
-  uint64_t number_ = 0;  // of the latest packet of this round, without heartbeats
+  std::unique_ptr<Round> round_;  // the one that is answered for
+  uint64_t number_ = 0;           // of the latest packet of this round, without heartbeats
   Counters counters_;
 };
 
