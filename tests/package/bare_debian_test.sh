@@ -21,6 +21,7 @@ if [[ ${1-} != inside ]]; then
   exit
 fi
 bare=$2
+failed=0
 version=$(sed -nE 's/^project\(quorl VERSION ([0-9.]+).*/\1/p' CMakeLists.txt)
 package=$(ls build/package/quorl_"$version"_*.deb)
 client_package=$(ls build/package/libquorl-client-dev_"$version"_*.deb)
@@ -43,6 +44,10 @@ mirror=$(apt-get indextargets --format '$(CODENAME) $(COMPONENT) $(REPO_URI)' 'C
 quietly debootstrap --variant=minbase bookworm "$bare" "$mirror"
 apt-config dump Acquire >"$bare/etc/apt/apt.conf.d/host"
 cp /etc/resolv.conf /etc/hosts "$bare/etc/"
+if [[ $mirror == https:* ]]; then  # the bare system trusts nobody yet
+  mkdir -p "$bare/etc/ssl/certs"
+  cp -L /etc/ssl/certs/ca-certificates.crt "$bare/etc/ssl/certs/"
+fi
 mount -t proc proc "$bare/proc"
 in_bare() {
   env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive \
@@ -57,11 +62,12 @@ quietly in_bare apt-get install -y --no-install-recommends /quorl.deb
 cp tests/package/on_bare_debian.sh "$bare/on_bare_debian.sh"
 unshare --net bash -c 'ip link set lo up && exec "$@"' _ \
   env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 \
-  chroot "$bare" bash /on_bare_debian.sh "$version" </dev/null
+  chroot "$bare" bash /on_bare_debian.sh "$version" </dev/null || failed=1
 
 echo '-- what is left of it'
 quietly in_bare apt-get purge -y quorl
 rm "$bare/quorl.deb"
 left=$(find "$bare" -xdev -iname '*quorl*' ! -path '*/var/log/*')
-[[ -z $left ]] || { printf 'left behind: %s\n' "$left"; exit 1; }
-echo 'nothing'
+printf '%s\n' "${left:-nothing}"
+[[ -z $left ]] || failed=1
+exit $failed
