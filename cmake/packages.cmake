@@ -39,7 +39,8 @@ install(FILES ${pages_to_read} DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
 set(client_docs ${CMAKE_INSTALL_DATAROOTDIR}/doc/libquorl-client-dev)
 install(FILES client/README.md DESTINATION ${client_docs} COMPONENT client)
-install(DIRECTORY examples DESTINATION ${client_docs} COMPONENT client)
+install(DIRECTORY examples/client DESTINATION ${client_docs}/examples COMPONENT client)
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} PATTERN examples/client EXCLUDE)
 
 # cpack: two packages, quorl and libquorl-client-dev.
 set(CPACK_GENERATOR DEB)
