@@ -40,7 +40,7 @@ install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
 set(client_docs ${CMAKE_INSTALL_DATAROOTDIR}/doc/libquorl-client-dev)
 install(FILES client/README.md DESTINATION ${client_docs} COMPONENT client)
 install(DIRECTORY examples/client DESTINATION ${client_docs}/examples COMPONENT client)
-install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} PATTERN examples/client EXCLUDE)
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} REGEX "/examples/client$" EXCLUDE)
 
 # cpack: two packages, quorl and libquorl-client-dev.
 set(CPACK_GENERATOR DEB)
