@@ -4,7 +4,8 @@
 # What the tools around the exchange are built with, and what it takes to build and run all tests.
 TOOL_PACKAGES=(libcli11-dev nlohmann-json3-dev)
 # shellcheck disable=SC2034  # for those who source this
-TEST_PACKAGES=(g++ cmake ninja-build libgtest-dev libgmock-dev "${TOOL_PACKAGES[@]}")
+TEST_PACKAGES=(g++ cmake ninja-build libgtest-dev libgmock-dev "${TOOL_PACKAGES[@]}"
+  libquickfix-dev python3-jsonschema)
 
 # Whether what a package is wanted for is there, whoever installed it.
 has_package() {
