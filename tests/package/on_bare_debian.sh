@@ -30,6 +30,10 @@ echo 'mark here' >&3
 reply=$(timeout 15 head -n 1 <&3)
 [[ $reply == 'ok mark here' ]] || complain "the control port answers: $reply"
 exec 3>&-
+if command -v quorl-control >/dev/null; then
+  counters=$(timeout 15 quorl-control stats)
+  [[ $counters == 'ok orders=0 '* ]] || complain "quorl-control stats: $counters"
+fi
 grep -q '"mark":"here"' /root/market.jsonl || complain 'no mark in the market truth file'
 seen=$(timeout 15 quorl-watch | grep -m 1 '^packet from') || complain 'quorl-watch sees no packet'
 echo "quorl-watch: ${seen-}"

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# options_test.sh QUORL: bash completes, and the manual page explains, the options that the exchange
-# has, all of them and no other; and each stands in a table of the README or of docs/.
+# options_test.sh QUORL: bash completes, and the manual page explains, the options and the control
+# commands that the exchange has, all of them and no other; and each option stands in a table of the
+# README or of docs/.
 set -euo pipefail
 quorl=$1
 cd -- "$(dirname -- "$(readlink -f -- "${BASH_SOURCE[0]}")")/../.."
@@ -28,6 +29,15 @@ diff <(printf '%s\n' "$known") <(printf '%s\n' "$in_page") || complain 'the page
 for option in $known; do
   grep -qF "| \`$option\`" README.md docs/*.md || complain "no table has $option"
 done
+
+commands=$({ sed -nE 's/^    \{"([a-z_]+)", .*/\1/p' src/bench/control_port.cpp && printf 'stats\nstop\n'; } |
+  sort -u)
+completed=$(. share/bash-completion/completions/quorl && printf '%s\n' "${_quorl_commands[@]}" | sort)
+in_page=$(sed -n '/^\.SH CONTROL PORT/,/^A command/p' share/man/man1/quorl.1 |
+  sed -nE 's/^\.B[IR]? ([a-z_]+).*/\1/p' | sort -u)
+((${#commands} > 100)) || complain "the exchange's commands are not found: $commands"
+diff <(printf '%s\n' "$commands") <(printf '%s\n' "$completed") || complain 'a command is not completed'
+diff <(printf '%s\n' "$commands") <(printf '%s\n' "$in_page") || complain 'the page has other commands'
 
 # Each is refused for its missing value, and never for itself; --quiet has none and lets the next by.
 for option in $known; do
