@@ -16,7 +16,8 @@ bool reader_is_gone(int fd) {
 Findings odd_standard_error(int fd) {
   struct stat status {};
   if (::fstat(fd, &status) != 0) {
-    return {{"standard error", "is closed: the lines of the exchange go to what it opens next"}};
+    return {{"standard error",
+             "is closed: the lines of the exchange go to whatever it opens under number 2"}};
   }
   if (!S_ISFIFO(status.st_mode) && !S_ISSOCK(status.st_mode)) return {};
   if (reader_is_gone(fd)) {
