@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdint>
 #include <fstream>
 #include <string>
@@ -676,9 +677,14 @@ TEST(StandardError, as_a_pipe_can_stop_the_exchange) {
                 ElementsAre("standard error: is a pipe: if nobody reads it, the exchange stands "
                             "still once it is full"));
   }
+  const auto before = ::signal(SIGPIPE, SIG_DFL);
   EXPECT_THAT(lines_of(odd_standard_error(writing.fd())),
               ElementsAre("standard error: is a pipe without a reader: the first line ends the "
                           "exchange"));
+  ::signal(SIGPIPE, SIG_IGN);
+  EXPECT_THAT(lines_of(odd_standard_error(writing.fd())),
+              ElementsAre("standard error: is a pipe without a reader: all lines are lost"));
+  ::signal(SIGPIPE, before);
 }
 
 TEST(StandardError, may_be_closed) {

@@ -377,8 +377,10 @@ TEST(DoctorAndExchange, a_log_without_a_reader_ends_the_exchange) {
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
   ::close(ends[0]);
   const client::Deadline deadline = client::Deadline::after(client::PATIENCE);
+  const auto before = ::signal(SIGPIPE, SIG_DFL);  // is inherited
   client::ChildProcess exchange(
       {.program = QUORL_BINARY, .arguments = start.port_words(), .stderr_fd = ends[1]});
+  ::signal(SIGPIPE, before);
   ::close(ends[1]);
   EXPECT_EQ(exchange.wait_exit(deadline).signal, SIGPIPE);
 }
