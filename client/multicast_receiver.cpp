@@ -13,8 +13,9 @@ constexpr std::chrono::milliseconds STOP_CHECK{20};
 
 }  // namespace
 
-MulticastReceiver::MulticastReceiver(const std::string& group, uint16_t port, KernelDrops drops)
-    : socket_(UdpSocket::in_group(group, port)),
+MulticastReceiver::MulticastReceiver(const std::string& group, uint16_t port,
+                                     const std::string& interface_address, KernelDrops drops)
+    : socket_(UdpSocket::in_group(group, port, interface_address)),
       drops_(drops),
       thread_([this] { receive_until_stopped(); }) {}
 

@@ -32,7 +32,8 @@ RecoveringSubscriber::RecoveringSubscriber(const Ports& ports, std::optional<uin
     : ports_(ports),
       options_(std::move(options)),
       session_(session),
-      receiver_(ports.group, ports.feed, options_.endless ? KernelDrops::BEAR : KernelDrops::FAIL),
+      receiver_(ports.group, ports.feed, "127.0.0.1",
+                options_.endless ? KernelDrops::BEAR : KernelDrops::FAIL),
       book_(!options_.endless) {}
 
 void RecoveringSubscriber::follow_from_start() { placed_ = true; }

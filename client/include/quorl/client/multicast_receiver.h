@@ -31,7 +31,10 @@ enum class KernelDrops {
 /// none. Nothing is looked at here.
 class MulticastReceiver {
  public:
-  MulticastReceiver(const std::string& group, uint16_t port, KernelDrops drops = KernelDrops::FAIL);
+  /// The interface is named by its address.
+  MulticastReceiver(const std::string& group, uint16_t port,
+                    const std::string& interface_address = "127.0.0.1",
+                    KernelDrops drops = KernelDrops::FAIL);
   MulticastReceiver(const MulticastReceiver&) = delete;
   MulticastReceiver& operator=(const MulticastReceiver&) = delete;
   ~MulticastReceiver();
