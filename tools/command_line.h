@@ -1,19 +1,14 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
 
-namespace tools {
+#include "tools/exit_status.h"
 
-/// What the exit status of every tool says to a script.
-enum ExitStatus : int {
-  GOOD = 0,
-  SAID_NO = 1,          // the exchange refused, or the tool found what it looked for
-  USED_WRONGLY = 2,     // nothing has been done
-  NOBODY_ANSWERED = 3,  // no exchange where it was looked for
-};
+namespace tools {
 
 /// The options of one tool. Knows --help and --version; the name is that of the program, such as
 /// "quorl-watch".
@@ -38,6 +33,14 @@ void add_feed_address(CLI::App& app, FeedAddress& address);
 /// A port of 1 to 65535.
 CLI::Option* add_port(CLI::App& app, const std::string& names, uint16_t& port,
                       const std::string& what);
+
+/// --iface, as the exchange calls it: the address of the interface that multicast comes in by. One
+/// that this machine has, or 0.0.0.0, which leaves the choice to its routes.
+CLI::Option* add_interface(CLI::App& app, std::string& address);
+
+/// A time in seconds, fractions allowed: above 0 and at most a year.
+CLI::Option* add_seconds(CLI::App& app, const std::string& names, std::chrono::milliseconds& time,
+                         const std::string& what);
 
 /// Whether what is written to `fd` may be coloured: a terminal, and NO_COLOR is unset or empty.
 bool wants_colour(int fd);
