@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <iostream>
+#include <vector>
 
 #include "tools/seconds.h"
 #include "tools/version.h"
@@ -50,7 +51,13 @@ std::optional<int> CommandLine::read(int argc, const char* const* argv) {
     exit(asked, std::cout, std::cerr);
     return GOOD;
   } catch (const CLI::ParseError& wrong) {
-    std::cerr << get_name() << ": " << wrong.what() << "\n"
+    // A word that nobody knows is said first: the one that is missing may be meant by it.
+    const std::vector<std::string> unknown = remaining();
+    const bool missing = dynamic_cast<const CLI::RequiredError*>(&wrong) != nullptr;
+    std::cerr << get_name() << ": "
+              << (missing && !unknown.empty() ? "there is no option " + unknown.front()
+                                              : std::string(wrong.what()))
+              << "\n"
               << "Try '" << get_name() << " --help'.\n";
     return USED_WRONGLY;
   }
