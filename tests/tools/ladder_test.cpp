@@ -111,22 +111,22 @@ Terminal::Wanted all_of_at_least(const std::vector<std::pair<std::string, uint64
 }
 
 /// A market in which nothing moves but what the test moves.
-class StillMarket : public testing::Test {
+class LadderStillMarket : public testing::Test {
  protected:
-  StillMarket() : simulator(e2e::still()) { simulator.start(); }
+  LadderStillMarket() : simulator(e2e::still()) { simulator.start(); }
 
   client::Simulator simulator;
 };
 
 /// A market that walks.
-class LivingMarket : public testing::Test {
+class LadderLivingMarket : public testing::Test {
  protected:
-  LivingMarket() : simulator(e2e::living({"--interval-ms", "10"})) { simulator.start(); }
+  LadderLivingMarket() : simulator(e2e::living({"--interval-ms", "10"})) { simulator.start(); }
 
   client::Simulator simulator;
 };
 
-TEST_F(StillMarket, is_shown_level_by_level_as_the_image_has_it) {
+TEST_F(LadderStillMarket, is_shown_level_by_level_as_the_image_has_it) {
   const Terminal terminal(ladder(simulator.ports()), {.columns = 80, .rows = 24});
   expect_shows_image(terminal, simulator, "AAPL", 5);
   terminal.press({"Tab"});
@@ -137,7 +137,7 @@ TEST_F(StillMarket, is_shown_level_by_level_as_the_image_has_it) {
   expect_shows_image(terminal, simulator, "MSFT", 5);
 }
 
-TEST_F(StillMarket, shows_the_trade_of_an_order_its_volume_and_the_counters) {
+TEST_F(LadderStillMarket, shows_the_trade_of_an_order_its_volume_and_the_counters) {
   const Terminal terminal(ladder(simulator.ports(), "--symbols MSFT"), {});
   expect_shows_image(terminal, simulator, "MSFT", 5);
   client::FixSession session(simulator.ports().fix, "ALPHA");
@@ -150,7 +150,7 @@ TEST_F(StillMarket, shows_the_trade_of_an_order_its_volume_and_the_counters) {
   expect_shows_image(terminal, simulator, "MSFT", 5);
 }
 
-TEST_F(StillMarket, is_armed_by_single_keys_which_the_exchange_confirms) {
+TEST_F(LadderStillMarket, is_armed_by_single_keys_which_the_exchange_confirms) {
   const Terminal terminal(ladder(simulator.ports()), {});
   terminal.shows({"IN STEP", "d lose next packet", "FIX down"});
   const std::pair<const char*, const char*> keys[] = {{"d", "drop 1"},
@@ -181,7 +181,7 @@ TEST_F(StillMarket, is_armed_by_single_keys_which_the_exchange_confirms) {
   terminal.shows({"taken back: ok, 12 of 12"});
 }
 
-TEST_F(StillMarket, an_armed_reject_meets_the_next_order) {
+TEST_F(LadderStillMarket, an_armed_reject_meets_the_next_order) {
   const Terminal terminal(ladder(simulator.ports()), {});
   terminal.shows({"IN STEP"});
   terminal.press({"j"});
@@ -193,7 +193,7 @@ TEST_F(StillMarket, an_armed_reject_meets_the_next_order) {
   terminal.shows({"rejects 1"});
 }
 
-TEST_F(LivingMarket, a_lost_packet_is_seen_and_filled) {
+TEST_F(LadderLivingMarket, a_lost_packet_is_seen_and_filled) {
   const Terminal terminal(ladder(simulator.ports(), "--symbols AAPL"), {});
   terminal.shows({"IN STEP", "FIX down"});
   terminal.press({"d"});
@@ -204,7 +204,7 @@ TEST_F(LivingMarket, a_lost_packet_is_seen_and_filled) {
   expect_shows_image(terminal, simulator, "AAPL", 5);
 }
 
-TEST_F(LivingMarket, an_image_stands_in_where_gap_fill_does_not_answer) {
+TEST_F(LadderLivingMarket, an_image_stands_in_where_gap_fill_does_not_answer) {
   const client::PortSlot nobody;
   client::Ports ports = simulator.ports();
   ports.gap_fill = nobody.ports().gap_fill;
@@ -218,7 +218,7 @@ TEST_F(LivingMarket, an_image_stands_in_where_gap_fill_does_not_answer) {
   expect_shows_image(terminal, simulator, "AAPL", 5);
 }
 
-TEST_F(LivingMarket, is_followed_rightly_through_every_fault_at_once) {
+TEST_F(LadderLivingMarket, is_followed_rightly_through_every_fault_at_once) {
   const Terminal terminal(ladder(simulator.ports(), "--symbols SPY"), {});
   terminal.shows({"IN STEP", "FIX down"});
   terminal.press({"5", "D"});
@@ -234,7 +234,7 @@ TEST_F(LivingMarket, is_followed_rightly_through_every_fault_at_once) {
   expect_shows_image(terminal, simulator, "SPY", 5);
 }
 
-TEST_F(StillMarket, a_silent_exchange_is_told_and_keys_are_answered_meanwhile) {
+TEST_F(LadderStillMarket, a_silent_exchange_is_told_and_keys_are_answered_meanwhile) {
   const Terminal terminal(ladder(simulator.ports()), {});
   terminal.shows({"IN STEP", "FIX down"});
   simulator.stop_process();
@@ -249,7 +249,7 @@ TEST_F(StillMarket, a_silent_exchange_is_told_and_keys_are_answered_meanwhile) {
   simulator.cont_process();
 }
 
-TEST_F(StillMarket, comes_back_in_step_when_a_silent_exchange_goes_on) {
+TEST_F(LadderStillMarket, comes_back_in_step_when_a_silent_exchange_goes_on) {
   const Terminal terminal(ladder(simulator.ports()), {});
   terminal.shows({"IN STEP"});
   simulator.stop_process();
@@ -271,7 +271,7 @@ client::Simulator another_run(const client::Ports& ports, const std::string& ses
   return client::Simulator(options);
 }
 
-TEST(Restart, of_the_exchange_under_another_session_begins_a_new_market) {
+TEST(LadderRestart, of_the_exchange_under_another_session_begins_a_new_market) {
   client::Simulator first(e2e::still({"--session", "7001", "--symbols", "OLD:50,BOTH:60"}));
   first.start();
   const client::Ports ports = first.ports();
@@ -290,7 +290,7 @@ TEST(Restart, of_the_exchange_under_another_session_begins_a_new_market) {
   terminal.await([&](const std::string& s) { return levels_on(s) == wanted; }, "the new market");
 }
 
-TEST(Restart, of_the_exchange_under_the_same_session_is_noticed_too) {
+TEST(LadderRestart, of_the_exchange_under_the_same_session_is_noticed_too) {
   client::Simulator first(e2e::living({"--session", "7001", "--interval-ms", "10"}));
   first.start();
   const client::Ports ports = first.ports();
@@ -309,7 +309,7 @@ TEST(Restart, of_the_exchange_under_the_same_session_is_noticed_too) {
       "the new market");
 }
 
-TEST(Waiting, for_an_exchange_that_comes_later_and_is_then_followed_from_its_first_packet) {
+TEST(LadderWaiting, for_an_exchange_that_comes_later_and_is_then_followed_from_its_first_packet) {
   client::Simulator simulator(e2e::still());
   const Terminal terminal(ladder(simulator.ports()), {});
   terminal.shows({"waiting for the exchange on " + simulator.ports().group + ":" +
@@ -323,7 +323,7 @@ TEST(Waiting, for_an_exchange_that_comes_later_and_is_then_followed_from_its_fir
 }
 
 /// A second exchange on the same group that serves other ports is not the one to follow.
-TEST_F(StillMarket, keeps_to_the_exchange_that_serves_its_ports) {
+TEST_F(LadderStillMarket, keeps_to_the_exchange_that_serves_its_ports) {
   const Terminal terminal(ladder(simulator.ports()), {.columns = 120, .rows = 24});
   terminal.shows({"IN STEP", "session " + std::to_string(simulator.session())});
   const client::Ports& mine = simulator.ports();
@@ -336,7 +336,7 @@ TEST_F(StillMarket, keeps_to_the_exchange_that_serves_its_ports) {
                             Not(HasSubstr("ELSE"))));
 }
 
-TEST_F(StillMarket, is_drawn_anew_at_every_size) {
+TEST_F(LadderStillMarket, is_drawn_anew_at_every_size) {
   const Terminal terminal(ladder(simulator.ports()), {.columns = 80, .rows = 24});
   terminal.shows({"2 of 3: tab"});
   terminal.resize({.columns = 120, .rows = 40});
@@ -351,7 +351,7 @@ TEST_F(StillMarket, is_drawn_anew_at_every_size) {
 }
 
 /// How it ends, and how it leaves the terminal.
-class Leaving : public StillMarket {
+class LadderLeaving : public LadderStillMarket {
  protected:
   /// In a terminal whose settings are compared before and after.
   std::string compared(const std::string& command) const {
@@ -374,7 +374,7 @@ class Leaving : public StillMarket {
   client::TempDirectory directory;
 };
 
-TEST_F(Leaving, by_q) {
+TEST_F(LadderLeaving, by_q) {
   const Terminal terminal(compared(ladder(simulator.ports())), {});
   terminal.shows({"IN STEP"});
   EXPECT_EQ(terminal.ask("alternate_on"), "1");
@@ -383,7 +383,7 @@ TEST_F(Leaving, by_q) {
   expect_left_as_it_was(terminal, "0");
 }
 
-TEST_F(Leaving, by_ctrl_c) {
+TEST_F(LadderLeaving, by_ctrl_c) {
   // The shell that runs it takes the signal too, and goes on as an interactive one does.
   const Terminal terminal("trap : INT; " + compared(ladder(simulator.ports())), {});
   terminal.shows({"IN STEP"});
@@ -391,7 +391,7 @@ TEST_F(Leaving, by_ctrl_c) {
   expect_left_as_it_was(terminal, "0");
 }
 
-TEST_F(Leaving, by_sigterm) {
+TEST_F(LadderLeaving, by_sigterm) {
   const std::string pid_file = directory.path() + "/pid";
   const Terminal terminal(
       compared("sh -c 'echo $$ >" + pid_file + "; exec " + ladder(simulator.ports()) + "'"), {});
@@ -400,7 +400,7 @@ TEST_F(Leaving, by_sigterm) {
   expect_left_as_it_was(terminal, "0");
 }
 
-TEST_F(Leaving, for_a_while_by_ctrl_z) {
+TEST_F(LadderLeaving, for_a_while_by_ctrl_z) {
   const Terminal terminal("bash --norc -i", {});
   terminal.press({ladder(simulator.ports()), "Enter"});
   terminal.shows({"IN STEP"});
@@ -414,7 +414,7 @@ TEST_F(Leaving, for_a_while_by_ctrl_z) {
   terminal.shows({"Stopped"});
 }
 
-TEST_F(Leaving, a_terminal_that_cannot_be_drawn_on_is_left_alone) {
+TEST_F(LadderLeaving, a_terminal_that_cannot_be_drawn_on_is_left_alone) {
   const Terminal terminal(compared("TERM=nonsense " + ladder(simulator.ports())), {});
   expect_left_as_it_was(terminal, "2");
   EXPECT_THAT(terminal.screen(), HasSubstr("'nonsense' (TERM)"));
@@ -422,13 +422,13 @@ TEST_F(Leaving, a_terminal_that_cannot_be_drawn_on_is_left_alone) {
 
 constexpr const char* COLOUR = "\x1b\\[[0-9;]*3[0-7]m";  // a foreground colour
 
-TEST_F(StillMarket, is_drawn_in_colours_where_they_are_wanted) {
+TEST_F(LadderStillMarket, is_drawn_in_colours_where_they_are_wanted) {
   const Terminal terminal(ladder(simulator.ports()), {});
   terminal.shows({"IN STEP", "FIX down"});
   EXPECT_TRUE(std::regex_search(terminal.screen(true), std::regex(COLOUR)));
 }
 
-TEST_F(StillMarket, is_drawn_without_colours_by_NO_COLOR_and_on_terminals_without_any) {
+TEST_F(LadderStillMarket, is_drawn_without_colours_by_NO_COLOR_and_on_terminals_without_any) {
   for (const char* prefix : {"NO_COLOR=1 ", "TERM=vt100 "}) {
     const Terminal terminal(prefix + ladder(simulator.ports()), {});
     terminal.shows({"IN STEP", "FIX down"});
@@ -437,7 +437,7 @@ TEST_F(StillMarket, is_drawn_without_colours_by_NO_COLOR_and_on_terminals_withou
   }
 }
 
-TEST_F(StillMarket, is_drawn_in_ascii_for_a_locale_without_utf8) {
+TEST_F(LadderStillMarket, is_drawn_in_ascii_for_a_locale_without_utf8) {
   const Terminal terminal("LC_ALL=C " + ladder(simulator.ports()), {});
   expect_shows_image(terminal, simulator, "AAPL", 5);
   const std::string screen = terminal.screen();
@@ -445,14 +445,14 @@ TEST_F(StillMarket, is_drawn_in_ascii_for_a_locale_without_utf8) {
   EXPECT_THAT(screen, HasSubstr("###"));
 }
 
-TEST_F(StillMarket, takes_the_control_port_from_the_environment) {
+TEST_F(LadderStillMarket, takes_the_control_port_from_the_environment) {
   const Terminal terminal("QUORL_CONTROL_PORT=" + std::to_string(simulator.ports().control) + " " +
                               ladder(simulator.ports(), "", false),
                           {});
   terminal.shows({"control 127.0.0.1:" + std::to_string(simulator.ports().control), "FIX down"});
 }
 
-TEST_F(StillMarket, has_more_room_without_a_control_port) {
+TEST_F(LadderStillMarket, has_more_room_without_a_control_port) {
   const Terminal terminal(ladder(simulator.ports(), "", false), {});
   expect_shows_image(terminal, simulator, "AAPL", 9);
   EXPECT_THAT(terminal.screen(), Not(HasSubstr("lose next packet")));
@@ -462,7 +462,7 @@ std::vector<std::string> once(const client::Ports& ports, const std::string& mor
   return words_of(options_for(ports) + " --once " + more);
 }
 
-TEST_F(StillMarket, is_printed_once_as_plain_text) {
+TEST_F(LadderStillMarket, is_printed_once_as_plain_text) {
   const Said said = run_tool("ladder", once(simulator.ports(), ""), "", {{"LC_ALL", "C.UTF-8"}});
   EXPECT_EQ(said.status, 0);
   EXPECT_EQ(said.err, "");
@@ -472,7 +472,7 @@ TEST_F(StillMarket, is_printed_once_as_plain_text) {
   EXPECT_EQ(std::count(said.out.begin(), said.out.end(), '\n'), 24);
 }
 
-TEST(Once, without_an_exchange_ends_with_status_3_and_a_word_why) {
+TEST(LadderOnce, without_an_exchange_ends_with_status_3_and_a_word_why) {
   const client::PortSlot slot;
   const Said said = run_tool("ladder", once(slot.ports(), "--timeout 1"));
   EXPECT_EQ(said.status, 3);
@@ -481,7 +481,7 @@ TEST(Once, without_an_exchange_ends_with_status_3_and_a_word_why) {
                           std::to_string(slot.ports().feed) + " within 1 s\n");
 }
 
-TEST_F(StillMarket, is_not_in_step_without_images_and_that_is_said) {
+TEST_F(LadderStillMarket, is_not_in_step_without_images_and_that_is_said) {
   client::Ports elsewhere = simulator.ports();
   const client::PortSlot nobody;
   elsewhere.snap = nobody.ports().snap;
@@ -490,7 +490,7 @@ TEST_F(StillMarket, is_not_in_step_without_images_and_that_is_said) {
   EXPECT_THAT(said.err, HasSubstr("connect to port " + std::to_string(elsewhere.snap)));
 }
 
-TEST(Arguments, without_a_terminal_it_points_to_what_works_without) {
+TEST(LadderArguments, without_a_terminal_it_points_to_what_works_without) {
   const Said said = run_tool("ladder", {});
   EXPECT_EQ(said.status, 2);
   EXPECT_EQ(said.out, "");
@@ -499,7 +499,7 @@ TEST(Arguments, without_a_terminal_it_points_to_what_works_without) {
   EXPECT_EQ(std::count(said.err.begin(), said.err.end(), '\n'), 1);
 }
 
-TEST(Arguments, that_are_bad_are_refused_in_a_line) {
+TEST(LadderArguments, that_are_bad_are_refused_in_a_line) {
   const std::vector<std::vector<std::string>> all = {
       {"--mcast", "10.0.0.1"},     {"--port", "0"},          {"--snap-port", "65536"},
       {"--control-port", "x"},     {"--gapfill-port", "-1"}, {"--symbols", ",:1"},
