@@ -7,6 +7,7 @@
 build_target() (
   local target=$1 option missing=()
   shift
+  # shellcheck disable=SC2154  # whoever sources this has set it
   build=$root/build/run
   mkdir -p "$root/build"
   exec 9>"$root/build/run.lock"

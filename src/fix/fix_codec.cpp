@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cassert>
+#include <cstddef>
+#include <cstring>
 #include <limits>
 
 #include "base/number_parsers.h"
@@ -18,10 +20,17 @@ constexpr std::string_view CHECKSUM_PREFIX = "10=";
 constexpr size_t TRAILER_SIZE = 7;  // "10=", three digits, SOH
 constexpr size_t NOT_FOUND = std::string_view::npos;
 
-uint32_t checksum_of(std::string_view bytes) {
-  uint32_t sum = 0;
-  for (const char c : bytes) sum += static_cast<unsigned char>(c);
-  return sum % 256;
+constexpr std::ptrdiff_t SHORT_TAG = 9;  // digits that fit any integer
+
+size_t as_size(std::ptrdiff_t count) { return static_cast<size_t>(count); }
+
+bool is_digit(char c) { return static_cast<unsigned>(c - '0') < 10; }
+
+/// The sum of the bytes modulo 256, added up in a byte: so the compiler takes many at a time.
+uint8_t checksum_of(std::string_view bytes) {
+  uint8_t sum = 0;
+  for (const char c : bytes) sum = static_cast<uint8_t>(sum + static_cast<uint8_t>(c));
+  return sum;
 }
 
 size_t decimal_width(uint64_t value) {
@@ -71,7 +80,7 @@ bool has_valid_checksum(std::string_view frame) {
   if (!trailer.starts_with(CHECKSUM_PREFIX)) return false;
   // Up to three digits; what stands in the last byte is not looked at.
   const int32_t announced = narrowed_strtol(trailer.substr(CHECKSUM_PREFIX.size(), 3));
-  return announced == static_cast<int32_t>(checksum_of(summed));
+  return announced == checksum_of(summed);
 }
 
 }  // namespace
@@ -101,28 +110,24 @@ bool extract_frame(ReceiveBuffer& buffer, std::string& frame) {
 }
 
 void parse_fields(std::string_view frame, FixFieldMap& fields) {
-  constexpr size_t SHORT_TAG = 9;  // digits that fit any integer
   fields.clear();
-  size_t pos = 0;
-  while (pos < frame.size()) {
-    // Nearly every tag is a few digits and an equals sign, read in passing.
+  const char* at = frame.data();
+  const char* const end = at + frame.size();
+  while (at != end) {
+    const auto* const soh = static_cast<const char*>(std::memchr(at, SOH, as_size(end - at)));
+    if (soh == nullptr) break;
+    // Nearly every tag is a few digits and an equals sign, read in passing. The SOH ends the loop.
     int32_t tag = 0;
-    size_t equals = pos;
-    const size_t limit = std::min(frame.size() - 1, pos + SHORT_TAG);
-    for (; equals < limit && frame[equals] >= '0' && frame[equals] <= '9'; ++equals) {
-      tag = 10 * tag + (frame[equals] - '0');
+    const char* equals = at;
+    const char* const limit = at + std::min(soh - at, SHORT_TAG);
+    for (; equals != limit && is_digit(*equals); ++equals) tag = 10 * tag + (*equals - '0');
+    if (equals == at || *equals != '=') {
+      equals = static_cast<const char*>(std::memchr(at, '=', as_size(soh - at)));
+      if (equals == nullptr) break;
+      tag = narrowed_strtol({at, as_size(equals - at)});
     }
-    const size_t end = frame.find(SOH, equals);
-    if (end == NOT_FOUND) break;
-    if (equals == pos || frame[equals] != '=') {
-      const std::string_view piece = frame.substr(pos, end - pos);
-      const size_t at = piece.find('=');
-      if (at == NOT_FOUND) break;
-      tag = narrowed_strtol(piece.substr(0, at));
-      equals = pos + at;
-    }
-    fields.set(tag, frame.substr(equals + 1, end - equals - 1));
-    pos = end + 1;
+    fields.set(tag, {equals + 1, as_size(soh - equals - 1)});
+    at = soh + 1;
   }
 }
 

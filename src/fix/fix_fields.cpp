@@ -32,36 +32,22 @@ char* FixFieldList::room_for(size_t bytes) {
 }
 
 void FixFieldMap::clear() {
-  for (const FixField& field : fields_) {
-    if (is_indexed(field.tag)) behind_[static_cast<size_t>(field.tag)] = 0;
+  for (size_t i = 0; i < count_; ++i) {
+    if (is_indexed(fields_[i].tag)) behind_[static_cast<size_t>(fields_[i].tag)] = 0;
   }
-  fields_.clear();
+  count_ = 0;
 }
 
-void FixFieldMap::set(int32_t tag, std::string_view value) {
-  fields_.push_back({tag, value});
-  if (is_indexed(tag)) behind_[static_cast<size_t>(tag)] = static_cast<uint32_t>(fields_.size());
-}
-
-const FixField* FixFieldMap::find(int32_t tag) const {
-  if (is_indexed(tag)) {
-    const uint32_t behind = behind_[static_cast<size_t>(tag)];
-    return behind == 0 ? nullptr : &fields_[behind - 1];
-  }
-  for (auto field = fields_.rbegin(); field != fields_.rend(); ++field) {
-    if (field->tag == tag) return &*field;
+const FixField* FixFieldMap::find_from_the_back(int32_t tag) const {
+  for (size_t i = count_; i > 0; --i) {
+    if (fields_[i - 1].tag == tag) return &fields_[i - 1];
   }
   return nullptr;
 }
 
-std::string_view FixFieldMap::text(int32_t tag) const {
-  const FixField* field = find(tag);
-  return field ? field->value : std::string_view();
-}
-
-char FixFieldMap::first_char(int32_t tag, char fallback) const {
-  const std::string_view value = text(tag);
-  return value.empty() ? fallback : value.front();
+void FixFieldMap::make_room() {
+  room_ = 2 * room_ + LIKELY_FIELDS;
+  fields_.resize(room_);
 }
 
 uint32_t FixFieldMap::number(int32_t tag) const { return low32_or(text(tag), 0); }

@@ -100,23 +100,42 @@ class FixFieldList {
 class FixFieldMap {
  public:
   void clear();
-  void set(int32_t tag, std::string_view value);
+  void set(int32_t tag, std::string_view value) {
+    if (count_ == room_) make_room();
+    fields_[count_++] = {tag, value};
+    if (is_indexed(tag)) behind_[static_cast<size_t>(tag)] = static_cast<uint32_t>(count_);
+  }
 
   bool has(int32_t tag) const { return find(tag) != nullptr; }
   /// Empty if the tag is absent or its value is empty.
-  std::string_view text(int32_t tag) const;
+  std::string_view text(int32_t tag) const {
+    const FixField* field = find(tag);
+    return field != nullptr ? field->value : std::string_view();
+  }
   /// The first character of the value; `fallback` if the tag is absent or its value is empty.
-  char first_char(int32_t tag, char fallback) const;
+  char first_char(int32_t tag, char fallback) const {
+    const std::string_view value = text(tag);
+    return value.empty() ? fallback : value.front();
+  }
   /// The low 32 bits of a number read by the rules of std::stoull; 0 if there is none.
   uint32_t number(int32_t tag) const;
 
  private:
   static constexpr size_t INDEXED_TAGS = 256;  // those below
+  static constexpr size_t LIKELY_FIELDS = 32;  // more than an order has
 
   static bool is_indexed(int32_t tag) { return static_cast<uint32_t>(tag) < INDEXED_TAGS; }
-  const FixField* find(int32_t tag) const;
+  const FixField* find(int32_t tag) const {
+    if (!is_indexed(tag)) return find_from_the_back(tag);
+    const uint32_t behind = behind_[static_cast<size_t>(tag)];
+    return behind == 0 ? nullptr : &fields_[behind - 1];
+  }
+  const FixField* find_from_the_back(int32_t tag) const;
+  void make_room();
 
-  std::vector<FixField> fields_;                 // in the order of the frame
+  std::vector<FixField> fields_;  // in the order of the frame, and memory for more of them
+  size_t room_ = 0;               // fields_.size(), at hand
+  size_t count_ = 0;
   std::array<uint32_t, INDEXED_TAGS> behind_{};  // position of a tag's last field plus 1, or 0
 };
 

@@ -35,12 +35,7 @@ void LiveOrders::insert(RestingOrder& order) {
   if (2 * (size_ + 1) > slots_.size()) grow();
   place({hash_of(quorl::key_of(order)), &order});
   ++size_;
-  const auto count = count_by_owner_.find(order.owner);
-  if (count == count_by_owner_.end()) {
-    count_by_owner_.emplace(order.owner, 1);
-  } else {
-    ++count->second;
-  }
+  ++count_for(order.owner);
 }
 
 void LiveOrders::erase(const RestingOrder& order) {
@@ -59,12 +54,19 @@ void LiveOrders::erase(const RestingOrder& order) {
   }
   slots_[hole] = {};
   --size_;
-  --count_by_owner_.find(order.owner)->second;
+  --count_for(order.owner);
 }
 
 size_t LiveOrders::count_of(std::string_view owner) const {
   const auto count = count_by_owner_.find(owner);
   return count == count_by_owner_.end() ? 0 : count->second;
+}
+
+size_t& LiveOrders::count_for(const std::string& owner) {
+  if (latest_count_ == nullptr || latest_count_->first != owner) {
+    latest_count_ = &*count_by_owner_.try_emplace(owner, 0).first;
+  }
+  return latest_count_->second;
 }
 
 void LiveOrders::grow() {

@@ -57,7 +57,7 @@ Replayer::Replayer(const ReplayOptions& options, const RecordedFeed& feed, const
     : options_(options),
       feed_(feed),
       stream_(stream),
-      sender_(endpoint_of(options.to.group, options.to.port), options.interface) {
+      sender_(endpoint_of(options.group, options.port), options.interface) {
   const uint16_t gap_fill_port = options.gap_fill_port.value_or(options.snap_port);
   if (gap_fill_port != 0) gap_fill_.emplace(gap_fill_port);
   if (options.snap_port != 0) {
@@ -97,12 +97,12 @@ bool Replayer::play(uint64_t round) {
 /// Waits until the packet may go, and shows it.
 bool Replayer::step(size_t index) {
   wait(Clock::now(), false);  // many steps may have been allowed at once
-  while (!signals_.came() && !steps_.take()) {
+  while (!stopped() && !steps_.take()) {
     if (steps_.over()) return false;
     wait(std::nullopt, true);
     steps_.read_what_came();
   }
-  if (signals_.came()) return false;
+  if (stopped()) return false;
   const RecordedPacket& packet = feed_.packets[index];
   std::printf("packet %zu of %zu, %s\n", index + 1, feed_.packets.size(),
               numbers_of(stream_, packet).c_str());
@@ -143,7 +143,7 @@ void Replayer::stay() {
 bool Replayer::wait_until(Clock::time_point moment) {
   do {
     wait(moment, false);
-    if (signals_.came()) return false;
+    if (stopped()) return false;
   } while (Clock::now() < moment);
   return true;
 }

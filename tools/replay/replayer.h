@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "quorl/client/bytes.h"
-#include "tools/capture/stop_signals.h"
+#include "tools/control/stop_signals.h"
 #include "tools/replay/feed_sender.h"
 #include "tools/replay/gap_fill_service.h"
 #include "tools/replay/options.h"
@@ -45,6 +45,7 @@ class Replayer {
  private:
   using Clock = std::chrono::steady_clock;
 
+  bool stopped() const { return signals_.come_within(std::chrono::milliseconds(0)); }
   bool play(uint64_t round);
   bool step(size_t index);
   void send(const RecordedPacket& packet);

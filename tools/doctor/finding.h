@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tools::doctor {
+
+/// One thing that the exchange passes over in silence, as the user gave it and what comes of it.
+struct Finding {
+  std::string where;  // "--port 70000", "QUORL_SCENARIO lapse_ms=5s"
+  std::string what;   // "is read as 4464: ..."
+
+  std::string line() const { return where + ": " + what; }
+};
+
+using Findings = std::vector<Finding>;
+
+inline void append(Findings& all, Findings more) {
+  for (Finding& finding : more) all.push_back(std::move(finding));
+}
+
+}  // namespace tools::doctor
