@@ -67,7 +67,7 @@ void BookBuilder::on_trade(const TradeReport& trade) {
   SymbolBook& book = books_[trade.symbol];
   book.last_price = trade.price;
   book.volume += trade.size;
-  book.trades.push_back(trade);
+  if (keeps_trades_) book.trades.push_back(trade);
 }
 
 void BookBuilder::on_level(const LevelUpdate& update) {

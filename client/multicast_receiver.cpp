@@ -13,8 +13,11 @@ constexpr std::chrono::milliseconds STOP_CHECK{20};
 
 }  // namespace
 
-MulticastReceiver::MulticastReceiver(const std::string& group, uint16_t port)
-    : socket_(UdpSocket::in_group(group, port)), thread_([this] { receive_until_stopped(); }) {}
+MulticastReceiver::MulticastReceiver(const std::string& group, uint16_t port,
+                                     const std::string& interface_address, KernelDrops drops)
+    : socket_(UdpSocket::in_group(group, port, interface_address)),
+      drops_(drops),
+      thread_([this] { receive_until_stopped(); }) {}
 
 MulticastReceiver::~MulticastReceiver() {
   stopping_ = true;
@@ -44,7 +47,7 @@ std::vector<RawPacket> MulticastReceiver::take(Deadline deadline) {
     arrived_.wait_for(lock, std::chrono::milliseconds(deadline.remaining_ms()));
   }
   if (failure_) std::rethrow_exception(failure_);
-  if (kernel_drops_ > 0) {
+  if (kernel_drops_ > 0 && drops_ == KernelDrops::FAIL) {
     errno = ENOBUFS;
     throw SystemError("the kernel dropped " + std::to_string(kernel_drops_) + " feed packets");
   }
@@ -53,6 +56,11 @@ std::vector<RawPacket> MulticastReceiver::take(Deadline deadline) {
 
 std::vector<RawPacket> MulticastReceiver::take() {
   return take(Deadline::after(std::chrono::milliseconds(0)));
+}
+
+uint32_t MulticastReceiver::kernel_drops() const {
+  const std::lock_guard lock(mutex_);
+  return kernel_drops_;
 }
 
 }  // namespace quorl::client

@@ -16,7 +16,6 @@ using std::chrono::milliseconds;
 /// lost.
 constexpr milliseconds REORDER_WAIT{20};
 constexpr milliseconds POLL_STEP{5};
-constexpr milliseconds FILL_PATIENCE{5000};
 constexpr unsigned MOST_FAILED_FILLS = 3;
 constexpr unsigned MOST_HOLES_PER_POLL = 100;
 constexpr uint64_t MESSAGES_PER_REQUEST = 1000;
@@ -28,10 +27,29 @@ bool same_messages(const TpPacket& a, const TpPacket& b) {
 
 }  // namespace
 
-RecoveringSubscriber::RecoveringSubscriber(const Ports& ports, std::optional<uint32_t> session)
-    : ports_(ports), session_(session), receiver_(ports.group, ports.feed) {}
+RecoveringSubscriber::RecoveringSubscriber(const Ports& ports, std::optional<uint32_t> session,
+                                           RecoveryOptions options)
+    : ports_(ports),
+      options_(std::move(options)),
+      session_(session),
+      receiver_(ports.group, ports.feed, "127.0.0.1",
+                options_.endless ? KernelDrops::BEAR : KernelDrops::FAIL),
+      book_(!options_.endless) {}
 
 void RecoveringSubscriber::follow_from_start() { placed_ = true; }
+
+bool RecoveringSubscriber::await_feed(milliseconds patience) {
+  return run_until([this] { return last_heard_.has_value(); }, patience);
+}
+
+void RecoveringSubscriber::join() {
+  if (!pending_.empty() && pending_.begin()->first == 0) {
+    follow_from_start();
+  } else {
+    take_image();
+  }
+  apply_pending();
+}
 
 void RecoveringSubscriber::join_late(milliseconds patience) {
   if (!run_until([this] { return session_.has_value(); }, patience)) {
@@ -73,7 +91,7 @@ void RecoveringSubscriber::catch_up(milliseconds patience) {
 
 std::string RecoveringSubscriber::compare_with_image(milliseconds patience) {
   // Nothing is taken from the feed until the image is here, so it cannot stand behind us.
-  const SnapImage image = SnapClient(ports_.snap, session()).image(next_seq_ - 1, patience);
+  const SnapImage image = SnapClient(ports_.snap, known_session()).image(next_seq_ - 1, patience);
   halt_offset_ = image.stream_offset;
   note_end(image.stream_offset, image.seq + 1);
   const bool reached = run_until([this] { return halted(); }, patience);
@@ -89,9 +107,13 @@ std::string RecoveringSubscriber::compare_with_image(milliseconds patience) {
 }
 
 void RecoveringSubscriber::receive(const RawPacket& raw) {
-  TpPacket packet = decode_tp_packet(raw.bytes, session_);
+  TpPacket packet = decode_tp_packet(raw.bytes, options_.endless ? std::nullopt : session_);
+  if (is_foreign(packet)) return;
   session_ = packet.header.session_id;
+  last_heard_ = raw.arrived;
   ++counters_.packets;
+  counters_.kernel_drops = receiver_.kernel_drops();
+  note_order(packet);
   note_end(packet.end_offset(), packet.header.first_seq + packet.header.message_count);
   if (packet.is_heartbeat()) return;
   const uint64_t offset = packet.header.stream_offset;
@@ -107,6 +129,21 @@ void RecoveringSubscriber::receive(const RawPacket& raw) {
   if (offset < newest_offset_) ++counters_.out_of_order;
   newest_offset_ = std::max(newest_offset_, offset);
   pending_.emplace(offset, Pending{std::move(packet), raw.arrived});
+}
+
+bool RecoveringSubscriber::is_foreign(const TpPacket& packet) {
+  if (!session_ || packet.header.session_id == *session_) return false;
+  ++counters_.foreign;
+  other_session_ = packet.header.session_id;
+  return true;
+}
+
+/// A packet is stamped when it is built, so one that was held back or comes twice is an old one.
+void RecoveringSubscriber::note_order(const TpPacket& packet) {
+  if (packet.header.send_time_ns <= newest_send_time_ns_) return;
+  newest_send_time_ns_ = packet.header.send_time_ns;
+  if (packet.end_offset() < newest_end_) rewound_ = true;
+  newest_end_ = packet.end_offset();
 }
 
 /// Heartbeats and the ends of packets tell how far the stream reaches.
@@ -160,15 +197,20 @@ void RecoveringSubscriber::apply_message(const TpMessage& message) {
                     " where number " + std::to_string(next_seq_) + " begins at " +
                     std::to_string(next_offset_));
   }
-  book_.apply(decode_deep(message.bytes));
-  seq_of_offset_.emplace(next_offset_, next_seq_);
-  messages_.emplace(next_seq_, message);
+  const DeepMessage decoded = decode_deep(message.bytes);
+  book_.apply(decoded);
+  if (!options_.endless) {
+    seq_of_offset_.emplace(next_offset_, next_seq_);
+    messages_.emplace(next_seq_, message);
+  }
+  if (options_.on_message) options_.on_message(next_seq_, decoded);
   next_offset_ = message.end_offset();
   ++next_seq_;
 }
 
 /// What has been applied already must come again byte for byte.
 void RecoveringSubscriber::check_seen(const TpPacket& packet) const {
+  if (options_.endless) return;
   for (const TpMessage& message : packet.messages) {
     if (message.stream_offset >= next_offset_ || message.stream_offset < placed_from_) continue;
     const auto known = seq_of_offset_.find(message.stream_offset);
@@ -216,10 +258,13 @@ bool RecoveringSubscriber::fill_once() {
   ++counters_.fills;
   std::map<uint64_t, TpMessage> messages;
   try {
-    messages = gap_fill().fetch({range}, FILL_PATIENCE).messages;
+    messages = gap_fill().fetch({range}, options_.fill_patience).messages;
     failed_fills_ = 0;
   } catch (const Timeout&) {
-    if (++failed_fills_ == MOST_FAILED_FILLS) throw;
+    if (++failed_fills_ < MOST_FAILED_FILLS) return false;
+    if (!options_.endless) throw;
+    failed_fills_ = 0;
+    take_image();
     return false;
   }
   if (messages.empty() || messages.begin()->first != next_seq_) {
@@ -236,8 +281,12 @@ bool RecoveringSubscriber::fill_once() {
 
 void RecoveringSubscriber::take_image() {
   const uint64_t minimum = placed_ ? next_seq_ : 0;
-  const SnapImage image = SnapClient(ports_.snap, session()).image(minimum);
-  if (placed_) skipped_.push_back({next_seq_, image.seq});
+  const SnapImage image =
+      SnapClient(ports_.snap, known_session()).image(minimum, options_.image_patience);
+  if (placed_) {
+    counters_.jumped += image.seq - next_seq_ + 1;
+    if (!options_.endless) skipped_.push_back({next_seq_, image.seq});
+  }
   placed_ = true;
   next_offset_ = image.stream_offset;
   next_seq_ = image.seq + 1;
@@ -246,15 +295,16 @@ void RecoveringSubscriber::take_image() {
   for (const DeepMessage& message : image.messages) book_.apply_image(message);
   note_end(image.stream_offset, image.seq + 1);
   ++counters_.images;
+  if (options_.on_image) options_.on_image(image);
 }
 
-uint32_t RecoveringSubscriber::session() const {
+uint32_t RecoveringSubscriber::known_session() const {
   if (!session_) throw WireError("no packet has told the feed's session yet");
   return *session_;
 }
 
 GapFillClient& RecoveringSubscriber::gap_fill() {
-  if (!gap_fill_) gap_fill_.emplace(ports_.gap_fill, session());
+  if (!gap_fill_) gap_fill_.emplace(ports_.gap_fill, known_session());
   return *gap_fill_;
 }
 

@@ -30,14 +30,20 @@ bool wait_ready(int fd, short events, Deadline deadline) {
 }  // namespace
 
 TcpStream TcpStream::connect(uint16_t port, Deadline deadline) {
+  return connect("127.0.0.1", port, deadline);
+}
+
+TcpStream TcpStream::connect(const std::string& address, uint16_t port, Deadline deadline) {
+  sockaddr_in to{};
+  to.sin_family = AF_INET;
+  to.sin_port = htons(port);
+  if (::inet_pton(AF_INET, address.c_str(), &to.sin_addr) != 1) {
+    throw WireError("'" + address + "' is no IPv4 address");
+  }
   TcpStream stream(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (stream.fd_ < 0) throw SystemError("socket");
   const int on = 1;
   (void)::setsockopt(stream.fd_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-  sockaddr_in to{};
-  to.sin_family = AF_INET;
-  to.sin_port = htons(port);
-  to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   const std::string call = "connect to port " + std::to_string(port);
   if (::connect(stream.fd_, reinterpret_cast<const sockaddr*>(&to), sizeof to) != 0) {
     if (errno != EINPROGRESS) throw SystemError(call);

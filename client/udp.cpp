@@ -69,7 +69,8 @@ UdpSocket UdpSocket::on_wildcard(uint16_t port) {
   return socket;
 }
 
-UdpSocket UdpSocket::in_group(const std::string& group, uint16_t port) {
+UdpSocket UdpSocket::in_group(const std::string& group, uint16_t port,
+                              const std::string& interface_address) {
   UdpSocket socket(make_socket());
   const int on = 1;
   set_option(socket.fd_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on, "SO_REUSEADDR");
@@ -78,7 +79,7 @@ UdpSocket UdpSocket::in_group(const std::string& group, uint16_t port) {
   bind_to(socket.fd_, address_of(group, port));
   ip_mreq membership{};
   membership.imr_multiaddr = address_of(group, 0).sin_addr;
-  membership.imr_interface = address_of("127.0.0.1", 0).sin_addr;
+  membership.imr_interface = address_of(interface_address, 0).sin_addr;
   set_option(socket.fd_, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership,
              "IP_ADD_MEMBERSHIP");
   return socket;

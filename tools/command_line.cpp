@@ -1,11 +1,13 @@
 #include "tools/command_line.h"
 
 #include <arpa/inet.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <iostream>
 
+#include "tools/seconds.h"
 #include "tools/version.h"
 
 namespace tools {
@@ -16,6 +18,19 @@ std::string complaint_about_group(const std::string& text) {
   if (::inet_pton(AF_INET, text.c_str(), &address) != 1) return text + " is no IPv4 address";
   if (!IN_MULTICAST(ntohl(address.s_addr))) return text + " is no multicast group";
   return "";
+}
+
+std::string complaint_about_interface(const std::string& text) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  if (::inet_pton(AF_INET, text.c_str(), &address.sin_addr) != 1) {
+    return text + " is no IPv4 address";
+  }
+  // Only an address of this machine can be bound to.
+  const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  const bool ours = ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  ::close(fd);
+  return ours ? "" : "no interface of this machine has the address " + text;
 }
 
 }  // namespace
@@ -51,6 +66,24 @@ void add_feed_address(CLI::App& app, FeedAddress& address) {
 CLI::Option* add_port(CLI::App& app, const std::string& names, uint16_t& port,
                       const std::string& what) {
   return app.add_option(names, port, what)->check(CLI::Range(1, 65535))->capture_default_str();
+}
+
+CLI::Option* add_interface(CLI::App& app, std::string& address) {
+  return app.add_option("--iface", address, "Address of the interface that the feed comes in by")
+      ->check(CLI::Validator(complaint_about_interface, "ADDRESS"))
+      ->capture_default_str();
+}
+
+CLI::Option* add_seconds(CLI::App& app, const std::string& names, std::chrono::milliseconds& time,
+                         const std::string& what) {
+  const auto take = [&time](const std::string& text) {
+    const auto read = seconds_from(text);
+    if (!read || read->count() == 0) {
+      throw CLI::ValidationError(text + " is no time in seconds above 0");
+    }
+    time = *read;
+  };
+  return app.add_option_function<std::string>(names, take, what)->type_name("SECONDS");
 }
 
 bool wants_colour(int fd) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -32,6 +33,14 @@ void add_feed_address(CLI::App& app, FeedAddress& address);
 /// A port of 1 to 65535.
 CLI::Option* add_port(CLI::App& app, const std::string& names, uint16_t& port,
                       const std::string& what);
+
+/// --iface, as the exchange calls it: the address of the interface that multicast comes in by. One
+/// that this machine has, or 0.0.0.0, which leaves the choice to its routes.
+CLI::Option* add_interface(CLI::App& app, std::string& address);
+
+/// A time in seconds, fractions allowed: above 0 and at most a year.
+CLI::Option* add_seconds(CLI::App& app, const std::string& names, std::chrono::milliseconds& time,
+                         const std::string& what);
 
 /// Whether what is written to `fd` may be coloured: a terminal, and NO_COLOR is unset or empty.
 bool wants_colour(int fd);

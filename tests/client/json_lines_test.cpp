@@ -58,6 +58,26 @@ TEST(OrderEvents, a_line_that_differs_in_form_is_refused) {
   EXPECT_THROW(parse_order_event(with(REPLACE, "\"ref\":\"a1\"", "\"ref\":\"\"")), WireError);
 }
 
+TEST(OrderEvents, keys_come_once_and_in_their_order) {
+  EXPECT_THROW(
+      parse_order_event(with(FILL, R"("cum":300,"leaves":200)", R"("leaves":200,"cum":300)")),
+      WireError);
+  EXPECT_THROW(parse_order_event(with(FILL, "\"oid\":7", "\"oid\":7,\"oid\":7")), WireError);
+  EXPECT_THROW(parse_order_event(with(FILL, "\"text\":\"\"", "\"text\":\"\",\"more\":1")),
+               WireError);
+  EXPECT_THROW(parse_order_event(FILL + FILL), WireError);
+}
+
+TEST(OrderEvents, what_needs_an_escape_is_refused_escaped_or_not) {
+  EXPECT_EQ(parse_order_event(with(FILL, "\"a1\"", "\"\u00e4\"")).cl, "\u00e4");
+  EXPECT_THROW(parse_order_event(with(FILL, "\"a1\"", "\"a\"1\"")), WireError);
+  EXPECT_THROW(parse_order_event(with(FILL, "\"a1\"", R"("a\"1")")), WireError);
+  EXPECT_THROW(parse_order_event(with(FILL, "\"a1\"", R"("a\1")")), WireError);
+  EXPECT_THROW(parse_order_event(with(FILL, "\"a1\"", R"("\u0061")")), WireError);
+  EXPECT_THROW(parse_order_event(with(FILL, "\"a1\"", "\"\xe4\"")), WireError);
+  EXPECT_THROW(parse_order_event(with(FILL, "\"a1\"", "\"\t\"")), WireError);
+}
+
 TEST(OrderEvents, every_line_of_a_file_must_be_whole) {
   EXPECT_EQ(parse_order_events(FILL + "\n" + REPLACE + "\n").size(), 2u);
   EXPECT_TRUE(parse_order_events("").empty());

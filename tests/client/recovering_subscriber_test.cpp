@@ -198,5 +198,108 @@ TEST_F(RecoveringSubscriberTest, it_catches_up_with_what_the_gap_fill_service_kn
   EXPECT_EQ(subscriber.next_seq(), 6u);
 }
 
+/// A subscriber for a run without end.
+class EndlessSubscriberTest : public RecoveringSubscriberTest {
+ protected:
+  RecoveryOptions endless() {
+    return {.endless = true,
+            .fill_patience = std::chrono::milliseconds(50),
+            .on_message = [this](uint64_t seq, const DeepMessage&) { told.push_back(seq); },
+            .on_image = [this](const SnapImage& image) { images.push_back(image.seq); }};
+  }
+  /// The packet as another run would have sent it, or this one at another time.
+  static Bytes with_session(Bytes packet, uint32_t session) {
+    for (size_t i = 0; i < 4; ++i) packet[8 + i] = static_cast<uint8_t>(session >> (8 * i));
+    return packet;
+  }
+  static Bytes sent_later(Bytes packet) {
+    packet[33] = static_cast<uint8_t>(packet[33] + 1);  // 256 ns
+    return packet;
+  }
+  bool hears(uint64_t packets) {
+    return follower.run_until([this, packets] {
+      return follower.counters().packets + follower.counters().foreign >= packets;
+    });
+  }
+
+  std::vector<uint64_t> told;
+  std::vector<uint64_t> images;
+  RecoveringSubscriber follower{feed.ports(), std::nullopt, endless()};
+};
+
+TEST_F(EndlessSubscriberTest, tells_of_every_message_in_order_and_keeps_none) {
+  follower.follow_from_start();
+  feed.sends(packet_of(3));
+  packet_of(2);  // lost
+  feed.sends(packet_of(1));
+  follower.await_seq(6);
+  EXPECT_EQ(told, (std::vector<uint64_t>{1, 2, 3, 4, 5, 6}));
+  EXPECT_EQ(follower.counters().filled, 2u);
+  EXPECT_TRUE(follower.messages().empty());
+  EXPECT_TRUE(follower.in_step());
+}
+
+TEST_F(EndlessSubscriberTest, begins_with_the_runs_first_packet_if_that_comes_first) {
+  feed.sends(packet_of(3));
+  ASSERT_TRUE(follower.await_feed(PATIENCE));
+  EXPECT_FALSE(follower.in_step());
+  follower.join();
+  EXPECT_TRUE(follower.in_step());
+  EXPECT_EQ(follower.next_seq(), 4u);
+  EXPECT_TRUE(images.empty());
+}
+
+TEST_F(EndlessSubscriberTest, joins_a_run_that_is_on_by_an_image) {
+  packet_of(3);
+  feed.sends(packet_of(1));
+  ASSERT_TRUE(follower.await_feed(PATIENCE));
+  follower.join();
+  EXPECT_EQ(images, std::vector<uint64_t>{4});
+  EXPECT_TRUE(follower.in_step());
+}
+
+TEST_F(EndlessSubscriberTest, counts_packets_of_another_session_and_names_it) {
+  follower.follow_from_start();
+  feed.sends(packet_of(3));
+  follower.await_seq(3);
+  feed.sends(with_session(packet_of(2), 4242));
+  ASSERT_TRUE(hears(2));
+  EXPECT_EQ(follower.other_session(), 4242u);
+  EXPECT_EQ(follower.counters().foreign, 1u);
+  EXPECT_EQ(follower.next_seq(), 4u);
+  follower.forget_other_session();
+  EXPECT_EQ(follower.other_session(), std::nullopt);
+}
+
+TEST_F(EndlessSubscriberTest, notices_a_run_that_begins_anew_under_the_same_session) {
+  follower.follow_from_start();
+  const Bytes first = packet_of(3);
+  feed.sends(first);
+  feed.sends(sent_later(packet_of(3)));
+  feed.sends(first);  // a late duplicate is none
+  ASSERT_TRUE(hears(3));
+  EXPECT_FALSE(follower.rewound());
+  feed.sends(sent_later(sent_later(first)));
+  ASSERT_TRUE(hears(4));
+  EXPECT_TRUE(follower.rewound());
+}
+
+TEST_F(EndlessSubscriberTest, takes_an_image_where_gap_fill_does_not_answer) {
+  const PortSlot nobody;
+  Ports ports = feed.ports();
+  ports.gap_fill = nobody.ports().gap_fill;
+  RecoveringSubscriber alone(ports, std::nullopt, endless());
+  alone.follow_from_start();
+  feed.sends(packet_of(3));
+  alone.await_seq(3);
+  packet_of(2);  // lost
+  feed.sends(packet_of(1));
+  alone.await_seq(6);
+  EXPECT_EQ(images, std::vector<uint64_t>{6});
+  EXPECT_EQ(alone.counters().jumped, 3u);
+  EXPECT_TRUE(alone.skipped().empty());
+  EXPECT_EQ(alone.book().book("AAPL").bids.size(), 6u);
+}
+
 }  // namespace
 }  // namespace quorl::client

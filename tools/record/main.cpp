@@ -31,9 +31,7 @@ std::optional<int> read(tools::RecordOptions& options, int argc, char** argv) {
   std::string span;
   line.add_option("FILE", options.file, "The pcap file to write; - is standard output")->required();
   add_feed_address(line, feed);
-  line.add_option("--iface", options.interface, "Address of the interface to listen on")
-      ->check(CLI::ValidIPV4)
-      ->capture_default_str();
+  add_interface(line, options.interface);
   line.add_option("--for", span, "End after this time: 10s, 500ms, 2m")
       ->check(CLI::Validator(complaint_about_span, "TIME"))
       ->type_name("");

@@ -43,13 +43,12 @@ int Recorder::run() {
 }
 
 bool Recorder::over() const {
-  return signals_.come_within(std::chrono::milliseconds(0)) || counted_out() ||
-         (end_ && Clock::now() >= *end_);
+  return signal_.came() || counted_out() || (end_ && Clock::now() >= *end_);
 }
 
 /// Until a packet or a signal comes or the time is over.
 void Recorder::wait() const {
-  pollfd fds[] = {{listener_.fd(), POLLIN, 0}, {signals_.fd(), POLLIN, 0}};
+  pollfd fds[] = {{listener_.fd(), POLLIN, 0}, {signal_.fd(), POLLIN, 0}};
   timespec left{};
   if (end_) {
     const auto span = std::max(*end_ - Clock::now(), Clock::duration::zero());

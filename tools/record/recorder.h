@@ -7,9 +7,9 @@
 
 #include "tools/capture/capture_writer.h"
 #include "tools/capture/endpoint.h"
-#include "tools/control/stop_signals.h"
 #include "tools/record/group_listener.h"
 #include "tools/record/heard.h"
+#include "tools/stop_signal.h"
 
 namespace tools {
 
@@ -49,7 +49,7 @@ class Recorder {
   void sum_up() const;
 
   const RecordOptions& options_;
-  StopSignals signals_;
+  StopSignal signal_;
   Endpoint group_;
   GroupListener listener_;
   CaptureWriter file_;

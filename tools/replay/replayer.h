@@ -6,7 +6,6 @@
 #include <optional>
 
 #include "quorl/client/bytes.h"
-#include "tools/control/stop_signals.h"
 #include "tools/replay/feed_sender.h"
 #include "tools/replay/gap_fill_service.h"
 #include "tools/replay/options.h"
@@ -16,6 +15,7 @@
 #include "tools/replay/snap_service.h"
 #include "tools/replay/steps.h"
 #include "tools/replay/stream.h"
+#include "tools/stop_signal.h"
 
 namespace tools {
 
@@ -45,7 +45,6 @@ class Replayer {
  private:
   using Clock = std::chrono::steady_clock;
 
-  bool stopped() const { return signals_.come_within(std::chrono::milliseconds(0)); }
   bool play(uint64_t round);
   bool step(size_t index);
   void send(const RecordedPacket& packet);
@@ -56,7 +55,7 @@ class Replayer {
   const ReplayOptions& options_;
   const RecordedFeed& feed_;
   const Stream& stream_;
-  StopSignals signals_;
+  StopSignal signal_;
   FeedSender sender_;
   std::optional<GapFillService> gap_fill_;
   std::optional<SnapService> snap_;

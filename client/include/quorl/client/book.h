@@ -21,7 +21,7 @@ struct SymbolBook {
   AskLevels asks;
   Price4 last_price = 0;  // 0 until the first trade
   uint64_t volume = 0;
-  std::vector<TradeReport> trades;
+  std::vector<TradeReport> trades;  // all, unless the builder was told not to keep them
 };
 
 /// Rebuilds the shown book from DEEP messages and holds the feed to its word: within one event all
@@ -30,6 +30,10 @@ struct SymbolBook {
 /// shown. Trade numbers rise by one. Throws WireError otherwise.
 class BookBuilder {
  public:
+  /// `keeps_trades` false: SymbolBook::trades stays empty, so that a run without end needs no
+  /// memory without end.
+  explicit BookBuilder(bool keeps_trades = true) : keeps_trades_(keeps_trades) {}
+
   void apply(const DeepMessage& message);
 
   /// Starts over from an image, whose level updates are each an event of their own. Trades and
@@ -57,6 +61,7 @@ class BookBuilder {
   void on_level(const LevelUpdate& update);
   void join_event(const std::string& symbol, uint64_t timestamp_ns);
 
+  bool keeps_trades_;
   std::map<std::string, SymbolBook> books_;
   std::optional<OpenEvent> event_;
   uint64_t last_trade_id_ = 0;

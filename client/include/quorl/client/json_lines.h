@@ -76,8 +76,10 @@ struct BboLine {
   std::string ask;
 };
 
-// Each reader demands the exact text, piece by piece: keys, order, quotes, no blanks, numbers in
-// their one form. A line is given without its line end, a file whole. All throw WireError.
+// Each reader demands the exact text: keys, order, quotes, no blanks, numbers in their one form. A
+// line is given without its line end, a file whole. All throw WireError. The exchange escapes
+// nothing: a line whose values have a quotation mark, a backslash, a control character or bytes
+// other than UTF-8 in them is no JSON, and is refused too.
 OrderEvent parse_order_event(std::string_view line);
 MarketTruthLine parse_market_truth(std::string_view line);
 BookFile parse_book_file(std::string_view content);

@@ -2,17 +2,22 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "quorl/client/bytes.h"
 #include "quorl/client/deadline.h"
 
 namespace quorl::client {
 
-/// One connection to 127.0.0.1, closed with the object.
+/// One connection, closed with the object.
 class TcpStream {
  public:
-  /// Throws SystemError if the port refuses.
+  /// To 127.0.0.1. Throws SystemError if the port refuses.
   static TcpStream connect(uint16_t port, Deadline deadline = Deadline::after(PATIENCE));
+
+  /// To an IPv4 address in dotted quad. Throws WireError if it is none, SystemError if the port
+  /// refuses or there is no way there, Timeout if nothing answers.
+  static TcpStream connect(const std::string& address, uint16_t port, Deadline deadline);
 
   TcpStream() = default;  // not connected
   TcpStream(TcpStream&& other) noexcept;

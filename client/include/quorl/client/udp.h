@@ -25,9 +25,11 @@ class UdpSocket {
   /// Bound to the wildcard address and `port`, which another SO_REUSEADDR socket may be bound to.
   static UdpSocket on_wildcard(uint16_t port);
 
-  /// A member of `group` through interface 127.0.0.1, bound to the group's address and `port`:
-  /// other groups on the same port are not heard.
-  static UdpSocket in_group(const std::string& group, uint16_t port);
+  /// A member of `group` through the interface with this address (0.0.0.0: the one that the
+  /// system's routes name), bound to the group's address and `port`: other groups on the same port
+  /// are not heard. Throws SystemError if no interface has the address.
+  static UdpSocket in_group(const std::string& group, uint16_t port,
+                            const std::string& interface_address = "127.0.0.1");
 
   UdpSocket(UdpSocket&& other) noexcept;
   UdpSocket& operator=(UdpSocket&& other) noexcept;
