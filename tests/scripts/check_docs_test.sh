@@ -72,6 +72,7 @@ done\n```'
 expect_found 'README.md:2: not what stands in docs/other.md' \
   $'<!-- file: docs/other.md -->\n```text\n# Page\n```'
 expect_found 'README.md:1: a block without a tag' $'```\nanything\n```'
+expect_found 'README.md:2: this would change the machine' $'```sh\nfalse && sudo true\n```'
 expect_found 'README.md:1: a block without an end' $'```text\nanything\n'
 expect_found 'README.md:1: unknown tag shell' $'```shell\nls\n```'
 expect_found 'README.md:2: a command in a block of json' $'```json\n$ ls\n```'

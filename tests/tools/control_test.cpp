@@ -185,10 +185,10 @@ TEST(Control, does_nothing_when_it_is_used_wrongly) {
       {{"pause", "--json"}, "--json goes with the command stats alone"},
       {{"pause", "--watch"}, "--watch goes with the command stats alone"},
       {{"stats", "--every", "1"}, "--every requires --watch"},
-      {{"pause", "--timeout", "soon"}, "--timeout: soon is no number of seconds"},
-      {{"pause", "--timeout", "0"}, "--timeout: 0 is no number of seconds"},
-      {{"pause", "--timeout", "nan"}, "--timeout: nan is no number of seconds"},
-      {{"pause", "--timeout", "1s"}, "--timeout: 1s is no number of seconds"},
+      {{"pause", "--timeout", "soon"}, "soon is no time in seconds above 0"},
+      {{"pause", "--timeout", "0"}, "0 is no time in seconds above 0"},
+      {{"pause", "--timeout", "nan"}, "nan is no time in seconds above 0"},
+      {{"pause", "--timeout", "1s"}, "1s is no time in seconds above 0"},
       {{"pause", "-x"}, "there is no option -x"},
   };
   for (const auto& [words, complaint] : cases) {

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdint>
 #include <fstream>
 #include <string>
@@ -488,6 +489,8 @@ TEST_F(Doctor, finds_paths_that_cannot_be_written) {
 TEST_F(Doctor, finds_paths_that_we_may_not_write) {
   write_file(in_directory("file"), "");
   ASSERT_EQ(::chmod(in_directory("file").c_str(), 0444), 0);
+  write_file(in_directory("book.tmp"), "");
+  ASSERT_EQ(::chmod(in_directory("book.tmp").c_str(), 0666), 0);
   ASSERT_EQ(::chmod(directory().c_str(), 0555), 0);
   EXPECT_TRUE(tools_test::as_nobody([this] {
     for (const std::string flag : {"--truth-out", "--book-out"}) {
@@ -500,6 +503,11 @@ TEST_F(Doctor, finds_paths_that_we_may_not_write) {
                 ElementsAre("--truth-out " + in_directory("file") +
                             ": is not written, and no line says so (" + in_directory("file") +
                             ": Permission denied)"));
+    EXPECT_THAT(
+        finds({"--book-out", in_directory("book")}),
+        Contains("--book-out " + in_directory("book") + ": is not written, and no line says so (" +
+                 directory() + ": Permission denied)"))
+        << "the temporary file is, but cannot be renamed";
   }));
   ASSERT_EQ(::chmod(directory().c_str(), 0755), 0);
 }
@@ -561,7 +569,8 @@ TEST_F(Doctor, finds_what_the_temporary_file_would_take_the_place_of) {
 
 TEST_F(Doctor, finds_a_disk_that_is_full) {
   constexpr size_t ROOM = 2 << 20;
-  const bool entered = tools_test::with_disk_of(ROOM, directory(), [this] {
+  const std::string options = "size=" + std::to_string(ROOM);
+  const bool entered = tools_test::with_disk(options, directory(), [this] {
     EXPECT_THAT(finds({"--truth-out", in_directory("t")}), IsEmpty());
     write_file(in_directory("filler"), std::string(ROOM, 'x'));
     for (const std::string flag : {"--truth-out", "--book-out"}) {
@@ -570,6 +579,17 @@ TEST_F(Doctor, finds_a_disk_that_is_full) {
                               " is full: 0 bytes are left, and a line that finds no room is lost "
                               "unsaid"));
     }
+  });
+  if (!entered) GTEST_SKIP() << "no disk of our own";
+}
+
+TEST_F(Doctor, finds_a_disk_that_takes_no_further_file) {
+  const bool entered = tools_test::with_disk("size=4m,nr_inodes=2", directory(), [this] {
+    write_file(in_directory("there"), "");
+    EXPECT_THAT(finds({"--truth-out", in_directory("there")}), IsEmpty());
+    EXPECT_THAT(finds({"--truth-out", in_directory("t")}),
+                ElementsAre("--truth-out " + in_directory("t") +
+                            ": no further file can be made on the disk of " + directory()));
   });
   if (!entered) GTEST_SKIP() << "no disk of our own";
 }
@@ -657,16 +677,20 @@ TEST(StandardError, as_a_pipe_can_stop_the_exchange) {
                 ElementsAre("standard error: is a pipe: if nobody reads it, the exchange stands "
                             "still once it is full"));
   }
+  const auto before = ::signal(SIGPIPE, SIG_DFL);
   EXPECT_THAT(lines_of(odd_standard_error(writing.fd())),
               ElementsAre("standard error: is a pipe without a reader: the first line ends the "
                           "exchange"));
+  ::signal(SIGPIPE, SIG_IGN);
+  EXPECT_THAT(lines_of(odd_standard_error(writing.fd())),
+              ElementsAre("standard error: is a pipe without a reader: all lines are lost"));
+  ::signal(SIGPIPE, before);
 }
 
 TEST(StandardError, may_be_closed) {
-  EXPECT_THAT(
-      lines_of(odd_standard_error(-1)),
-      ElementsAre("standard error: is closed: the lines of the exchange go to what it opens "
-                  "next"));
+  EXPECT_THAT(lines_of(odd_standard_error(-1)),
+              ElementsAre("standard error: is closed: the lines of the exchange go to whatever it "
+                          "opens under number 2"));
 }
 
 // ---- scenario

@@ -48,18 +48,19 @@ struct Diagnosis {
 };
 
 /// Standard error goes to no pipe, so that this is not found. Nothing of our environment is seen.
-Diagnosis diagnose(const Words& words, const std::map<std::string, std::string>& environment = {}) {
+Diagnosis diagnose(const Words& words, const std::map<std::string, std::string>& environment = {},
+                   const std::string& standard_error = "/dev/null") {
   int ends[2];
   if (::pipe2(ends, O_CLOEXEC) != 0) throw client::SystemError("pipe2");
-  const int null = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+  const int err = ::open(standard_error.c_str(), O_WRONLY | O_CLOEXEC);
   client::LineCollector out(ends[0]);
   client::ChildProcess doctor({.program = std::string(QUORL_TOOLS) + "/quorl-doctor",
                                .arguments = words,
                                .environment = environment,
                                .stdout_fd = ends[1],
-                               .stderr_fd = null});
+                               .stderr_fd = err});
   ::close(ends[1]);
-  ::close(null);
+  ::close(err);
   const client::Deadline deadline = client::Deadline::after(client::PATIENCE);
   Diagnosis diagnosis;
   diagnosis.status = doctor.wait_exit(deadline).code;
@@ -156,6 +157,18 @@ TEST(Doctor, sees_that_its_own_standard_error_is_a_pipe) {
   EXPECT_EQ(said.out,
             "standard error: is a pipe: if nobody reads it, the exchange stands still once it is "
             "full\n");
+}
+
+TEST(Doctor, sees_that_its_own_standard_error_is_a_truth_file) {
+  const client::TempDirectory directory;
+  const std::string path = directory.path() + "/log";
+  write_file(path, "");
+  const Case good(e2e::living());
+  Words words = good.port_words();
+  words.insert(words.end(), {"--truth-out", path});
+  EXPECT_THAT(
+      diagnose(words, {}, path).lines,
+      ElementsAre("--truth-out " + path + ": is the file that standard error goes to, too"));
 }
 
 TEST(Doctor, reads_both_variables_of_the_environment) {
@@ -356,6 +369,34 @@ TEST(DoctorAndExchange, a_truth_file_in_use_takes_the_lines_of_both) {
   }
   EXPECT_THAT(client::read_file(path), HasSubstr("{\"mark\":\"first\""));
   EXPECT_THAT(client::read_file(path), HasSubstr("{\"mark\":\"second\""));
+}
+
+TEST(DoctorAndExchange, a_log_without_a_reader_ends_the_exchange) {
+  const Case start(e2e::living());
+  int ends[2];
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+  ::close(ends[0]);
+  const client::Deadline deadline = client::Deadline::after(client::PATIENCE);
+  const auto before = ::signal(SIGPIPE, SIG_DFL);  // is inherited
+  client::ChildProcess exchange(
+      {.program = QUORL_BINARY, .arguments = start.port_words(), .stderr_fd = ends[1]});
+  ::signal(SIGPIPE, before);
+  ::close(ends[1]);
+  EXPECT_EQ(exchange.wait_exit(deadline).signal, SIGPIPE);
+}
+
+TEST(DoctorAndExchange, lines_go_to_what_is_opened_in_place_of_a_closed_log) {
+  const client::TempDirectory directory;
+  const Case start(e2e::living());
+  const std::string path = directory.path() + "/orders";
+  Words words = {"-c", "exec \"$0\" \"$@\" 0<&- 1>&- 2>&-", QUORL_BINARY};
+  const Words ports = start.port_words();
+  words.insert(words.end(), ports.begin(), ports.end());
+  // Numbers 0 and 1 are the feed's socket and that of gap fill, 2 is the order event file.
+  client::ChildProcess exchange(
+      {.program = "/bin/sh", .arguments = words, .environment = {{"BENCH_ORDER_TRUTH", path}}});
+  EXPECT_EQ(run_tool("control", {"--port", ports.back(), "--wait"}).status, 0);
+  EXPECT_THAT(client::read_file(path), HasSubstr("[quorl] DEEP/IEX-TP "));
 }
 
 TEST(DoctorAndExchange, a_key_that_is_none_arms_nothing) {

@@ -7,7 +7,6 @@
 #include <cctype>
 #include <charconv>
 #include <chrono>
-#include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <exception>
@@ -23,13 +22,7 @@ namespace {
 
 constexpr const char* PORT_VARIABLE = "QUORL_CONTROL_PORT";
 
-constexpr double LEAST_S = 0.001;
-constexpr double MOST_S = 86400;
-constexpr double WAITING_TIMEOUT_S = 10;  // with --wait: a start takes its time
-
-std::chrono::milliseconds in_ms(double seconds) {
-  return std::chrono::milliseconds(std::llround(std::ceil(seconds * 1000)));
-}
+constexpr std::chrono::seconds TIMEOUT_OF_A_START{10};  // with --wait, unless told otherwise
 
 std::optional<uint16_t> port_of(const std::string& text) {
   uint16_t port = 0;
@@ -37,13 +30,6 @@ std::optional<uint16_t> port_of(const std::string& text) {
   const auto [stop, error] = std::from_chars(text.data(), end, port);
   if (error != std::errc() || stop != end || port == 0) return std::nullopt;
   return port;
-}
-
-std::string complaint_about_seconds(const std::string& text) {
-  char* end = nullptr;
-  const double seconds = std::strtod(text.c_str(), &end);
-  const bool good = !text.empty() && *end == '\0' && seconds >= LEAST_S && seconds <= MOST_S;
-  return good ? "" : text + " is no number of seconds from 0.001 to 86400";
 }
 
 /// The words of the command. A complaint if an option of ours that there is not is among them;
@@ -70,25 +56,18 @@ int main(int argc, char** argv) {
   tools::CommandLine line(
       "quorl-control", "Sends a command, the WORDs, to a running exchange and prints the reply.");
   tools::Request request;
-  double timeout_s = 1;
-  double every_s = 1;
-  const CLI::Validator seconds(complaint_about_seconds, "SECONDS");
   const CLI::Option* const port =
       add_port(line, "--port", request.port,
                "The exchange's --control-port; the default is $QUORL_CONTROL_PORT if that is set");
-  const CLI::Option* const timeout =
-      line.add_option("--timeout", timeout_s,
-                      "How long to wait for the reply; with --wait, for the exchange: 10")
-          ->check(seconds)
-          ->capture_default_str();
+  const CLI::Option* const timeout = add_seconds(
+      line, "--timeout", request.timeout,
+      "How long to wait for the reply; with --wait, for the exchange (default 1, with --wait 10)");
   line.add_flag("--wait", request.wait, "First wait until the exchange answers; needs no command");
   CLI::Option* const json =
       line.add_flag("--json", request.json, "The reply to stats as one JSON object");
   CLI::Option* const watched =
       line.add_flag("--watch", request.watch, "Repeat stats and show what moved, until Ctrl-C");
-  line.add_option("--every", every_s, "Between two rounds of --watch")
-      ->check(seconds)
-      ->capture_default_str()
+  add_seconds(line, "--every", request.every, "Between two rounds of --watch (default 1)")
       ->needs(watched);
   line.allow_extras();  // the command; as a list of its own the library would read "[a,b]" as two
   line.footer(
@@ -108,9 +87,7 @@ int main(int argc, char** argv) {
     }
     request.port = *given;
   }
-  if (request.wait && timeout->count() == 0) timeout_s = WAITING_TIMEOUT_S;
-  request.timeout = in_ms(timeout_s);
-  request.every = in_ms(every_s);
+  if (request.wait && timeout->count() == 0) request.timeout = TIMEOUT_OF_A_START;
   request.coloured = tools::wants_colour(STDOUT_FILENO);
   const std::string text = tools::joined(request.words);
   if (!(request.wait && request.words.empty())) {

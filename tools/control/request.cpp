@@ -1,5 +1,8 @@
 #include "tools/control/request.h"
 
+#include <poll.h>
+
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <optional>
@@ -7,8 +10,9 @@
 #include "tools/control/command_words.h"
 #include "tools/control/control_socket.h"
 #include "tools/control/stats_report.h"
-#include "tools/control/stop_signals.h"
 #include "tools/exit_status.h"
+#include "tools/seconds.h"
+#include "tools/stop_signal.h"
 
 namespace client = quorl::client;
 
@@ -50,8 +54,18 @@ int command(const Request& request) {
   return print_reply(request, answer.text);
 }
 
+/// Waits that long, or until the signal comes, and says whether it has.
+bool comes_within(std::chrono::milliseconds span, const StopSignal& stop) {
+  const auto end = std::chrono::steady_clock::now() + span;
+  while (!stop.came() && std::chrono::steady_clock::now() < end) {
+    pollfd ready{stop.fd(), POLLIN, 0};
+    (void)::poll(&ready, 1, milliseconds_until(end));
+  }
+  return stop.came();
+}
+
 int watch(const Request& request) {
-  const StopSignals stop;
+  const StopSignal stop;
   std::optional<client::ControlStats> before;
   while (true) {
     const Answer answer = ask(request.port, "stats", request.deadline(), stop.fd());
@@ -64,7 +78,7 @@ int watch(const Request& request) {
     std::printf("%s%s\n", request.json ? "" : (time_of_day() + "  ").c_str(), line.c_str());
     if (std::fflush(stdout) != 0) return SAID_NO;  // nobody can read it any more
     before = now;
-    if (stop.come_within(request.every)) return GOOD;
+    if (comes_within(request.every, stop)) return GOOD;
   }
 }
 

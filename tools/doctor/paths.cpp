@@ -102,7 +102,6 @@ std::string obstacle(const std::string& path) {
   const auto home = at(directory);
   if (!home) return directory + ": " + std::strerror(errno);
   if (!S_ISDIR(home->st_mode)) return directory + " is no directory";
-  if (target.ends_with('/')) return target + " is the name of a directory";
   if (!may(directory, W_OK | X_OK)) return directory + ": " + std::strerror(errno);
   struct stat status {};
   if (::lstat(target.c_str(), &status) != 0 && errno != ENOENT) {

@@ -37,7 +37,8 @@ int try_to_bind(int type, in_addr_t address, uint16_t port, bool shares) {
 bool is_shared(const std::vector<SocketEntry>& holders, uint16_t port) {
   const bool every_address = std::any_of(holders.begin(), holders.end(),
                                          [](const auto& h) { return h.on_every_address(); });
-  return try_to_bind(SOCK_DGRAM, every_address ? DECOY : INADDR_ANY, port, true) == 0;
+  const bool decoy = every_address || holders.empty();  // unseen: as careful as can be
+  return try_to_bind(SOCK_DGRAM, decoy ? DECOY : INADDR_ANY, port, true) == 0;
 }
 
 struct Service {

@@ -9,6 +9,7 @@
 
 #include "quorl/client/control_client.h"
 #include "quorl/client/deadline.h"
+#include "quorl/client/errors.h"
 #include "tools/ladder/desk.h"
 #include "tools/ladder/follower.h"
 #include "tools/ladder/terminal.h"
@@ -21,7 +22,8 @@ namespace client = quorl::client;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr milliseconds FRAME{100};  // from one picture to the next, unless a key comes
+constexpr milliseconds FRAME{100};      // from one picture to the next, unless a key comes
+constexpr unsigned MOST_REPLIES = 100;  // taken at a time: the keys must not wait
 
 /// The desk and the socket to the control port. Nothing here waits.
 class ControlLink {
@@ -33,8 +35,7 @@ class ControlLink {
   void press(char key) { send(desk_.press(key, steady_clock::now())); }
 
   void turn() {
-    while (const auto reply = port_.receive(milliseconds(0))) {
-      desk_.heard(*reply, steady_clock::now());
+    for (unsigned i = 0; i < MOST_REPLIES && take_reply(); ++i) {
     }
     send(desk_.due(steady_clock::now()));
   }
@@ -42,6 +43,17 @@ class ControlLink {
  private:
   void send(const std::vector<std::string>& datagrams) {
     for (const std::string& datagram : datagrams) port_.send(datagram);
+  }
+
+  /// False if none is there.
+  bool take_reply() {
+    try {
+      const auto reply = port_.receive(milliseconds(0));
+      if (reply) desk_.heard(*reply, steady_clock::now());
+      return reply.has_value();
+    } catch (const client::WireError&) {
+      return true;  // of somebody else, who is nobody's business here
+    }
   }
 
   client::ControlClient port_;

@@ -54,13 +54,13 @@ bool in_no_network(const std::function<void()>& work) {
   return on_own_thread([] { return ::unshare(CLONE_NEWNET) == 0; }, work);
 }
 
-bool with_disk_of(size_t bytes, const std::string& directory, const std::function<void()>& work) {
-  const std::string size = "size=" + std::to_string(bytes);
+bool with_disk(const std::string& options, const std::string& directory,
+               const std::function<void()>& work) {
   return on_own_thread(
       [&] {
         return ::unshare(CLONE_NEWNS) == 0 &&
                ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-               ::mount("none", directory.c_str(), "tmpfs", 0, size.c_str()) == 0;
+               ::mount("none", directory.c_str(), "tmpfs", 0, options.c_str()) == 0;
       },
       work);
 }

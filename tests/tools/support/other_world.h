@@ -14,8 +14,9 @@ bool in_own_network(const std::function<void()>& work);
 /// The same without 127.0.0.1: nothing can be sent anywhere.
 bool in_no_network(const std::function<void()>& work);
 
-/// A small disk at the directory, which is there already.
-bool with_disk_of(size_t bytes, const std::string& directory, const std::function<void()>& work);
+/// A small disk at the directory, which is there already: "size=65536,nr_inodes=10".
+bool with_disk(const std::string& options, const std::string& directory,
+               const std::function<void()>& work);
 
 /// Without the rights of root, if we have them.
 bool as_nobody(const std::function<void()>& work);
