@@ -376,7 +376,8 @@ TEST_F(Record, refuses_what_it_cannot_understand_before_it_listens) {
       {{path(), "--for", "soon"}, "--for: soon is no time such as 10s, 500ms or 2m"},
       {{path(), "--count", "0"}, "--count"},
       {{path(), "--mcast", "10.0.0.1"}, "10.0.0.1 is no multicast group"},
-      {{path(), "--iface", "lo"}, "--iface"},
+      {{path(), "--iface", "lo"}, "lo is no IPv4 address"},
+      {{path(), "--iface", "192.0.2.1"}, "no interface of this machine has the address 192.0.2.1"},
       {{path("no/such/directory")}, "cannot write " + path("no/such/directory")},
   };
   for (const auto& [words, complaint] : cases) {

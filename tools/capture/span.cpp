@@ -31,16 +31,4 @@ std::optional<std::chrono::nanoseconds> parse_span(const std::string& text) {
   return std::nullopt;
 }
 
-CLI::Option* add_span(CLI::App& app, const std::string& names,
-                      std::optional<std::chrono::nanoseconds>& span, const std::string& what) {
-  const auto check = [](const std::string& text) {
-    return parse_span(text) ? "" : text + " is no time such as 10s, 500ms or 2m";
-  };
-  return app
-      .add_option_function<std::string>(
-          names, [&span](const std::string& text) { span = parse_span(text); }, what)
-      ->check(CLI::Validator(check, "TIME"))
-      ->type_name("");
-}
-
 }  // namespace tools

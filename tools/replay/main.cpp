@@ -3,166 +3,166 @@
 //
 //   quorl-replay FILE.pcap [group [port]]
 
-#include <cstdio>
-#include <cstdlib>
-#include <memory>
-#include <string>
+#include <algorithm>
+#include <charconv>
+#include <ctime>
+#include <functional>
+#include <vector>
 
-#include "quorl/client/errors.h"
-#include "tools/capture/capture_reader.h"
-#include "tools/capture/counted.h"
-#include "tools/replay/market.h"
+#include "tools/capture/endpoint.h"
+#include "tools/capture/span.h"
+#include "tools/command_line.h"
 #include "tools/replay/options.h"
-#include "tools/replay/recording.h"
-#include "tools/replay/replayer.h"
-#include "tools/replay/stream.h"
-
-namespace client = quorl::client;
+#include "tools/replay/replay.h"
 
 namespace {
 
-using tools::counted;
+using tools::ReplayOptions;
 
-void say(const std::string& text) { std::fprintf(stderr, "quorl-replay: %s\n", text.c_str()); }
+constexpr double SLOWEST = 0.0001;
+constexpr double FASTEST = 1e6;
+constexpr uint32_t SESSION_MASK = 0x7fffffff;  // as the exchange takes its own from the clock
 
-/// Why there is nothing to replay.
-std::string complaint(const tools::Recording& recording, const tools::ReplayOptions& options) {
-  if (!recording.damage.empty() && recording.datagrams == 0) {
-    return options.file + " is damaged: " + recording.damage;
-  }
-  uint64_t cut = 0;
-  for (const tools::RecordedFeed& feed : recording.feeds) cut += feed.cut;
-  if (recording.feeds.empty()) {
-    return options.file + " holds no packet of a feed (" + counted(recording.frames, "frame") +
-           ", " + counted(recording.datagrams, "UDP datagram") + ")";
-  }
-  if (options.wish.group || options.wish.session) {
-    std::string text = "the feed asked for is not in " + options.file + ", which holds";
-    for (const tools::RecordedFeed& feed : recording.feeds) text += " [" + describe(feed) + "]";
-    return text;
-  }
-  if (cut > 0) {
-    return options.file + " holds only the beginnings of packets: capture whole ones (" +
-           counted(cut, "packet") + " cut)";
-  }
-  return options.file + " holds only damaged packets of a feed";
+template <typename Number>
+std::optional<Number> number_in(const std::string& text) {
+  Number number{};
+  const char* end = text.data() + text.size();
+  const auto [behind, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc() || behind != end) return std::nullopt;
+  return number;
 }
 
-void say_what_was_chosen(const tools::Recording& recording, const tools::RecordedFeed& feed,
-                         const tools::ReplayOptions& options) {
-  if (recording.feeds.size() == 1) return;
-  std::string others;
-  for (const tools::RecordedFeed& other : recording.feeds) {
-    if (&other != &feed) others += (others.empty() ? "" : "; ") + describe(other);
+/// A value as its option understands it. Returns what is wrong with it, or an empty text.
+using Taker = std::function<std::string(ReplayOptions&, const std::string&)>;
+
+std::string take_speed(ReplayOptions& options, const std::string& text) {
+  if (text == "max") {
+    options.speed.reset();
+    return "";
   }
-  say(options.file + " holds " + counted(recording.feeds.size(), "feed") + ", replayed is " +
-      describe(feed) + "; not: " + others);
+  const auto factor = number_in<double>(text);
+  if (!factor || !(*factor >= SLOWEST && *factor <= FASTEST)) {
+    return text + " is no factor from 0.0001 to 1000000, nor max";
+  }
+  options.speed = *factor;
+  return "";
 }
 
-void say_what_is_missing(const tools::Stream& stream) {
-  const auto& messages = stream.messages();
-  uint64_t gaps = 0;
-  uint64_t missing = 0;
-  uint64_t unknown = 0;
-  tools::Market market;
-  for (size_t i = 0; i < messages.size(); ++i) {
-    if (!market.apply(messages[i].bytes)) ++unknown;
-    if (i + 1 == messages.size() || stream.follows_on(i)) continue;
-    ++gaps;
-    missing += messages[i + 1].seq - messages[i].seq - 1;
+std::string take_session(ReplayOptions& options, const std::string& text) {
+  if (text == "keep") {
+    options.session.reset();
+  } else if (text == "new") {
+    options.session = static_cast<uint32_t>(std::time(nullptr)) & SESSION_MASK;
+  } else if (const auto number = number_in<uint32_t>(text)) {
+    options.session = *number;
+  } else {
+    return text + " is no session number, nor keep or new";
   }
-  if (!messages.empty() && !stream.begins_with_the_run()) {
-    say("the recording begins in the middle of a run, with number " +
-        std::to_string(messages.front().seq) +
-        ": images show only what has been said from there on");
-  }
-  if (gaps > 0) {
-    say("the recording lacks " + counted(missing, "message") + " in " + counted(gaps, "gap") +
-        ": gap fill cannot bring them, and images may show levels that have changed since");
-  }
-  if (unknown > 0) {
-    say(counted(unknown, "message") + " of unknown form: replayed as recorded, left out of images");
-  }
+  return "";
 }
 
-/// True if the recording is all there.
-bool say_what_is_damaged(const tools::Recording& recording, const tools::RecordedFeed& feed,
-                         const tools::ReplayOptions& options) {
-  if (!recording.damage.empty()) {
-    say(options.file + " ends in the middle (" + recording.damage + "): replayed is what is whole");
+std::string take_loop(ReplayOptions& options, const std::string& text) {
+  if (text == "ever") {
+    options.rounds = 0;
+    return "";
   }
-  if (feed.cut > 0) {
-    say(counted(feed.cut, "packet") + " left out: cut by the capture's snap length");
-  }
-  if (feed.damaged > 0) say(counted(feed.damaged, "packet") + " left out: damaged");
-  return recording.damage.empty() && feed.cut == 0 && feed.damaged == 0;
+  const auto number = number_in<uint64_t>(text);
+  if (!number || *number == 0) return text + " is no number of rounds from 1 on";
+  options.rounds = *number;
+  return "";
 }
 
-void say_where_it_goes(const tools::RecordedFeed& feed, const tools::ReplayOptions& options,
-                       uint32_t session) {
-  char seconds[32];
-  std::snprintf(seconds, sizeof seconds, "%.1f", static_cast<double>(feed.span_ns()) / 1e9);
-  say(counted(feed.packets.size(), "packet") + ", " + counted(feed.messages(), "message") + ", " +
-      seconds + " seconds, to " + options.to.group + ":" + std::to_string(options.to.port) +
-      " as session " + std::to_string(session));
+std::string take_from(ReplayOptions& options, const std::string& text) {
+  options.wish.group = tools::parse_endpoint(text);
+  return options.wish.group ? "" : text + " is no GROUP:PORT such as 233.54.26.111:25477";
 }
 
-void sum_up(const tools::Replayer& replayer) {
-  const tools::Replayer::Counters& counters = replayer.counters();
-  std::string text =
-      "sent " + counted(counters.packets, "packet") + ", " + counted(counters.messages, "message");
-  if (counters.rounds > 1) text += " in " + counted(counters.rounds, "round");
-  if (counters.dropped > 0) text += ", dropped " + counted(counters.dropped, "packet");
-  if (const auto& gap_fill = replayer.gap_fill()) {
-    text += "; gap fill: " + counted(gap_fill->requests(), "request") + ", " +
-            counted(gap_fill->messages(), "message");
-    if (gap_fill->refused() > 0) text += ", " + std::to_string(gap_fill->refused()) + " refused";
+std::string take_drops(ReplayOptions& options, const std::string& text) {
+  size_t begin = 0;
+  while (begin <= text.size()) {
+    const size_t comma = std::min(text.find(',', begin), text.size());
+    const auto number = number_in<uint64_t>(text.substr(begin, comma - begin));
+    if (!number || *number == 0) return text + " is no list of packet numbers such as 3,17";
+    options.drops.packets.insert(*number);
+    begin = comma + 1;
   }
-  if (const auto& snap = replayer.snap()) text += "; " + counted(snap->images(), "image");
-  say(text);
+  return "";
 }
 
-int replay(const tools::ReplayOptions& options) {
-  const tools::Recording recording = tools::read_recording(options.file);
-  const tools::RecordedFeed* feed = choose_feed(recording, options.wish);
-  if (feed == nullptr) {
-    say(complaint(recording, options));
-    return tools::USED_WRONGLY;
+std::string take_stay(ReplayOptions& options, const std::string& text) {
+  if (text == "ever") {
+    options.stay = std::chrono::nanoseconds::max();
+    return "";
   }
-  const tools::Stream stream(*feed);
-  std::unique_ptr<tools::Replayer> replayer;
-  try {
-    replayer = std::make_unique<tools::Replayer>(options, *feed, stream);
-  } catch (const client::SystemError& failure) {
-    say(failure.what());
-    return tools::USED_WRONGLY;
+  const auto span = tools::parse_span(text);
+  if (!span) return text + " is no time such as 10s, 500ms or 2m, nor ever";
+  options.stay = *span;
+  return "";
+}
+
+void add(CLI::App& line, ReplayOptions& options, const std::string& name, const Taker& taker,
+         const std::string& value, const std::string& what) {
+  const auto check = [&options, taker](const std::string& text) { return taker(options, text); };
+  line.add_option_function<std::string>(
+          name, [](const std::string&) {}, what)  // the check has taken it
+      ->check(CLI::Validator(check, value))
+      ->type_name("");
+}
+
+/// --loop may stand alone, in front of anything but a number: it then gets its value here.
+std::vector<std::string> with_value_for_loop(int argc, char** argv) {
+  std::vector<std::string> words(argv, argv + argc);
+  for (size_t i = 0; i < words.size(); ++i) {
+    if (words[i] != "--loop") continue;
+    const bool has_value = i + 1 < words.size() && number_in<int64_t>(words[i + 1]).has_value();
+    if (!has_value) words[i] = "--loop=ever";
   }
-  say_what_was_chosen(recording, *feed, options);
-  const bool whole = say_what_is_damaged(recording, *feed, options);
-  say_what_is_missing(stream);
-  say_where_it_goes(*feed, options, replayer->session_of_round(0));
-  try {
-    replayer->run();
-  } catch (const client::SystemError& failure) {
-    say(failure.what());
-    sum_up(*replayer);
-    return tools::SAID_NO;
-  }
-  sum_up(*replayer);
-  return whole ? tools::GOOD : tools::SAID_NO;
+  return words;
+}
+
+std::optional<int> read(ReplayOptions& options, int argc, char** argv) {
+  tools::CommandLine line("quorl-replay", "Sends the feed out of a capture file to a group again.");
+  line.add_option("FILE", options.file, "The pcap or pcapng file to replay")->required();
+  tools::FeedAddress to;
+  add_feed_address(line, to);
+  line.add_option("--iface", options.interface, "Address of the interface to send from")
+      ->check(CLI::ValidIPV4)
+      ->capture_default_str();
+  add(line, options, "--speed", take_speed, "FACTOR|max",
+      "So many times as fast as it was recorded");
+  line.add_flag("--step", options.step, "Packet by packet: one with each line of standard input")
+      ->excludes("--speed");
+  add(line, options, "--loop", take_loop, "[N]",
+      "Again and again, or N times, each under a new session");
+  add(line, options, "--session", take_session, "N|new|keep",
+      "Session to send under; keep is the recording's");
+  line.add_option("--gapfill-port", options.gap_fill_port,
+                  "UDP port to answer gap fill on; 0 is none (default: the number of --snap-port)")
+      ->check(CLI::Range(0, 65535));
+  line.add_option("--snap-port", options.snap_port, "TCP port to serve images on; 0 is none")
+      ->check(CLI::Range(0, 65535))
+      ->capture_default_str();
+  add(line, options, "--from", take_from, "GROUP:PORT",
+      "The feed to replay, if FILE holds several");
+  line.add_option("--from-session", options.wish.session, "The session to replay, likewise");
+  add(line, options, "--drop", take_drops, "N,M,...", "Lose these packets, counted from 1");
+  line.add_option("--drop-every", options.drops.every, "Lose each packet of such a number")
+      ->check(CLI::Range(uint64_t{1}, UINT64_MAX));
+  add(line, options, "--stay", take_stay, "TIME|ever",
+      "Send heartbeats and answer for this long behind the last packet");
+  const std::vector<std::string> words = with_value_for_loop(argc, argv);
+  std::vector<const char*> pointers;
+  for (const std::string& word : words) pointers.push_back(word.c_str());
+  const auto status = line.read(static_cast<int>(pointers.size()), pointers.data());
+  options.group = to.group;
+  options.port = to.port;
+  return status;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  tools::ReplayOptions options;
-  if (const auto status = read_replay_options(options, argc, argv)) return *status;
-  try {
-    return replay(options);
-  } catch (const tools::UnusableCapture& unusable) {
-    say(unusable.what());
-  } catch (const client::WireError& contradiction) {
-    say(options.file + " holds packets that contradict each other: " + contradiction.what());
-  }
-  return tools::USED_WRONGLY;
+  ReplayOptions options;
+  if (const auto status = read(options, argc, argv)) return *status;
+  return tools::replay(options);
 }

@@ -5,7 +5,6 @@
 #include <optional>
 #include <string>
 
-#include "tools/command_line.h"
 #include "tools/replay/drop_plan.h"
 #include "tools/replay/recording.h"
 
@@ -15,7 +14,8 @@ struct ReplayOptions {
   std::string file;
   FeedWish wish;
 
-  FeedAddress to;
+  std::string group;  // to send to: a dotted quad
+  uint16_t port = 0;
   std::string interface = "127.0.0.1";
   std::optional<uint32_t> session;  // of the first round; nothing: the recording's
 
@@ -28,8 +28,5 @@ struct ReplayOptions {
   uint16_t snap_port = 25479;             // 0: none
   std::optional<uint16_t> gap_fill_port;  // 0: none; nothing: the number of the snap port
 };
-
-/// A status means that the program ends with it; what is to be said has been said.
-std::optional<int> read_replay_options(ReplayOptions& options, int argc, char** argv);
 
 }  // namespace tools

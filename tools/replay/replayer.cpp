@@ -57,7 +57,7 @@ Replayer::Replayer(const ReplayOptions& options, const RecordedFeed& feed, const
     : options_(options),
       feed_(feed),
       stream_(stream),
-      sender_(endpoint_of(options.to.group, options.to.port), options.interface) {
+      sender_(endpoint_of(options.group, options.port), options.interface) {
   const uint16_t gap_fill_port = options.gap_fill_port.value_or(options.snap_port);
   if (gap_fill_port != 0) gap_fill_.emplace(gap_fill_port);
   if (options.snap_port != 0) {
@@ -97,12 +97,12 @@ bool Replayer::play(uint64_t round) {
 /// Waits until the packet may go, and shows it.
 bool Replayer::step(size_t index) {
   wait(Clock::now(), false);  // many steps may have been allowed at once
-  while (!signals_.came() && !steps_.take()) {
+  while (!signal_.came() && !steps_.take()) {
     if (steps_.over()) return false;
     wait(std::nullopt, true);
     steps_.read_what_came();
   }
-  if (signals_.came()) return false;
+  if (signal_.came()) return false;
   const RecordedPacket& packet = feed_.packets[index];
   std::printf("packet %zu of %zu, %s\n", index + 1, feed_.packets.size(),
               numbers_of(stream_, packet).c_str());
@@ -143,14 +143,14 @@ void Replayer::stay() {
 bool Replayer::wait_until(Clock::time_point moment) {
   do {
     wait(moment, false);
-    if (signals_.came()) return false;
+    if (signal_.came()) return false;
   } while (Clock::now() < moment);
   return true;
 }
 
 /// Until the moment, a request, a signal or, if asked for, a step; then serves what has come.
 void Replayer::wait(std::optional<Clock::time_point> until, bool for_a_step) {
-  std::vector<pollfd> fds = {{signals_.fd(), POLLIN, 0}};
+  std::vector<pollfd> fds = {{signal_.fd(), POLLIN, 0}};
   if (for_a_step) fds.push_back({steps_.fd(), POLLIN, 0});
   if (gap_fill_) fds.push_back({gap_fill_->fd(), POLLIN, 0});
   if (snap_) snap_->add_to(fds);

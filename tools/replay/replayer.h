@@ -6,7 +6,6 @@
 #include <optional>
 
 #include "quorl/client/bytes.h"
-#include "tools/capture/stop_signals.h"
 #include "tools/replay/feed_sender.h"
 #include "tools/replay/gap_fill_service.h"
 #include "tools/replay/options.h"
@@ -16,6 +15,7 @@
 #include "tools/replay/snap_service.h"
 #include "tools/replay/steps.h"
 #include "tools/replay/stream.h"
+#include "tools/stop_signal.h"
 
 namespace tools {
 
@@ -55,7 +55,7 @@ class Replayer {
   const ReplayOptions& options_;
   const RecordedFeed& feed_;
   const Stream& stream_;
-  StopSignals signals_;
+  StopSignal signal_;
   FeedSender sender_;
   std::optional<GapFillService> gap_fill_;
   std::optional<SnapService> snap_;

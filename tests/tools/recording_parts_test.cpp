@@ -1,6 +1,4 @@
 // Captures of many kinds, put together byte by byte, and the feeds found in them.
-#include "tools/replay/recording.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -11,6 +9,7 @@
 #include "tests/tools/support/capture_bytes.h"
 #include "tests/tools/support/made_feed.h"
 #include "tools/capture/capture_reader.h"
+#include "tools/replay/recording.h"
 
 namespace {
 
