@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tools/seconds.h"
+#include "tools/standard_streams.h"
 #include "tools/version.h"
 
 namespace tools {
@@ -44,12 +45,13 @@ CommandLine::CommandLine(const std::string& name, const std::string& purpose)
 }
 
 std::optional<int> CommandLine::read(int argc, const char* const* argv) {
+  hold_closed_standard_streams();
   try {
     parse(argc, argv);
     return std::nullopt;
   } catch (const CLI::Success& asked) {  // --help, --version
     exit(asked, std::cout, std::cerr);
-    return GOOD;
+    return status_behind_output(get_name(), GOOD);
   } catch (const CLI::ParseError& wrong) {
     // A word that nobody knows is said first: the one that is missing may be meant by it.
     const std::vector<std::string> unknown = remaining();
@@ -86,7 +88,7 @@ CLI::Option* add_seconds(CLI::App& app, const std::string& names, std::chrono::m
   const auto take = [&time](const std::string& text) {
     const auto read = seconds_from(text);
     if (!read || read->count() == 0) {
-      throw CLI::ValidationError(text + " is no time in seconds above 0");
+      throw CLI::ValidationError(text + " is no time in seconds above 0 and up to a year");
     }
     time = *read;
   };

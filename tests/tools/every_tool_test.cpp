@@ -2,15 +2,21 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "quorl/client/port_slot.h"
+#include "tests/e2e/support/exchange.h"
 #include "tests/tools/support/tool.h"
 
 namespace tools_test {
 namespace {
 
+namespace client = quorl::client;
+
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -44,6 +50,43 @@ TEST_P(EveryTool, refuses_an_option_that_there_is_not) {
   EXPECT_EQ(said.out, "");
   EXPECT_THAT(said.err, StartsWith("quorl-" + GetParam() + ": "));
   EXPECT_THAT(said.err, HasSubstr("--no-such-option"));
+}
+
+/// What a command of the shell says on its standard output, and behind it its exit status.
+std::string told_by_shell(const std::string& command) {
+  FILE* const shell = ::popen((command + "; echo $?").c_str(), "r");
+  std::string text;
+  char piece[256];
+  while (std::fgets(piece, sizeof piece, shell) != nullptr) text += piece;
+  ::pclose(shell);
+  return text;
+}
+
+TEST_P(EveryTool, says_that_what_it_prints_finds_no_room) {
+  const std::string program = "quorl-" + GetParam();
+  for (const std::string option : {"--help", "--version"}) {
+    const std::string said =
+        told_by_shell(std::string(QUORL_TOOLS) + "/" + program + " " + option + " 2>&1 >/dev/full");
+    EXPECT_THAT(said, StartsWith(program + ": cannot write standard output"));
+    EXPECT_THAT(said, EndsWith("\n1\n"));
+  }
+}
+
+TEST(Tools, that_print_say_that_it_finds_no_room) {
+  e2e::Exchange exchange(e2e::living());
+  const client::Ports ports = exchange.ports();
+  const std::string feed = ports.group + " " + std::to_string(ports.feed);
+  const std::string commands[] = {
+      "control --port " + std::to_string(ports.control) + " stats --json",
+      "watch --count 1 " + feed, "trade ALPHA " + std::to_string(ports.fix) + " </dev/null",
+      "ladder --once --snap-port " + std::to_string(ports.snap) + " " + feed,
+      "doctor --port " + std::to_string(ports.feed)};
+  for (const std::string& command : commands) {
+    const std::string said =
+        told_by_shell(std::string(QUORL_TOOLS) + "/quorl-" + command + " 2>&1 >/dev/full");
+    EXPECT_THAT(said, HasSubstr(": cannot write standard output")) << command;
+    EXPECT_THAT(said, EndsWith("\n1\n")) << command;
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Tools, EveryTool, testing::ValuesIn(tool_names()),

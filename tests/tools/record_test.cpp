@@ -271,6 +271,18 @@ TEST_F(Record, goes_to_standard_output_if_asked_to) {
   EXPECT_EQ(capture.frames.size(), 2u);
 }
 
+TEST_F(Record, keeps_what_it_says_out_of_the_file_where_no_standard_stream_is_open) {
+  client::Simulator simulator(e2e::living());
+  simulator.start();
+  const std::string command = std::string(QUORL_TOOLS) + "/quorl-record " + path() +
+                              " --count 2 --mcast " + simulator.ports().group + " --port " +
+                              std::to_string(simulator.ports().feed) + " <&- >&- 2>&-";
+  ASSERT_EQ(std::system(command.c_str()), 0);
+  const Capture capture = read_capture(path());
+  EXPECT_EQ(capture.error, "");
+  EXPECT_EQ(capture.frames.size(), 2u);
+}
+
 TEST_F(Record, tells_of_the_gaps_it_heard) {
   client::Simulator simulator(e2e::living({"--drop-every", "4"}));
   Tool recorder("record", words(simulator.ports(), path(), {"--count", "7"}));

@@ -82,6 +82,14 @@ TEST_F(Trade, shows_what_it_sends_and_hears_and_logs_out) {
   exchange.simulator().wait_for_line("bench: client ALPHA logged out (1 resting order(s) kept)");
 }
 
+TEST_F(Trade, takes_a_closed_standard_input_for_an_empty_script) {
+  const std::string command = "timeout -s KILL 20 " + std::string(QUORL_TOOLS) +
+                              "/quorl-trade ALPHA " + std::to_string(exchange.ports().fix) +
+                              " <&- >/dev/null";
+  EXPECT_EQ(std::system(command.c_str()), 0);
+  EXPECT_EQ(exchange.counter("logons"), 1U);
+}
+
 TEST_F(Trade, speaks_names_on_request) {
   const Said said = runs("buy AAPL 100 fok", {"--explain"});
   EXPECT_EQ(said.status, 0) << said.err;

@@ -17,6 +17,7 @@
 #include "tools/command_line.h"
 #include "tools/control/command_words.h"
 #include "tools/control/request.h"
+#include "tools/standard_streams.h"
 
 namespace {
 
@@ -102,7 +103,7 @@ int main(int argc, char** argv) {
     }
   }
   try {
-    return tools::carry_out(request);
+    return tools::status_behind_output(line.get_name(), tools::carry_out(request));
   } catch (const std::exception& failure) {
     return tools::complain(failure.what(), tools::SAID_NO);
   }

@@ -15,6 +15,7 @@
 #include "tools/doctor/rules.h"
 #include "tools/doctor/standard_error.h"
 #include "tools/doctor/start.h"
+#include "tools/standard_streams.h"
 
 namespace doctor = tools::doctor;
 
@@ -33,7 +34,8 @@ bool asks_about_ourselves(const std::vector<std::string>& words) {
 int tell(const doctor::Findings& findings) {
   for (const doctor::Finding& finding : findings) std::printf("%s\n", finding.line().c_str());
   if (findings.empty()) std::printf("the start looks good\n");
-  return findings.empty() ? tools::GOOD : tools::SAID_NO;
+  return tools::status_behind_output("quorl-doctor",
+                                     findings.empty() ? tools::GOOD : tools::SAID_NO);
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 #include "tools/command_line.h"
 #include "tools/ladder/program.h"
 #include "tools/ladder/terminal.h"
+#include "tools/standard_streams.h"
 
 namespace client = quorl::client;
 
@@ -125,6 +126,5 @@ int main(int argc, char** argv) {
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "quorl-ladder: %s\n", failure.what());
   }
-  std::fflush(stdout);
-  std::quick_exit(status);
+  std::quick_exit(tools::status_behind_output("quorl-ladder", status));
 }

@@ -14,6 +14,7 @@
 #include "tools/command_line.h"
 #include "tools/replay/options.h"
 #include "tools/replay/replay.h"
+#include "tools/standard_streams.h"
 
 namespace {
 
@@ -164,5 +165,5 @@ std::optional<int> read(ReplayOptions& options, int argc, char** argv) {
 int main(int argc, char** argv) {
   ReplayOptions options;
   if (const auto status = read(options, argc, argv)) return *status;
-  return tools::replay(options);
+  return tools::status_behind_output("quorl-replay", tools::replay(options));
 }

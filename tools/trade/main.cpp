@@ -9,6 +9,7 @@
 #include <string>
 
 #include "tools/command_line.h"
+#include "tools/standard_streams.h"
 #include "tools/stop_signal.h"
 #include "tools/trade/conversation.h"
 
@@ -63,7 +64,8 @@ int main(int argc, char** argv) {
   try {
     const tools::StopSignal stop;
     tools::LineReader input(STDIN_FILENO);
-    return tools::Conversation(options, stop).run(input);
+    const int status = tools::Conversation(options, stop).run(input);
+    return tools::status_behind_output(line.get_name(), status);
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "quorl-trade: %s\n", failure.what());
     return tools::SAID_NO;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tools/command_line.h"
+#include "tools/standard_streams.h"
 #include "tools/watch/watch.h"
 
 namespace {
@@ -57,7 +58,7 @@ int main(int argc, char** argv) {
   options.view.interface_address = options.interface_address;
   options.view.symbols = {symbols.begin(), symbols.end()};
   try {
-    return tools::watch(options);
+    return tools::status_behind_output(line.get_name(), tools::watch(options));
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "quorl-watch: %s\n", failure.what());
     return tools::SAID_NO;
