@@ -9,10 +9,13 @@
 #include <utility>
 #include <vector>
 
+#include "quorl/client/bytes.h"
+#include "quorl/client/deadline.h"
 #include "quorl/client/port_slot.h"
 #include "quorl/client/simulator.h"
 #include "quorl/client/udp.h"
 #include "tests/e2e/support/exchange.h"
+#include "tests/tools/support/terminal.h"
 #include "tests/tools/support/tool.h"
 
 namespace client = quorl::client;
@@ -22,6 +25,7 @@ namespace {
 
 using testing::HasSubstr;
 using testing::MatchesRegex;
+using testing::Not;
 using testing::StartsWith;
 using Words = std::vector<std::string>;
 
@@ -154,6 +158,29 @@ TEST(Control, says_that_nobody_answers) {
               complaint);
   expect_said(run_tool("control", {"--port", port, "--timeout", "0.1", "--wait"}), 3, "",
               complaint);
+}
+
+TEST(Control, makes_no_json_of_what_is_no_exchange) {
+  client::UdpSocket stranger = client::UdpSocket::on_loopback();
+  Tool tool("control",
+            {"--port", std::to_string(stranger.port()), "stats", "--json", "--timeout", "10"});
+  const auto asked = stranger.receive(client::Deadline::after(client::PATIENCE));
+  ASSERT_TRUE(asked.has_value());
+  stranger.send_to(asked->from_port, client::to_bytes("hello"));
+  expect_said(tool.end(), 1, "", "quorl-control: what answers is no exchange: \"hello\"\n");
+}
+
+TEST(Control, is_bold_on_a_terminal_unless_NO_COLOR_is_set) {
+  e2e::Exchange exchange(e2e::still());
+  const std::string command = std::string(QUORL_TOOLS) + "/quorl-control --port " +
+                              control_port_of(exchange) + " stats --watch";
+  const std::string bold = "\x1b[1m";
+  const Terminal plain("NO_COLOR=1 " + command, {});
+  plain.shows({"session down"});
+  EXPECT_THAT(plain.screen(true), Not(HasSubstr(bold)));
+  const Terminal coloured(command, {});
+  coloured.shows({"session down"});
+  EXPECT_THAT(coloured.screen(true), HasSubstr(bold));
 }
 
 TEST(Control, waits_for_an_exchange_that_starts_later) {

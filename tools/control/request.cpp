@@ -36,7 +36,7 @@ std::string time_of_day() {
 }
 
 int print_reply(const Request& request, const std::string& reply) {
-  if (request.json && reply.starts_with("ok ")) {
+  if (request.json && !reply.starts_with("err")) {
     std::printf("%s\n", stats_as_json(stats_of_reply(reply)).c_str());
     return GOOD;
   }
