@@ -9,6 +9,7 @@
 #include <csignal>
 #include <memory>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -424,6 +425,26 @@ TEST_F(Replay, serves_an_image_while_another_client_does_not_read_its_own) {
   const Bytes image = snap().exchange(request);
   EXPECT_GT(image.size(), 8'000'000u);
   EXPECT_EQ(gap_fill().status().next_seq, 12 + 45 * 2500u);
+}
+
+TEST_F(Replay, is_not_held_up_by_one_who_asks_without_end) {
+  MadeFeed feed = MadeFeed().opening();
+  for (int packet = 0; packet < 30; ++packet) {
+    feed.packet(std::vector<Bytes>(40, hand_made::level({.price = 1000000})));
+  }
+  has(feed);
+  auto replay = replays({"--speed", "max", "--stay", "ever"});
+  await_sent(11 + 40 * 30);
+  const Bytes request =
+      encode(client::GapFillRequest{.session_id = hand_made::SESSION, .ranges = {{1, 1000}}});
+  auto asking = gap_fill();
+  const std::jthread flood([&](const std::stop_token& stop) {
+    while (!stop.stop_requested()) asking.send(request);
+  });
+  Ear ear(ports());
+  EXPECT_GE(ear.hears(2).size(), 2U);  // heartbeats
+  replay->signal(SIGINT);
+  EXPECT_EQ(replay->end().status, 0);
 }
 
 TEST_F(Replay, sends_heartbeats_for_as_long_as_it_stays) {

@@ -18,6 +18,9 @@ namespace {
 
 constexpr size_t LARGEST_REQUEST = 2048;  // what is longer is cut, as at the exchange
 
+/// Whoever asks faster than can be answered must not hold up the feed, nor Ctrl-C.
+constexpr int MOST_AT_ONCE = 64;
+
 }  // namespace
 
 // No SO_REUSEADDR: an exchange on this port is to keep its requests.
@@ -36,7 +39,7 @@ GapFillService::~GapFillService() { ::close(fd_); }
 
 void GapFillService::serve(const Round& round) {
   std::array<uint8_t, LARGEST_REQUEST> buffer{};
-  for (;;) {
+  for (int taken = 0; taken < MOST_AT_ONCE; ++taken) {
     sockaddr_in from{};
     socklen_t from_size = sizeof from;
     auto* const sender = reinterpret_cast<sockaddr*>(&from);

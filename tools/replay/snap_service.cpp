@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <string>
@@ -18,6 +19,10 @@ namespace {
 
 constexpr int BACKLOG = 8;
 constexpr std::chrono::seconds TIME_FOR_A_REQUEST{10};
+constexpr size_t LONGEST_REQUEST = 2 + 65535;  // what stands behind is of no use
+
+/// Whoever sends faster than can be read must not hold up the feed, nor Ctrl-C.
+constexpr int MOST_PIECES_AT_ONCE = 64;
 
 }  // namespace
 
@@ -67,12 +72,15 @@ void SnapService::accept_all() {
 
 void SnapService::receive(Connection& connection, Round& round) {
   std::array<uint8_t, 4096> piece{};
-  ssize_t size = 0;
-  while ((size = ::recv(connection.fd, piece.data(), piece.size(), 0)) > 0) {
-    client::put_bytes(connection.inbound, {piece.data(), static_cast<size_t>(size)});
+  ssize_t size = 1;
+  for (int i = 0; i < MOST_PIECES_AT_ONCE && size > 0; ++i) {
+    size = ::recv(connection.fd, piece.data(), piece.size(), 0);
+    const size_t room = LONGEST_REQUEST - connection.inbound.size();
+    const size_t came = size > 0 ? static_cast<size_t>(size) : 0;
+    client::put_bytes(connection.inbound, {piece.data(), std::min(came, room)});
   }
   // The end of the stream goes unanswered, even right behind a whole request: so does the exchange.
-  if (size == 0 || errno != EAGAIN) {
+  if (size == 0 || (size < 0 && errno != EAGAIN)) {
     close(connection);
   } else if (const auto frame = whole_frame(connection.inbound)) {
     answer(connection, *frame, round);
