@@ -269,6 +269,10 @@ TEST_F(Doctor, finds_floats_that_are_no_step_and_no_probability) {
   EXPECT_THAT(finds({"--touch-hit", "1"}), IsEmpty());
 }
 
+TEST(Finding, is_one_line_whatever_the_user_has_given) {
+  EXPECT_EQ((Finding{"--symbols 'A\nB'", "is\x1b[31m odd"}).line(), "--symbols 'A?B': is?[31m odd");
+}
+
 TEST_F(Doctor, finds_bursts_that_are_not_what_they_say) {
   const auto burst = [this](const std::string& text) { return finds({"--drop-burst", text}); };
   EXPECT_THAT(burst("100"), IsEmpty());

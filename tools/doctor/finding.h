@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
@@ -11,7 +12,14 @@ struct Finding {
   std::string where;  // "--port 70000", "QUORL_SCENARIO lapse_ms=5s"
   std::string what;   // "is read as 4464: ..."
 
-  std::string line() const { return where + ": " + what; }
+  /// One line, and nothing in it that moves a terminal: "?" for control characters of the user's.
+  std::string line() const {
+    std::string text = where + ": " + what;
+    std::replace_if(
+        text.begin(), text.end(),
+        [](char c) { return static_cast<unsigned char>(c) < ' ' || c == 0x7F; }, '?');
+    return text;
+  }
 };
 
 using Findings = std::vector<Finding>;
