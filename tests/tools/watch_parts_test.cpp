@@ -237,6 +237,18 @@ TEST(LineLimiter, says_what_it_left_out_a_second_after_the_first_and_once_only) 
   EXPECT_FALSE(limiter.rest().has_value());
 }
 
+TEST(LineLimiter, counts_what_it_says_of_lines_left_out_as_one_of_its_lines) {
+  LineLimiter limiter(1);
+  EXPECT_TRUE(limiter.admits(START, false));
+  EXPECT_FALSE(limiter.admits(START + milliseconds(100), false));
+  EXPECT_TRUE(limiter.admits(START + milliseconds(1000), false));
+  EXPECT_EQ(limiter.next_due(), START + milliseconds(2000));
+  EXPECT_FALSE(limiter.due(START + milliseconds(1100)).has_value());
+  EXPECT_TRUE(limiter.due(START + milliseconds(2000)).has_value());
+  EXPECT_FALSE(limiter.admits(START + milliseconds(2500), false));
+  EXPECT_TRUE(limiter.admits(START + milliseconds(3000), false));
+}
+
 TEST(SilenceWatch, tells_at_three_seconds_and_each_time_it_has_lasted_twice_as_long) {
   SilenceWatch silence(START);
   EXPECT_FALSE(silence.tell_if_due(START + milliseconds(2999)).has_value());

@@ -24,8 +24,8 @@ class LineLimiter {
   /// Whether a line goes out now. If not it is counted as left out.
   bool admits(Moment now, bool is_finding);
 
-  /// What is to be said of the lines left out: a second after the first of them, so once a second
-  /// at most.
+  /// What is to be said of the lines left out, which is one of the lines let through: a second
+  /// after the first of them at the earliest.
   std::optional<LeftOut> due(Moment now);
   /// When that will be; nothing if no line has been left out.
   std::optional<Moment> next_due() const;
@@ -33,6 +33,8 @@ class LineLimiter {
   std::optional<LeftOut> rest();
 
  private:
+  bool takes_place(Moment now);
+
   uint32_t most_;
   std::deque<Moment> admitted_;  // those of the last second
   LeftOut left_out_;
