@@ -138,14 +138,19 @@ void measure_with_orders(const Settings& settings, Report& report) {
   const size_t orders = settings.scaled(100000, 10000);
   const std::string name = "walk, a tick of " + std::to_string(FEW_SYMBOLS) + " symbols with " +
                            std::to_string(orders) + " client orders";
-  in_rounds(settings, report, name, USUAL_BUDGET, [&](const Build& build, unsigned) {
-    Walk without(build.binary, settings.two_cpus, FEW_SYMBOLS, SHORT_INTERVAL_MS);
-    Walk with(build.binary, settings.two_cpus, FEW_SYMBOLS, SHORT_INTERVAL_MS);
-    with.rest(orders);
-    const double with_us = with.measure(settings.scaled(50, 20)).tick_us;
-    const double without_us = without.measure(settings.scaled(50, 20)).tick_us;
-    report.add({"growth", name, "us", "without"}, build.name, {with_us, without_us});
-  });
+  const size_t ticks = settings.scaled(300, 20);  // two hundredths are looked for
+  in_rounds(settings, report, name, std::chrono::seconds(25),
+            [&](const Build& build, unsigned round) {
+              Walk without(build.binary, settings.two_cpus, FEW_SYMBOLS, SHORT_INTERVAL_MS);
+              Walk with(build.binary, settings.two_cpus, FEW_SYMBOLS, SHORT_INTERVAL_MS);
+              with.rest(orders);
+              const bool with_first = round % 2 == 0;
+              const double first_us = (with_first ? with : without).measure(ticks).tick_us;
+              const double second_us = (with_first ? without : with).measure(ticks).tick_us;
+              const double with_us = with_first ? first_us : second_us;
+              const double without_us = with_first ? second_us : first_us;
+              report.add({"growth", name, "us", "without"}, build.name, {with_us, without_us});
+            });
 }
 
 }  // namespace
