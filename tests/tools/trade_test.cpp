@@ -540,6 +540,16 @@ TEST_F(Strange, goodbye_that_is_not_answered_ends_all_the_same) {
   EXPECT_THAT(said.out, HasSubstr("! no answer to the Logout within 0.3 s\n"));
 }
 
+TEST_F(Strange, goodbye_of_one_who_is_interrupted_is_not_waited_for_long) {
+  logs_on({"--timeout", "3600"});
+  trade->prints("< 8=");
+  trade->signal(SIGINT);
+  (void)acceptor.hears_body("5");
+  const Said said = trade->end();
+  EXPECT_EQ(said.status, 1);
+  EXPECT_THAT(said.out, HasSubstr("! no answer to the Logout within 2 s\n"));
+}
+
 /// The tool with a terminal for its standard input.
 class AtTerminal : public Trade {
  protected:

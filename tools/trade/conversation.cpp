@@ -28,6 +28,8 @@ constexpr size_t MOST_HEARD = 10000;
 /// A Replaced report overtakes the fills it led to: what is missing only that long is not.
 constexpr milliseconds OVERTAKING{250};
 
+constexpr milliseconds INTERRUPTED_GOODBYE{2000};
+
 constexpr unsigned MOST_COME_BACKS = 7;
 constexpr milliseconds FIRST_PAUSE{100};
 constexpr milliseconds LONGEST_PAUSE{3200};
@@ -288,15 +290,17 @@ void Conversation::log_out() {
   had_session_ = false;  // its end is no loss
   session_.send("5", {});
   const auto closed = [this] { return !session_.connected(); };
-  const Moment end = steady_clock::now() + options_.timeout;
-  // A signal that ends the conversation does not spare the goodbye.
+  // A signal that ends the conversation does not spare the goodbye, but nobody waits long for it.
+  const milliseconds patience =
+      stop_.came() ? std::min(options_.timeout, INTERRUPTED_GOODBYE) : options_.timeout;
+  const Moment end = steady_clock::now() + patience;
   while (!closed() && steady_clock::now() < end) {
     pollfd ready{session_.fd(), POLLIN, 0};
     (void)::poll(&ready, 1, milliseconds_until(end));
     session_.read();
   }
   if (!closed()) {
-    remark("no answer to the Logout within " + seconds_text(options_.timeout));
+    remark("no answer to the Logout within " + seconds_text(patience));
     session_.close();
   }
 }
