@@ -61,14 +61,22 @@ quietly in_bare apt-get install -y --no-install-recommends man-db bash-completio
 echo "-- $package"
 cp "$package" "$bare/quorl.deb"
 quietly in_bare apt-get install -y --no-install-recommends /quorl.deb
-cp tests/package/on_bare_debian.sh "$bare/on_bare_debian.sh"
-unshare --net bash -c 'ip link set lo up && exec "$@"' _ \
-  env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 \
-  chroot "$bare" bash /on_bare_debian.sh "$version" </dev/null || failed=1
+cp tests/package/on_bare_debian.sh tests/package/with_other_programs.sh "$bare/"
+# run_alone SCRIPT...: in the bare system, with a network of its own.
+run_alone() {
+  unshare --net bash -c 'ip link set lo up && ip route add 224.0.0.0/4 dev lo && exec "$@"' _ \
+    env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 \
+    chroot "$bare" bash "$@" </dev/null || failed=1
+}
+run_alone /on_bare_debian.sh "$version"
+
+echo '-- with the programs of others'
+quietly in_bare apt-get install -y --no-install-recommends g++ cmake make libquickfix-dev tshark
+run_alone /with_other_programs.sh
 
 echo '-- what is left of it'
 quietly in_bare apt-get purge -y quorl
-rm "$bare/quorl.deb"
+rm -rf "$bare/quorl.deb" "$bare/tmp"/*
 left=$(find "$bare" -xdev -iname '*quorl*' ! -path '*/var/log/*')
 printf '%s\n' "${left:-nothing}"
 [[ -z $left ]] || failed=1
