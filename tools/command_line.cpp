@@ -41,7 +41,7 @@ CommandLine::CommandLine(const std::string& name, const std::string& purpose)
     : CLI::App(purpose, name) {
   set_version_flag("--version", name + " " + VERSION);
   get_formatter()->column_width(34);
-  footer("The exchange's own options are in man quorl and in the README.");
+  footer("The exchange's own options are in man quorl.");
 }
 
 std::optional<int> CommandLine::read(int argc, const char* const* argv) {
@@ -53,16 +53,20 @@ std::optional<int> CommandLine::read(int argc, const char* const* argv) {
     exit(asked, std::cout, std::cerr);
     return status_behind_output(get_name(), GOOD);
   } catch (const CLI::ParseError& wrong) {
-    // A word that nobody knows is said first: the one that is missing may be meant by it.
-    const std::vector<std::string> unknown = remaining();
-    const bool missing = dynamic_cast<const CLI::RequiredError*>(&wrong) != nullptr;
-    std::cerr << get_name() << ": "
-              << (missing && !unknown.empty() ? "there is no option " + unknown.front()
-                                              : std::string(wrong.what()))
-              << "\n"
-              << "Try '" << get_name() << " --help'.\n";
+    std::cerr << get_name() << ": " << complaint_of(wrong) << "; " << get_name()
+              << " --help tells more\n";
     return USED_WRONGLY;
   }
+}
+
+// A word that nobody knows is said first: the one that is missing may be meant by it.
+std::string CommandLine::complaint_of(const CLI::ParseError& wrong) const {
+  const std::vector<std::string> unknown = remaining();
+  const bool of_words = dynamic_cast<const CLI::RequiredError*>(&wrong) != nullptr ||
+                        dynamic_cast<const CLI::ExtrasError*>(&wrong) != nullptr;
+  if (!of_words || unknown.empty()) return wrong.what();
+  const std::string& word = unknown.front();
+  return word.starts_with("-") ? "there is no option " + word : word + " is one word too many";
 }
 
 void add_feed_address(CLI::App& app, FeedAddress& address) {

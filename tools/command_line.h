@@ -17,9 +17,12 @@ class CommandLine : public CLI::App {
   CommandLine(const std::string& name, const std::string& purpose);
 
   /// Reads the words. A status means that the program ends with it: help or version has been
-  /// printed, or on standard error one line of complaint and where to find help. To be called
-  /// before anything is opened: closed standard streams are held from here on.
+  /// printed, or on standard error one line of complaint, which ends with where to find help. To be
+  /// called before anything is opened: closed standard streams are held from here on.
   std::optional<int> read(int argc, const char* const* argv);
+
+ private:
+  std::string complaint_of(const CLI::ParseError& wrong) const;
 };
 
 /// Where a feed is listened for.

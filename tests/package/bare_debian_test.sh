@@ -49,6 +49,7 @@ if [[ $mirror == https:* ]]; then  # the bare system trusts nobody yet
   cp -L /etc/ssl/certs/ca-certificates.crt "$bare/etc/ssl/certs/"
 fi
 mount -t proc proc "$bare/proc"
+mount -t devpts -o ptmxmode=0666 devpts "$bare/dev/pts"  # the ladder wants a terminal
 # shellcheck disable=SC2317  # called by quietly
 in_bare() {
   env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive \

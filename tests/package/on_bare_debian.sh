@@ -13,7 +13,9 @@ complain() {
 tools=$(cd /usr/bin && ls -d quorl-*)
 [[ $tools == *quorl-watch* ]] || complain "no tools: $tools"
 
-# The exchange serves.
+# The doctor finds nothing to say of this start, and the exchange serves.
+diagnosis=$(quorl-doctor --control-port 25500 --truth-out /root/market.jsonl 2>/root/said) ||
+  complain "quorl-doctor: $diagnosis $(cat /root/said)"
 quorl --control-port 25500 --truth-out /root/market.jsonl 2>/root/said &
 exchange=$!
 tries=0
@@ -39,6 +41,30 @@ seen=$(timeout 15 quorl-watch | grep -m 1 '^packet from') || complain 'quorl-wat
 echo "quorl-watch: ${seen-}"
 session=$(echo quit | timeout 15 quorl-trade) || complain 'quorl-trade does not come back'
 [[ $session == *'|35=A|'* ]] || complain "quorl-trade logs on: $session"
+
+# The ladder draws on a terminal, for which it needs what the package depends on, and ends by its key.
+mkfifo /root/keys
+TERM=xterm timeout 30 script -qefc 'stty rows 24 cols 80; quorl-ladder' /root/screen \
+  </root/keys >/dev/null &
+ladder=$!
+exec 4>/root/keys
+tries=0
+until grep -aqs 'spread 0' /root/screen; do
+  if ((++tries > 200)) || ! kill -0 "$ladder"; then
+    complain "quorl-ladder shows no book: $(cat -v /root/screen)"
+    break
+  fi
+  sleep 0.1
+done
+printf q >&4
+wait "$ladder" || complain "quorl-ladder ended with $?"
+exec 4>&-
+
+# What is recorded can be replayed.
+timeout 15 quorl-record /root/day.pcap --count 20 2>/root/heard || complain "$(cat /root/heard)"
+timeout 15 quorl-replay /root/day.pcap --mcast 233.54.26.113 --snap-port 26479 --speed max \
+  2>/root/heard || complain "$(cat /root/heard)"
+
 kill -TERM "$exchange"
 wait "$exchange" || complain "the exchange ended with $?"
 grep -qxF '[quorl] stopped' /root/said || complain 'the exchange did not say that it stopped'
@@ -68,8 +94,13 @@ for tool in $tools; do
   [[ $(complete_word "$tool" --versio) == --version ]] || complain "$tool is not completed"
 done
 
-# What other programs read is where they look for it.
+# What other programs read is where they look for it, and what a page links to is there.
 [[ -e /usr/share/doc/quorl/docs/bench.md ]] || complain 'no documentation'
+while IFS=: read -r page link; do
+  link=${link#*(}
+  link=${link%%[#)]*}
+  [[ -e ${page%/*}/$link ]] || complain "$page links to $link"
+done < <(grep -roHE --include='*.md' '\]\([^)#: ]+(#[^)]*)?\)' /usr/share/doc/quorl)
 if [[ -e /usr/share/quorl/quorl.lua ]]; then
   cmp /usr/share/quorl/quorl.lua /usr/lib/*/wireshark/plugins/quorl.lua ||
     complain 'the dissector is not where Wireshark looks'

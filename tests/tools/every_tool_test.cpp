@@ -44,12 +44,13 @@ TEST_P(EveryTool, explains_itself_and_points_to_the_page_of_the_exchange) {
   EXPECT_EQ(said.err, "");
 }
 
-TEST_P(EveryTool, refuses_an_option_that_there_is_not) {
+TEST_P(EveryTool, refuses_an_option_that_there_is_not_in_one_line) {
   const Said said = run_tool(GetParam(), {"--no-such-option"});
   EXPECT_EQ(said.status, 2);
   EXPECT_EQ(said.out, "");
   EXPECT_THAT(said.err, StartsWith("quorl-" + GetParam() + ": "));
-  EXPECT_THAT(said.err, HasSubstr("--no-such-option"));
+  EXPECT_THAT(said.err, HasSubstr("no option --no-such-option"));
+  EXPECT_EQ(said.err.find('\n'), said.err.size() - 1);
 }
 
 /// What a command of the shell says on its standard output, and behind it its exit status.
