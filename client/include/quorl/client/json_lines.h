@@ -78,8 +78,8 @@ struct BboLine {
 
 // Each reader demands the exact text, piece by piece: keys, order, quotes, no blanks, numbers in
 // their one form. A line is given without its line end, a file whole. All throw WireError. The
-// exchange escapes nothing: a line with a quotation mark or a backslash in a ClOrdID is no JSON, and
-// no library reads it, but it is what the exchange writes and is read here as it stands.
+// exchange escapes nothing: a line with a quotation mark or a backslash in a ClOrdID is no JSON,
+// and no library reads it, but it is what the exchange writes and is read here as it stands.
 OrderEvent parse_order_event(std::string_view line);
 MarketTruthLine parse_market_truth(std::string_view line);
 BookFile parse_book_file(std::string_view content);
