@@ -9,9 +9,9 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace quorl;
   static const auto exchange = fuzz::open_exchange(RunConfig{});
-  const ControlReply reply =
-      run_control_command(fuzz::text_of(data, size),
-                          {exchange->engine, exchange->config.interval_ms, exchange->clients});
+  const ControlTargets targets{
+      .engine = exchange->engine, .interval_ms = exchange->config.interval_ms, .session_up = false};
+  const ControlReply reply = run_control_command(fuzz::text_of(data, size), targets);
   const std::string& text = reply.text;
   const bool well_formed = (text.starts_with("ok ") || text.starts_with("err ")) &&
                            (reply.stops || text.ends_with('\n'));

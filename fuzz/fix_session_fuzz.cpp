@@ -145,8 +145,8 @@ class Conversation {
   }
 
   void command(std::string_view line) {
-    run_control_command(line,
-                        {exchange_->engine, exchange_->config.interval_ms, exchange_->clients});
+    run_control_command(
+        line, {exchange_->engine, exchange_->config.interval_ms, gateway_.any_logged_on()});
   }
 
   /// What is said before the next turn of the market came in one turn of the exchange: the reports
