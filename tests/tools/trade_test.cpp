@@ -490,8 +490,9 @@ TEST_F(Strange, message_that_is_none_is_remarked_and_garbage_ends_the_connection
   EXPECT_THAT(trade->prints("! unreadable: "), HasSubstr("CheckSum is not "));
   acceptor.sends("35=0|34=2|112=fine");
   trade->prints("|112=fine|");
+  const size_t so_far = trade->lines_printed();
   acceptor.sends_bytes("HTTP/1.1 400 Bad Request\r\n");
-  trade->prints("! unreadable: ", trade->lines_printed());
+  trade->prints("! unreadable: ", so_far);
   trade->prints("! the exchange has closed the connection");
   trade->close_input();
   EXPECT_EQ(trade->end().status, 1);
