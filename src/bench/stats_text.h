@@ -16,7 +16,8 @@ std::string bench_stats_text(const Scenario& scenario);
 /// twice each count once as sent; heartbeats and gap-fill replies do not count.
 std::string fault_stats_text(const TpPublisher& publisher);
 
-/// " session=up" or " session=down": whether any client is connected and logged on.
+/// " session=up" or " session=down": whether any client is connected and logged on. A literal, so
+/// that its data() is a C string.
 std::string_view session_text(bool up);
 
 }  // namespace quorl
