@@ -35,7 +35,9 @@ size_t say_until_full(TapRig& rig, Peer& peer, const std::string& bytes) {
 TEST(Hostile, client_that_never_reads_is_felt_by_the_exchange_and_loses_nothing) {
   TapRig rig;
   rig.told.keep_pieces = false;
-  auto [client, exchange] = rig.connect();
+  auto both = rig.connect();
+  Peer& client = both.client;
+  Peer& exchange = both.exchange;
   std::mt19937_64 random(1);
   const std::string all = random_bytes(32 << 20, random);
   const size_t said = say_until_full(rig, exchange, all);
@@ -58,7 +60,9 @@ TEST(Hostile, client_that_never_reads_is_felt_by_the_exchange_and_loses_nothing)
 TEST(Hostile, client_that_never_reads_hears_of_a_reset_and_what_it_lost_is_counted) {
   TapRig rig;
   rig.told.keep_pieces = false;
-  auto [client, exchange] = rig.connect();
+  auto both = rig.connect();
+  Peer& client = both.client;
+  Peer& exchange = both.exchange;
   const std::string all(32 << 20, 'x');
   const size_t said = say_until_full(rig, exchange, all);
   exchange.resets();
@@ -77,7 +81,9 @@ TEST(Hostile, client_that_never_reads_hears_of_a_reset_and_what_it_lost_is_count
 TEST(Hostile, exchange_that_never_reads_is_felt_by_the_client) {
   TapRig rig;
   rig.told.keep_pieces = false;
-  auto [client, exchange] = rig.connect();
+  auto both = rig.connect();
+  Peer& client = both.client;
+  Peer& exchange = both.exchange;
   const std::string all(32 << 20, 'x');
   const size_t said = say_until_full(rig, client, all);
   EXPECT_LT(said, all.size());
@@ -132,7 +138,9 @@ TEST(Hostile, shortage_of_descriptors_makes_connections_wait_without_spinning) {
 TEST(Hostile, many_small_pieces_pass_at_a_speed) {
   TapRig rig;
   rig.told.keep_pieces = false;
-  auto [client, exchange] = rig.connect();
+  auto both = rig.connect();
+  Peer& client = both.client;
+  Peer& exchange = both.exchange;
   std::string all;
   for (int i = 0; i < 50'000; ++i) {
     const std::string piece(1, static_cast<char>('a' + i % 26));
@@ -162,7 +170,9 @@ void chop(uint64_t seed) {
   TapRig rig(seed);
   rig.told.keep_pieces = false;
   std::mt19937_64 random(seed);
-  auto [client, exchange] = rig.connect();
+  auto both = rig.connect();
+  Peer& client = both.client;
+  Peer& exchange = both.exchange;
   const std::string up = random_bytes(1 << 20, random);
   const std::string down = random_bytes(1 << 20, random);
   size_t said_up = 0;

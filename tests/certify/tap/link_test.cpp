@@ -11,7 +11,9 @@ using namespace tap_test;
 
 TEST(Link, delays_each_piece_and_no_less) {
   TapRig rig;
-  auto [client, exchange] = rig.connect();
+  auto both = rig.connect();
+  Peer& client = both.client;
+  Peer& exchange = both.exchange;
   rig.order("delay 80ms");
   client.say("one");
   rig.settle();
@@ -34,7 +36,9 @@ TEST(Link, delays_each_piece_and_no_less) {
 
 TEST(Link, tells_what_the_exchange_said_when_the_client_has_it) {
   TapRig rig;
-  auto [client, exchange] = rig.connect();
+  auto both = rig.connect();
+  Peer& client = both.client;
+  Peer& exchange = both.exchange;
   rig.order("delay 80ms fix to client");
   const TimeNs said = rig.now;
   exchange.say("report");
@@ -53,7 +57,9 @@ TEST(Link, tells_what_the_exchange_said_when_the_client_has_it) {
 TEST(Link, jitters_within_its_range_in_order_and_the_same_again_by_the_same_seed) {
   const auto delays = [](uint64_t seed) {
     TapRig rig(seed);
-    auto [client, exchange] = rig.connect();
+    auto both = rig.connect();
+    Peer& client = both.client;
+    Peer& exchange = both.exchange;
     rig.order("delay 80ms jitter 20ms fix to client");
     std::vector<TimeNs> drawn;
     for (int i = 0; i < 50; ++i) {
@@ -79,7 +85,9 @@ TEST(Link, jitters_within_its_range_in_order_and_the_same_again_by_the_same_seed
 
 TEST(Link, keeps_the_order_of_a_stream_under_jitter) {
   TapRig rig;
-  auto [client, exchange] = rig.connect();
+  auto both = rig.connect();
+  Peer& client = both.client;
+  Peer& exchange = both.exchange;
   rig.order("delay 50ms jitter 50ms");
   std::string all;
   for (int i = 0; i < 200; ++i) {
@@ -94,7 +102,9 @@ TEST(Link, keeps_the_order_of_a_stream_under_jitter) {
 
 TEST(Link, stalls_and_goes_on) {
   TapRig rig;
-  auto [client, exchange] = rig.connect();
+  auto both = rig.connect();
+  Peer& client = both.client;
+  Peer& exchange = both.exchange;
   rig.order("stall 5s");
   client.say("order");
   exchange.say("report");
@@ -144,7 +154,9 @@ TEST(Link, delays_resets_and_ends_with_the_bytes_ahead_of_them) {
 
 TEST(Link, loses_what_is_on_its_way_to_a_client_that_resets) {
   TapRig rig;
-  auto [client, exchange] = rig.connect();
+  auto both = rig.connect();
+  Peer& client = both.client;
+  Peer& exchange = both.exchange;
   rig.order("stall 5s");
   exchange.say("0123456789");
   rig.settle();
@@ -161,7 +173,9 @@ TEST(Link, loses_what_is_on_its_way_to_a_client_that_resets) {
 
 TEST(Link, bears_resets_from_both_sides_during_a_stall) {
   TapRig rig;
-  auto [client, exchange] = rig.connect();
+  auto both = rig.connect();
+  Peer& client = both.client;
+  Peer& exchange = both.exchange;
   rig.order("stall 5s");
   exchange.resets();
   rig.settle();
@@ -176,7 +190,9 @@ TEST(Link, bears_resets_from_both_sides_during_a_stall) {
 
 TEST(Link, trickles_some_bytes_each_millisecond) {
   TapRig rig;
-  auto [client, exchange] = rig.connect();
+  auto both = rig.connect();
+  Peer& client = both.client;
+  Peer& exchange = both.exchange;
   rig.order("trickle 2 to exchange");
   client.say("abcde");
   rig.settle();
@@ -193,7 +209,9 @@ TEST(Link, trickles_some_bytes_each_millisecond) {
 
 TEST(Link, passes_a_reset_behind_what_trickles) {
   TapRig rig;
-  auto [client, exchange] = rig.connect();
+  auto both = rig.connect();
+  Peer& client = both.client;
+  Peer& exchange = both.exchange;
   rig.order("trickle 1 to client");
   exchange.say("abc");
   exchange.resets();
@@ -234,7 +252,9 @@ TEST(Link, is_cut_by_resets_and_takes_new_connections) {
 
 TEST(Link, keeps_one_way_back_until_it_is_cleared) {
   TapRig rig;
-  auto [client, exchange] = rig.connect();
+  auto both = rig.connect();
+  Peer& client = both.client;
+  Peer& exchange = both.exchange;
   rig.order("cut fix to client");
   exchange.say("report");
   client.say("order");
@@ -255,7 +275,9 @@ TEST(Link, keeps_one_way_back_until_it_is_cleared) {
 
 TEST(Link, lets_go_of_everything_when_it_is_cleared) {
   TapRig rig;
-  auto [client, exchange] = rig.connect();
+  auto both = rig.connect();
+  Peer& client = both.client;
+  Peer& exchange = both.exchange;
   rig.order("delay 10s");
   rig.order("trickle 1");
   client.say("order");
@@ -272,7 +294,9 @@ TEST(Link, lets_go_of_everything_when_it_is_cleared) {
 
 TEST(Link, puts_nothing_ahead_when_a_delay_gets_shorter) {
   TapRig rig;
-  auto [client, exchange] = rig.connect();
+  auto both = rig.connect();
+  Peer& client = both.client;
+  Peer& exchange = both.exchange;
   rig.order("delay 100ms");
   client.say("first ");
   rig.settle();
