@@ -39,4 +39,13 @@ void CaptureFile::flush() {
   }
 }
 
+void CaptureFile::close() {
+  if (!failure_.empty()) return;
+  try {
+    writer_->close();
+  } catch (const tools::CannotWrite& error) {
+    failure_ = error.what();
+  }
+}
+
 }  // namespace certify

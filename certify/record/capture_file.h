@@ -18,6 +18,8 @@ class CaptureFile {
 
   void write(TimeNs at, quorl::client::ByteView frame);
   void flush();
+  /// Nothing may be written behind it. A file without a frame, which no tool would read, goes.
+  void close();
 
   const std::string& failure() const { return failure_; }
 

@@ -19,6 +19,7 @@ class FeedCapture {
   /// At most 65507 bytes, as no datagram is longer.
   void heard(quorl::client::ByteView packet, TimeNs at);
   void flush() { file_.flush(); }
+  void close() { file_.close(); }
   const std::string& failure() const { return file_.failure(); }
 
  private:

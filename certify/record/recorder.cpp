@@ -19,7 +19,9 @@ void Recorder::flush() {
 }
 
 void Recorder::finish() {
-  flush();
+  fix_log_.flush();
+  wire_.close();
+  feed_.close();
   timeline_.finish();
 }
 

@@ -28,7 +28,7 @@ class Recorder : public EventListener, public TapListener {
 
   /// Brings to the disk what waits.
   void flush();
-  /// The timeline in its order. Nothing may come behind it.
+  /// Brings the timeline in its order and ends the files. Nothing may come behind it.
   void finish();
 
   /// The first file that could not be written, and why: "cannot write runs/1/wire.pcap: No space

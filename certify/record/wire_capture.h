@@ -28,6 +28,7 @@ class WireCapture : public TapListener {
   void on_link(std::string_view, TimeNs) override {}
 
   void flush() { file_.flush(); }
+  void close() { file_.close(); }
   const std::string& failure() const { return file_.failure(); }
 
  private:

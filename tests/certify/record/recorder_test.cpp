@@ -178,6 +178,16 @@ TEST_F(RecorderTest, TheFeedIsDatagramsToItsGroup) {
 TEST_F(RecorderTest, AllIsWellWithoutAFailure) {
   recorder.finish();
   EXPECT_EQ(recorder.failure(), "");
+  EXPECT_FALSE(std::filesystem::exists(path("feed.pcap"))) << "without a frame it is no capture";
+}
+
+TEST_F(RecorderTest, AFinishedCaptureIsWhole) {
+  recorder.on_feed(client::to_bytes("a packet"), NOW);
+  recorder.finish();
+  tools::CaptureReader reader(path("feed.pcap"));
+  EXPECT_TRUE(reader.next());
+  EXPECT_FALSE(reader.next());
+  EXPECT_EQ(reader.damage(), "");
 }
 
 TEST(RecorderFailure, EachFileThatIsFullIsNamedAndTheOthersAreWritten) {
