@@ -220,6 +220,7 @@ void Life::turns(unsigned count) {
 void Life::look() {
   quorl::Engine& engine = exchange_->engine();
   may_cross_ = may_cross_ || engine.scenario->counters.partials > 0;
+  if (tampering_.inside) tampering_.inside(engine);
   look_at_books(engine, may_cross_);
   feed_->look();
   read_log();

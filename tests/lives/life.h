@@ -8,6 +8,10 @@
 
 #include "lives/act.h"
 
+namespace quorl {
+struct Engine;
+}
+
 namespace lives {
 
 /// How a life went.
@@ -26,12 +30,14 @@ struct Course {
 /// same life. Not for two threads.
 Course live(const Script& script);
 
-/// For those who test the witnesses: what the exchange sends on its way to them may be changed.
+/// For those who test the witnesses: what the exchange sends or holds may be changed on its way to
+/// them.
 /// Empty: as it is.
 struct Tampering {
   std::function<void(std::string& datagram)> feed = {};
   std::function<void(std::string& message)> fix = {};
   std::function<void(std::string& order_events)> truth = {};  // the whole file, before each look
+  std::function<void(quorl::Engine&)> inside = {};            // before each look
 };
 Course live(const Script& script, const Tampering& tampering);
 
