@@ -25,6 +25,7 @@
 #include "quorl/client/fix_session.h"
 #include "quorl/client/port_slot.h"
 #include "quorl/client/temp_directory.h"
+#include "tests/e2e/support/built.h"
 
 namespace client = quorl::client;
 
@@ -143,7 +144,7 @@ class Process {
                                         const std::map<std::string, std::string>& environment) {
     const client::Ports& ports = slot_.ports();
     client::ChildProcess::Command command;
-    command.program = QUORL_BINARY;
+    command.program = built_program("quorl");
     command.arguments = {"--mcast",        ports.group,
                          "--port",         std::to_string(ports.feed),
                          "--snap-port",    std::to_string(ports.snap),

@@ -14,6 +14,7 @@
 #include "quorl/client/port_slot.h"
 #include "quorl/client/simulator.h"
 #include "quorl/client/udp.h"
+#include "tests/e2e/support/built.h"
 #include "tests/e2e/support/exchange.h"
 #include "tests/tools/support/terminal.h"
 #include "tests/tools/support/tool.h"
@@ -172,8 +173,8 @@ TEST(Control, makes_no_json_of_what_is_no_exchange) {
 
 TEST(Control, is_bold_on_a_terminal_unless_NO_COLOR_is_set) {
   e2e::Exchange exchange(e2e::still());
-  const std::string command = std::string(QUORL_TOOLS) + "/quorl-control --port " +
-                              control_port_of(exchange) + " stats --watch";
+  const std::string command =
+      built_program("quorl-control") + " --port " + control_port_of(exchange) + " stats --watch";
   const std::string bold = "\x1b[1m";
   const Terminal plain("NO_COLOR=1 " + command, {});
   plain.shows({"session down"});

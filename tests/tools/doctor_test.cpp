@@ -17,6 +17,7 @@
 #include "quorl/client/line_collector.h"
 #include "quorl/client/simulator.h"
 #include "quorl/client/temp_directory.h"
+#include "tests/e2e/support/built.h"
 #include "tests/e2e/support/exchange.h"
 #include "tests/e2e/support/port_holder.h"
 #include "tests/tools/support/other_world.h"
@@ -54,7 +55,7 @@ Diagnosis diagnose(const Words& words, const std::map<std::string, std::string>&
   if (::pipe2(ends, O_CLOEXEC) != 0) throw client::SystemError("pipe2");
   const int err = ::open(standard_error.c_str(), O_WRONLY | O_CLOEXEC);
   client::LineCollector out(ends[0]);
-  client::ChildProcess doctor({.program = std::string(QUORL_TOOLS) + "/quorl-doctor",
+  client::ChildProcess doctor({.program = built_program("quorl-doctor"),
                                .arguments = words,
                                .environment = environment,
                                .stdout_fd = ends[1],
@@ -379,7 +380,7 @@ TEST(DoctorAndExchange, a_log_without_a_reader_ends_the_exchange) {
   const client::Deadline deadline = client::Deadline::after(client::PATIENCE);
   const auto before = ::signal(SIGPIPE, SIG_DFL);  // is inherited
   client::ChildProcess exchange(
-      {.program = QUORL_BINARY, .arguments = start.port_words(), .stderr_fd = ends[1]});
+      {.program = built_program("quorl"), .arguments = start.port_words(), .stderr_fd = ends[1]});
   ::signal(SIGPIPE, before);
   ::close(ends[1]);
   EXPECT_EQ(exchange.wait_exit(deadline).signal, SIGPIPE);
@@ -389,7 +390,7 @@ TEST(DoctorAndExchange, lines_go_to_what_is_opened_in_place_of_a_closed_log) {
   const client::TempDirectory directory;
   const Case start(e2e::living());
   const std::string path = directory.path() + "/orders";
-  Words words = {"-c", "exec \"$0\" \"$@\" 0<&- 1>&- 2>&-", QUORL_BINARY};
+  Words words = {"-c", "exec \"$0\" \"$@\" 0<&- 1>&- 2>&-", built_program("quorl")};
   const Words ports = start.port_words();
   words.insert(words.end(), ports.begin(), ports.end());
   // Numbers 0 and 1 are the feed's socket and that of gap fill, 2 is the order event file.

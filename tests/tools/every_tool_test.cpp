@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "quorl/client/port_slot.h"
+#include "tests/e2e/support/built.h"
 #include "tests/e2e/support/exchange.h"
 #include "tests/tools/support/tool.h"
 
@@ -67,7 +68,7 @@ TEST_P(EveryTool, says_that_what_it_prints_finds_no_room) {
   const std::string program = "quorl-" + GetParam();
   for (const std::string option : {"--help", "--version"}) {
     const std::string said =
-        told_by_shell(std::string(QUORL_TOOLS) + "/" + program + " " + option + " 2>&1 >/dev/full");
+        told_by_shell(built_program(program) + " " + option + " 2>&1 >/dev/full");
     EXPECT_THAT(said, StartsWith(program + ": cannot write standard output"));
     EXPECT_THAT(said, EndsWith("\n1\n"));
   }
@@ -83,8 +84,7 @@ TEST(Tools, that_print_say_that_it_finds_no_room) {
       "ladder --once --snap-port " + std::to_string(ports.snap) + " " + feed,
       "doctor --port " + std::to_string(ports.feed)};
   for (const std::string& command : commands) {
-    const std::string said =
-        told_by_shell(std::string(QUORL_TOOLS) + "/quorl-" + command + " 2>&1 >/dev/full");
+    const std::string said = told_by_shell(built_program("quorl-" + command) + " 2>&1 >/dev/full");
     EXPECT_THAT(said, HasSubstr(": cannot write standard output")) << command;
     EXPECT_THAT(said, EndsWith("\n1\n")) << command;
   }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "quorl/client/snap_client.h"
+#include "tests/e2e/support/built.h"
 #include "tests/e2e/support/exchange.h"
 #include "tests/tools/support/terminal.h"
 #include "tests/tools/support/tool.h"
@@ -32,7 +33,7 @@ std::string options_for(const client::Ports& ports, bool with_control = true) {
 
 std::string ladder(const client::Ports& ports, const std::string& more = "",
                    bool with_control = true) {
-  return std::string(QUORL_TOOLS) + "/quorl-ladder" + options_for(ports, with_control) + " " + more;
+  return built_program("quorl-ladder") + options_for(ports, with_control) + " " + more;
 }
 
 std::vector<std::string> words_of(const std::string& text) {

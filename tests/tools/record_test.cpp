@@ -24,6 +24,7 @@
 #include "quorl/client/port_slot.h"
 #include "quorl/client/simulator.h"
 #include "quorl/client/temp_directory.h"
+#include "tests/e2e/support/built.h"
 #include "tests/e2e/support/exchange.h"
 #include "tests/tools/support/capture_bytes.h"
 #include "tests/tools/support/tool.h"
@@ -263,7 +264,7 @@ TEST_F(Record, goes_to_standard_output_if_asked_to) {
   client::Simulator simulator(e2e::living());
   simulator.start();
   const std::string command =
-      std::string(QUORL_TOOLS) + "/quorl-record - --count 2 --mcast " + simulator.ports().group +
+      built_program("quorl-record") + " - --count 2 --mcast " + simulator.ports().group +
       " --port " + std::to_string(simulator.ports().feed) + " >" + path() + " 2>/dev/null";
   ASSERT_EQ(std::system(command.c_str()), 0);
   const Capture capture = read_capture(path());
@@ -274,8 +275,8 @@ TEST_F(Record, goes_to_standard_output_if_asked_to) {
 TEST_F(Record, keeps_what_it_says_out_of_the_file_where_no_standard_stream_is_open) {
   client::Simulator simulator(e2e::living());
   simulator.start();
-  const std::string command = std::string(QUORL_TOOLS) + "/quorl-record " + path() +
-                              " --count 2 --mcast " + simulator.ports().group + " --port " +
+  const std::string command = built_program("quorl-record") + " " + path() + " --count 2 --mcast " +
+                              simulator.ports().group + " --port " +
                               std::to_string(simulator.ports().feed) + " <&- >&- 2>&-";
   ASSERT_EQ(std::system(command.c_str()), 0);
   const Capture capture = read_capture(path());

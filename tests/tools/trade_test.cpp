@@ -16,6 +16,7 @@
 #include "quorl/client/line_collector.h"
 #include "quorl/client/port_slot.h"
 #include "tests/client/fake_acceptor.h"
+#include "tests/e2e/support/built.h"
 #include "tests/e2e/support/exchange.h"
 #include "tests/tools/support/tool.h"
 
@@ -83,9 +84,8 @@ TEST_F(Trade, shows_what_it_sends_and_hears_and_logs_out) {
 }
 
 TEST_F(Trade, takes_a_closed_standard_input_for_an_empty_script) {
-  const std::string command = "timeout -s KILL 20 " + std::string(QUORL_TOOLS) +
-                              "/quorl-trade ALPHA " + std::to_string(exchange.ports().fix) +
-                              " <&- >/dev/null";
+  const std::string command = "timeout -s KILL 20 " + built_program("quorl-trade") + " ALPHA " +
+                              std::to_string(exchange.ports().fix) + " <&- >/dev/null";
   EXPECT_EQ(std::system(command.c_str()), 0);
   EXPECT_EQ(exchange.counter("logons"), 1U);
 }
@@ -564,7 +564,7 @@ class AtTerminal : public Trade {
     if (slave < 0 || ::pipe2(out, O_CLOEXEC) != 0) throw client::SystemError("ptsname");
     out_ = std::make_unique<client::LineCollector>(out[0]);
     process_ = std::make_unique<client::ChildProcess>(
-        client::ChildProcess::Command{.program = std::string(QUORL_TOOLS) + "/quorl-trade",
+        client::ChildProcess::Command{.program = built_program("quorl-trade"),
                                       .arguments = words(),
                                       .stdin_fd = slave,
                                       .stdout_fd = out[1]});

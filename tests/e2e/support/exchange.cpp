@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "tests/e2e/support/built.h"
+
 namespace client = quorl::client;
 
 namespace e2e {
@@ -19,7 +21,7 @@ uint16_t control_port_of_started(client::Simulator& simulator, client::FeedSubsc
 
 client::SimulatorOptions living(std::vector<std::string> arguments) {
   client::SimulatorOptions options;
-  options.binary = QUORL_BINARY;
+  options.binary = built_program("quorl");
   options.arguments = std::move(arguments);
   return options;
 }

@@ -6,6 +6,7 @@
 #include <csignal>
 
 #include "quorl/client/errors.h"
+#include "tests/e2e/support/built.h"
 
 namespace client = quorl::client;
 
@@ -60,7 +61,7 @@ Tool::Tool(const Pipes& pipes, const std::string& name, const std::vector<std::s
     : input_(pipes.in[1]),
       out_(pipes.out[0]),
       err_(pipes.err[0]),
-      process_({.program = std::string(QUORL_TOOLS) + "/quorl-" + name,
+      process_({.program = built_program("quorl-" + name),
                 .arguments = arguments,
                 .environment = environment_with(environment),
                 .stdin_fd = pipes.in[0],
