@@ -107,9 +107,17 @@ class SessionView {
 
  private:
   FixConnection& connection_of(uint32_t number, TimeNs at);
+  CompSession* session_of(const FixConnection& connection);
   void on_sent(const FixHeard& heard, TimeNs at);
   void on_logon_sent(FixConnection& connection, const WireMessage& message, TimeNs at);
+  void number_sent(CompSession& session, const FixHeard& heard, TimeNs at);
+  SentKind kind_of(const WireMessage& message, const CompSession& session) const;
+  void on_garbage(const FixGarbage& garbage, TimeNs at);
   void on_heard(const FixHeard& heard, TimeNs at);
+  void take_reset(FixConnection& connection, CompSession& session, const WireMessage& message);
+  static void note_refusal(CompSession& session, const FixConnection& connection,
+                           const WireMessage& message);
+  void number_heard(CompSession& session, const FixHeard& heard, TimeNs at);
   void on_ended(const FixEnded& ended, TimeNs at);
 
   std::map<uint32_t, FixConnection> connections_;
