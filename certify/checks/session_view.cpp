@@ -88,7 +88,7 @@ void SessionView::on_sent(const FixHeard& heard, TimeNs at) {
   const WireMessage& message = heard.message;
   noted_.connection = &connection;
   if (message.type() == "A") on_logon_sent(connection, message, at);
-  if (connection.first_sent == 0) connection.first_sent = at;
+  ++connection.messages_sent;
   connection.last_sent = at;
   if (message.type() == "5") connection.logout_sent = at;
 
@@ -100,7 +100,7 @@ void SessionView::on_sent(const FixHeard& heard, TimeNs at) {
 void SessionView::on_logon_sent(FixConnection& connection, const WireMessage& message, TimeNs at) {
   const bool reset = message.is(141, "Y");
   if (reset) {
-    resets_[connection.number] = connection.first_sent == 0;
+    resets_[connection.number] = connection.messages_sent == 0;
   } else {
     resets_.erase(connection.number);
   }
@@ -114,48 +114,47 @@ void SessionView::on_logon_sent(FixConnection& connection, const WireMessage& me
 void SessionView::number_sent(CompSession& session, const FixHeard& heard, TimeNs at) {
   const WireMessage& message = heard.message;
   const auto number = message.number(34);
-  noted_.expected = session.next_out;
-  noted_.certain = session.out_certain;
+  noted_.before = session.out;
   noted_.number = number.value_or(0);
   noted_.asked = number && session.asked_of_it.contains(*number);
   if (!number || !message.flaws().empty()) {
     // Whether it took a number, and which, is for the next one to show.
-    if (number) session.next_out = std::max(session.next_out, *number + 1);
-    session.out_certain = false;
+    if (number) session.out.next = std::max(session.out.next, *number + 1);
+    session.out.certain = false;
     return;
   }
   noted_.sent = kind_of(message, session);
   switch (noted_.sent) {
     case SentKind::LOGON:
       if (message.is(141, "Y")) session.asked_of_it.clear();
-      session.refused_logon = session.refused_expecting = 0;
-      session.next_out = *number + 1;
+      session.out.refused_logon = session.out.refused_expecting = 0;
+      session.out.next = *number + 1;
       break;
     case SentKind::NEW:
-      session.next_out = *number + 1;
+      session.out.next = *number + 1;
       break;
     case SentKind::FILL:
-      session.next_out = std::max(session.next_out, message.number(36).value_or(0));
+      session.out.next = std::max(session.out.next, message.number(36).value_or(0));
       return;
     case SentKind::RESET:
-      session.next_out = message.number(36).value_or(session.next_out);
+      session.out.next = message.number(36).value_or(session.out.next);
       break;
     case SentKind::AGAIN:
     case SentKind::REPEAT:
     case SentKind::UNREADABLE:
       return;
   }
-  session.out_certain = true;
-  session.last_new = {at, heard.connection, message.type(), *number};
+  session.out.certain = true;
+  session.out.last = {at, heard.connection, message.type(), *number};
 }
 
 SentKind SessionView::kind_of(const WireMessage& message, const CompSession& session) const {
   if (message.type() == "A" && !message.possible_duplicate()) return SentKind::LOGON;
   if (message.type() == "4") return message.is(123, "Y") ? SentKind::FILL : SentKind::RESET;
-  if (noted_.number >= session.next_out) return SentKind::NEW;
+  if (noted_.number >= session.out.next) return SentKind::NEW;
   if (message.possible_duplicate() || noted_.asked) return SentKind::AGAIN;
   // Behind something that could not be read its number is taken as it stands.
-  return session.out_certain ? SentKind::REPEAT : SentKind::NEW;
+  return session.out.certain ? SentKind::REPEAT : SentKind::NEW;
 }
 
 void SessionView::on_garbage(const FixGarbage& garbage, TimeNs at) {
@@ -164,9 +163,8 @@ void SessionView::on_garbage(const FixGarbage& garbage, TimeNs at) {
   CompSession* session = session_of(connection);
   noted_.session = session;
   if (garbage.from != Party::CLIENT) return;
-  if (connection.first_sent == 0) connection.first_sent = at;
   connection.last_sent = at;
-  if (session != nullptr) session->out_certain = false;
+  if (session != nullptr) session->out.certain = false;
 }
 
 // --- The exchange's way ---
@@ -189,10 +187,10 @@ void SessionView::on_heard(const FixHeard& heard, TimeNs at) {
     if (connection.refused) note_refusal(*session, connection, message);
   } else if (message.type() == "2") {
     NumberRange asked = asked_range(message);
-    asked.last = std::min(asked.last, session->next_out - 1);
+    asked.last = std::min(asked.last, session->out.next - 1);
     session->asked_of_it.add(asked);
   }
-  number_heard(*session, heard, at);
+  number_heard(*session, message);
 }
 
 void SessionView::take_reset(FixConnection& connection, CompSession& session,
@@ -210,13 +208,12 @@ void SessionView::take_reset(FixConnection& connection, CompSession& session,
 
 void SessionView::note_refusal(CompSession& session, const FixConnection& connection,
                                const WireMessage& message) {
-  if (session.last_new.connection != connection.number || session.last_new.type != "A") return;
-  session.refused_logon = session.last_new.number;
-  session.refused_expecting = expected_by(message.value(58));
+  if (session.out.last.connection != connection.number || session.out.last.type != "A") return;
+  session.out.refused_logon = session.out.last.number;
+  session.out.refused_expecting = expected_by(message.value(58));
 }
 
-void SessionView::number_heard(CompSession& session, const FixHeard& heard, TimeNs at) {
-  const WireMessage& message = heard.message;
+void SessionView::number_heard(CompSession& session, const WireMessage& message) {
   const auto number = message.number(34);
   if (!number) return;
   noted_.number = *number;
@@ -232,7 +229,6 @@ void SessionView::number_heard(CompSession& session, const FixHeard& heard, Time
   noted_.filled = session.missing.first_within(noted_.stands_for).has_value();
   session.missing.remove(noted_.stands_for);
   session.next_in = std::max(session.next_in, noted_.stands_for.last + 1);
-  session.last_heard = {at, heard.connection, message.type(), *number};
 }
 
 // --- The end ---

@@ -17,18 +17,18 @@ namespace certify {
 struct FixConnection {
   uint32_t number = 0;
   TimeNs opened = 0;
-  std::string comp_id;        // 49 of its latest Logon, which the exchange goes by; empty before
-  TimeNs first_sent = 0;      // anything, garbage included
-  TimeNs last_sent = 0;       // likewise
-  TimeNs logon_sent = 0;      // the latest
-  TimeNs logged_on = 0;       // the reply to it was handed over
-  uint64_t heartbeat_s = 0;   // 108 of that reply
-  TimeNs logout_sent = 0;     // since the latest Logon
-  TimeNs logout_heard = 0;    // likewise; a refused Logon's among them
-  bool refused = false;       // it was one: no reply to the Logon had come before it
-  TimeNs client_ended = 0;    // its sending
-  TimeNs exchange_ended = 0;  // what it sends; a reset ends both
-  bool cut = false;           // by the link
+  std::string comp_id;         // 49 of its latest Logon, which the exchange goes by; empty before
+  uint64_t messages_sent = 0;  // by the client, of any kind and form
+  TimeNs last_sent = 0;        // anything, garbage included
+  TimeNs logon_sent = 0;       // the latest
+  TimeNs logged_on = 0;        // the reply to it was handed over
+  uint64_t heartbeat_s = 0;    // 108 of that reply
+  TimeNs logout_sent = 0;      // since the latest Logon
+  TimeNs logout_heard = 0;     // likewise; a refused Logon's among them
+  bool refused = false;        // it was one: no reply to the Logon had come before it
+  TimeNs client_ended = 0;     // its sending
+  TimeNs exchange_ended = 0;   // what it sends; a reset ends both
+  bool cut = false;            // by the link
 
   /// As far as the client could know.
   bool ended() const { return client_ended != 0 || exchange_ended != 0; }
@@ -45,27 +45,31 @@ struct SaidBefore {
 /// "14:03:07.123456  FIX 1 > 35=D|34=12"
 std::string text_of(const SaidBefore& said);
 
-/// The numbers of one SenderCompID, over all its connections.
+/// The client's own numbering.
+struct OwnNumbers {
+  uint64_t next = 1;    // of its next new message
+  bool certain = true;  // false: what it sent last could not be read, and may have taken a number
+  SaidBefore last;      // its latest message with a number of its own
+  uint64_t refused_logon = 0;      // 34 of that, if it was a Logon and was refused; 0: it was not
+  uint64_t refused_expecting = 0;  // what the refusal names as expected; 0: nothing
+};
+
+/// One SenderCompID, over all its connections.
 struct CompSession {
   std::string comp_id;
 
-  uint64_t next_out = 1;           // of the client's next new message
-  bool out_certain = true;         // false: what it sent last could not be read, or may be lost
-  SaidBefore last_new;             // its latest message with a number of its own
-  NumberRanges asked_of_it;        // by the exchange's ResendRequests
-  uint64_t refused_logon = 0;      // 34 of the latest Logon, if that was refused; 0: it was not
-  uint64_t refused_expecting = 0;  // what the refusal names as expected; 0: nothing
+  OwnNumbers out;
+  NumberRanges asked_of_it;  // of the client's numbers, by the exchange's ResendRequests
 
   uint64_t next_in = 1;  // of the exchange: one above the highest handed over
   NumberRanges missing;  // below next_in, neither handed over nor gap-filled
-  SaidBefore last_heard;
 };
 
 /// What a message of the client was.
 enum class SentKind : uint8_t {
   UNREADABLE,  // no number, or a frame with flaws: nobody but session.frames and .header judges it
   LOGON,
-  NEW,     // takes a number; `number` against `expected` says whether it is the right one
+  NEW,     // takes a number; `number` against `before.next` says whether it is the right one
   AGAIN,   // an old number with 43=Y, or one that the exchange has asked for
   REPEAT,  // an old number without either
   FILL,    // SequenceReset with 123=Y
@@ -79,10 +83,9 @@ struct Noted {
 
   // Of a message of the client:
   SentKind sent = SentKind::UNREADABLE;
-  uint64_t number = 0;    // of the exchange's messages too
-  uint64_t expected = 0;  // next_out before it
-  bool certain = true;    // out_certain before it
-  bool asked = false;     // `number` is one that the exchange has asked for
+  uint64_t number = 0;  // of the exchange's messages too
+  OwnNumbers before;    // as they stood before it
+  bool asked = false;   // `number` is one that the exchange has asked for
 
   // Of a message of the exchange:
   NumberRange stands_for;           // its number, or all that a GapFill covers
@@ -117,7 +120,7 @@ class SessionView {
   void take_reset(FixConnection& connection, CompSession& session, const WireMessage& message);
   static void note_refusal(CompSession& session, const FixConnection& connection,
                            const WireMessage& message);
-  void number_heard(CompSession& session, const FixHeard& heard, TimeNs at);
+  void number_heard(CompSession& session, const WireMessage& message);
   void on_ended(const FixEnded& ended, TimeNs at);
 
   std::map<uint32_t, FixConnection> connections_;
