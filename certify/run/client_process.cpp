@@ -7,6 +7,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <memory>
 #include <sstream>
 
 #include "certify/run/process_group.h"
@@ -28,21 +29,31 @@ bool can_be_run(const std::string& path) {
          ::access(path.c_str(), X_OK) == 0;
 }
 
+std::unique_ptr<Drain> drain_to(const std::string& path) {
+  return path.empty() ? nullptr : std::make_unique<Drain>(path, MOST_OUTPUT);
+}
+
+int writing_end(const std::unique_ptr<Drain>& stream) {
+  return stream == nullptr ? -1 : stream->writing_end();
+}
+
+struct Nothing {
+  int fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+  ~Nothing() { ::close(fd); }
+};
+
+// A group of its own may not read from the terminal: it would be stopped.
 client::ChildProcess start(const ClientProcess::Command& command, int out, int err) {
-  const int nothing = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-  if (nothing < 0) throw client::SystemError("open /dev/null");
-  client::ChildProcess::Command how{.program = command.program,
-                                    .arguments = command.arguments,
-                                    .environment = command.environment,
-                                    .stdin_fd = nothing,
-                                    .stdout_fd = out,
-                                    .stderr_fd = err,
-                                    .apart = true};
-  struct Closing {
-    int fd;
-    ~Closing() { ::close(fd); }
-  } closing{nothing};
-  return client::ChildProcess(how);
+  const Nothing nothing;
+  if (nothing.fd < 0) throw client::SystemError("open /dev/null");
+  const bool reads_ours = out < 0 && ::isatty(STDIN_FILENO) == 0;
+  return client::ChildProcess({.program = command.program,
+                               .arguments = command.arguments,
+                               .environment = command.environment,
+                               .stdin_fd = reads_ours ? -1 : nothing.fd,
+                               .stdout_fd = out,
+                               .stderr_fd = err,
+                               .apart = true});
 }
 
 }  // namespace
@@ -62,11 +73,12 @@ std::optional<std::string> found_program(const std::string& word) {
 }
 
 ClientProcess::ClientProcess(const Command& command)
-    : out_(command.out_path, MOST_OUTPUT),
-      err_(command.err_path, MOST_OUTPUT),
-      process_(start(command, out_.writing_end(), err_.writing_end())) {
-  out_.close_writing_end();
-  err_.close_writing_end();
+    : out_(drain_to(command.out_path)),
+      err_(drain_to(command.err_path)),
+      process_(start(command, writing_end(out_), writing_end(err_))) {
+  for (const auto& stream : {&out_, &err_}) {
+    if (*stream) (*stream)->close_writing_end();
+  }
 }
 
 ClientProcess::~ClientProcess() {
@@ -74,14 +86,18 @@ ClientProcess::~ClientProcess() {
 }
 
 void ClientProcess::collect(std::vector<pollfd>& set) const {
-  for (const Drain* stream : {&out_, &err_}) {
-    if (!stream->ended()) set.push_back({stream->fd(), POLLIN, 0});
+  for (const auto& stream : {&out_, &err_}) {
+    if (*stream && !(*stream)->ended()) set.push_back({(*stream)->fd(), POLLIN, 0});
   }
 }
 
 void ClientProcess::take_output() {
-  out_.take();
-  err_.take();
+  if (out_) out_->take();
+  if (err_) err_->take();
+}
+
+bool ClientProcess::streams_ended() const {
+  return (!out_ || out_->ended()) && (!err_ || err_->ended());
 }
 
 // It is not reaped: as long as it stands there, no other group can get its number.
@@ -113,10 +129,10 @@ bool ClientProcess::over(TimeNs now, TimeNs patience) {
   if (!has_ended()) return false;
   if (alone_at_ == 0 && (given_up || !group_runs(process_.pid()))) alone_at_ = now;
   if (alone_at_ == 0) return false;
-  if (!(out_.ended() && err_.ended()) && now - alone_at_ <= STREAMS_PATIENCE) return false;
+  if (!streams_ended() && now - alone_at_ <= STREAMS_PATIENCE) return false;
   kill_group();
-  out_.finish();
-  err_.finish();
+  if (out_) out_->finish();
+  if (err_) err_->finish();
   status_ = process_.poll_exit();
   return status_.has_value();
 }
@@ -137,7 +153,7 @@ bool ClientProcess::could_not_run() const {
 }
 
 bool ClientProcess::output_was_cut() const {
-  return out_.written() < out_.taken() || err_.written() < err_.taken();
+  return (out_ && out_->written() < out_->taken()) || (err_ && err_->written() < err_->taken());
 }
 
 }  // namespace certify

@@ -3,6 +3,7 @@
 #include <poll.h>
 
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -18,15 +19,15 @@ namespace certify {
 std::optional<std::string> found_program(const std::string& word);
 
 /// The client under test: a process with a group of its own, so that what it has started ends with
-/// it. Its two streams go to files; it reads nothing.
+/// it. Its two streams go to files, and it reads nothing.
 class ClientProcess {
  public:
   struct Command {
     std::string program = {};                             // a path
     std::vector<std::string> arguments = {};              // without the program's name
     std::map<std::string, std::string> environment = {};  // the whole of it
-    std::string out_path = {};
-    std::string err_path = {};
+    std::string out_path = {};                            // empty: both streams are ours, and
+    std::string err_path = {};                            // so is standard input, but a terminal
   };
 
   /// Throws quorl::client::SystemError.
@@ -55,12 +56,14 @@ class ClientProcess {
   std::string how() const;      // "exit status 0", "signal 15", "killed: it did not end within 5 s"
   bool could_not_run() const;   // as a shell says it: status 126 or 127
   bool output_was_cut() const;  // not all that it printed was kept
+  const std::optional<quorl::client::ExitStatus>& status() const { return status_; }
 
  private:
   void kill_group() const;
+  bool streams_ended() const;
 
-  Drain out_;
-  Drain err_;
+  std::unique_ptr<Drain> out_;  // null: not read by us
+  std::unique_ptr<Drain> err_;
   quorl::client::ChildProcess process_;
   TimeNs asked_at_ = 0;   // 0: not yet
   TimeNs forced_at_ = 0;  // 0: not yet

@@ -1,7 +1,6 @@
 #include "certify/run/exchange_process.h"
 
 #include <csignal>
-#include <regex>
 #include <utility>
 
 #include "certify/run/environment.h"
@@ -38,12 +37,17 @@ std::map<std::string, std::string> environment_of(const ExchangeProcess::Command
 }  // namespace
 
 ExchangeProcess::ExchangeProcess(const Command& command)
-    : command_(command), said_(command.folder + "/exchange.log", MOST_LOGGED) {}
+    : command_(command),
+      ports_(slot_.ports()),
+      said_(command.folder + "/exchange.log", MOST_LOGGED) {
+  if (!command.group.empty()) ports_.group = command.group;
+  if (command.feed_port != 0) ports_.feed = command.feed_port;
+}
 
 void ExchangeProcess::start() {
   process_ = std::make_unique<client::ChildProcess>(
       client::ChildProcess::Command{.program = command_.program,
-                                    .arguments = arguments_of(command_, slot_.ports()),
+                                    .arguments = arguments_of(command_, ports_),
                                     .environment = environment_of(command_),
                                     .stderr_fd = said_.writing_end(),
                                     .apart = true});
@@ -68,21 +72,5 @@ std::vector<std::string> ExchangeProcess::take_lines() {
 
 void ExchangeProcess::ask_to_end() { process_->signal(SIGTERM); }
 void ExchangeProcess::kill() { process_->signal(SIGKILL); }
-
-bool tells_that_it_serves(const std::string& line) {
-  return line.starts_with("[quorl] DEEP/IEX-TP ");
-}
-
-bool tells_of_taken_port(const std::string& line) {
-  return line.starts_with("quorl: cannot listen on ") || line.starts_with("quorl: control port") ||
-         line.starts_with("quorl: gap-fill port");
-}
-
-std::optional<uint32_t> session_in(const std::string& line) {
-  static const std::regex pattern("session ([0-9]{1,10}), gap fill");
-  std::smatch match;
-  if (!std::regex_search(line, match, pattern)) return std::nullopt;
-  return static_cast<uint32_t>(std::stoull(match[1].str()));
-}
 
 }  // namespace certify

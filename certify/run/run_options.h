@@ -18,6 +18,8 @@ struct RunOptions {
   std::string parent;                // where the run's folder is made
   std::string folder;                // what it is called there
   ServicePorts ports;                // of the taps; 0: any
+  std::string group;                 // of the feed; empty: any
+  uint16_t feed_port = 0;            // 0: any
   std::optional<uint32_t> seed;      // instead of the plan's
 };
 

@@ -81,9 +81,7 @@ void Stage::take_replies(TimeNs now) {
     }
   }
   if (exchange_end_) return;
-  if (control_->waits_since(now) > ANSWER_PATIENCE) {
-    throw RunBroken("the exchange does not answer at its control port");
-  }
+  does_not_answer_ = control_->waits_since(now) > ANSWER_PATIENCE;
   if (control_->idle() && now - asked_at_ >= BETWEEN_COUNTS) {
     asked_at_ = now;
     control_->send("stats", now);
@@ -121,8 +119,11 @@ void Stage::intrude(uint64_t ahead, TimeNs now) {
       std::make_unique<Intruder>(exchange_->ports().fix, comp_id_, next_seq_ + ahead, now);
 }
 
-std::string Stage::exchange_end() const {
-  return exchange_end_ ? exchange_end_->describe() : "it runs";
+std::string Stage::trouble() const {
+  if (exchange_end_ && !told_to_stop_) {
+    return "the exchange ended by itself: " + exchange_end_->describe();
+  }
+  return does_not_answer_ ? "the exchange does not answer at its control port" : "";
 }
 
 void Stage::ask_exchange_to_end() {

@@ -6,7 +6,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -24,12 +23,6 @@
 
 namespace certify {
 
-/// The run cannot begin or go on; the text says why.
-class RunBroken : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
 /// What stands in front of a client: an exchange of its own behind taps, and the judge's ears on all
 /// that it says. Driven by the caller's loop: collect, poll, serve.
 class Stage : private EventListener {
@@ -46,7 +39,7 @@ class Stage : private EventListener {
 
   void collect(std::vector<pollfd>& set) const;
   std::optional<TimeNs> due() const { return taps_->due(); }
-  void serve(TimeNs now);  // throws RunBroken if the exchange does not answer any more
+  void serve(TimeNs now);
 
   /// To the control port. Told as Commanded once it is answered.
   void command(const std::string& text, TimeNs now);
@@ -60,14 +53,17 @@ class Stage : private EventListener {
   const std::map<std::string, uint64_t>& counters() const { return counters_; }
   uint64_t times_counted() const { return times_counted_; }
 
+  bool is_open() const { return taps_ != nullptr; }
   bool exchange_runs() const { return !exchange_end_; }
-  /// How it ended; a `stop` of the plan is no accident.
-  std::string exchange_end() const;
-  bool ended_by_accident() const { return exchange_end_ && !told_to_stop_; }
+  /// It has ended, and all that it said has been heard.
+  bool exchange_is_over() const { return exchange_end_ && exchange_->fd() < 0; }
+  /// Why nothing can be proved any more: the exchange ended though nobody told it to, or does not
+  /// answer. Empty as long as all is well.
+  std::string trouble() const;
 
   /// The connections are closed.
   void close_taps() { taps_->close(); }
-  /// SIGTERM; exchange_runs() tells when it is over.
+  /// SIGTERM; exchange_is_over() tells when it has followed.
   void ask_exchange_to_end();
   void kill_exchange();
 
@@ -76,7 +72,6 @@ class Stage : private EventListener {
   uint64_t strange_lines() const { return tail_->strange_lines(); }
 
  private:
-  bool start_exchange(int stop);
   void hear(quorl::client::ByteView packet);
   void hear_exchange(TimeNs now);
   void take_replies(TimeNs now);
@@ -87,7 +82,6 @@ class Stage : private EventListener {
   const RunOptions& options_;
   const RunFolder& folder_;
   EventListener& listener_;
-  std::vector<std::unique_ptr<ExchangeProcess>> spoilt_;  // they keep their ports claimed
   std::unique_ptr<ExchangeProcess> exchange_;
   std::unique_ptr<FeedEar> ear_;
   std::unique_ptr<ControlLink> control_;
@@ -102,6 +96,7 @@ class Stage : private EventListener {
   uint64_t times_counted_ = 0;
   TimeNs asked_at_ = 0;  // for the counters
   bool told_to_stop_ = false;
+  bool does_not_answer_ = false;
   std::optional<quorl::client::ExitStatus> exchange_end_;
 };
 
