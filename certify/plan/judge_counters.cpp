@@ -19,6 +19,7 @@ constexpr SaidLine SAID_LINES[] = {
     {"bench: logon ", " 141=Y (", "logons_reset"},
     {"bench: logon ", "ahead of ours", "logons_ahead"},
     {"bench: client ", " seq gap expected ", "seq_gaps"},
+    {"bench: scripted replace reject for ", "", "scripted_replace_rejects"},
 };
 
 }  // namespace

@@ -25,6 +25,8 @@ namespace certify {
 ///   logons_ahead       accepted Logons with a number above the expected one
 ///   logons_refused     Logons answered by a Logout
 ///   logons_reset       accepted Logons with 141=Y
+///   scripted_replace_rejects
+///                      replaces refused by script, and none of those that were really wrong
 ///   seq_gaps           other messages with a number too high, for which the exchange asked
 class JudgeCounters : public EventListener {
  public:

@@ -118,9 +118,11 @@ TEST(JudgeCounters, read_the_exchanges_lines) {
   EXPECT_EQ(run["lapses"], 1u);
   run.said("bench: client TRADER seq gap expected 3 got 5 (D) — ResendRequest sent");
   EXPECT_EQ(run["seq_gaps"], 1u);
+  run.said("bench: scripted replace reject for o1 -> o2 (the order stands as it was)");
+  EXPECT_EQ(run["scripted_replace_rejects"], 1u);
   run.said("bench: logon TRADER 34=9 141=N (stream expected 9, next out 7)");
   run.said("bench: client TRADER logged out (0 resting order(s) kept)");
-  EXPECT_EQ(run.sum(), 6u);
+  EXPECT_EQ(run.sum(), 7u);
 }
 
 }  // namespace
