@@ -95,18 +95,17 @@ std::string cut_to(std::string_view utf8, size_t width) {
 }
 
 std::string fold(std::string_view utf8, size_t width, size_t indent) {
-  if (width == 0) return std::string(utf8);
-  std::string folded;
-  size_t used = 0;
+  const std::string margin(indent, ' ');
+  std::string folded = margin;
+  size_t used = indent;
   while (!utf8.empty()) {
     const std::string_view word = utf8.substr(0, utf8.find(' '));
     utf8.remove_prefix(std::min(utf8.size(), word.size() + 1));
     const size_t columns = columns_of(word);
-    const bool fits = used == 0 || used + 1 + columns <= width;
-    if (!fits) {
-      folded += "\n" + std::string(indent, ' ');
+    if (used > indent && width > 0 && used + 1 + columns > width) {
+      folded += "\n" + margin;
       used = indent;
-    } else if (used > 0) {
+    } else if (used > indent) {
       folded += " ";
       ++used;
     }

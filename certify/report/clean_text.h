@@ -16,8 +16,8 @@ size_t columns_of(std::string_view utf8);
 /// Clean text cut to `width` columns, the last of which then shows "…"; 0: not cut.
 std::string cut_to(std::string_view utf8, size_t width);
 
-/// Clean text in lines of at most `width` columns, broken at blanks, all but the first behind
-/// `indent` blanks; 0: one line. Without a line end behind the last.
+/// Clean text in lines of at most `width` columns, each behind `indent` blanks, broken at blanks
+/// only; 0: one line. Without a line end behind the last.
 std::string fold(std::string_view utf8, size_t width, size_t indent);
 
 }  // namespace certify

@@ -21,8 +21,8 @@ struct Progress {
 };
 
 /// The one line that moves, without a line end: "lost-race  12.3 s  orders 40  fills 31  armed drop
-/// 3  recovered 2 reports, 14 messages". At most `width` columns; what matters least is left out
-/// first.
+/// 3  recovered 2 reports, 14 messages". At most `width` columns: what does not
+/// fit is left out.
 std::string progress_line(const Progress& progress, size_t width);
 
 }  // namespace certify
