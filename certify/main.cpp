@@ -30,6 +30,7 @@ void add_what_to_run(CLI::App& line, certify::CertifyOptions& options) {
   line.add_flag("--attach", options.attach, "Wait for a client that somebody starts by hand");
   line.add_flag("--no-plan", options.no_plan, "Only an exchange for the command: no verdict");
   line.add_option("--market", options.market, "With --no-plan: options of the exchange, as a plan has");
+  line.add_option("--scenario", options.scenario, "With --no-plan: what QUORL_SCENARIO says");
   line.add_option("--seed", options.seed, "Seed of the market, instead of the plan's");
   line.add_option("--limit", options.limit, "Longest time of a run, instead of the plan's: 90s, 5m");
   line.add_option("--skip", options.skip, "Leave out a check, or a group of them")->take_all();
@@ -40,8 +41,8 @@ void add_what_to_run(CLI::App& line, certify::CertifyOptions& options) {
 }
 
 void add_what_to_write(CLI::App& line, certify::CertifyOptions& options) {
-  line.add_option("--out", options.out, "Folder for the folders of the runs")
-      ->capture_default_str();
+  line.add_option("--out", options.out,
+                  "Folder for the folders of the runs, instead of certify-runs");
   line.add_option("--junit", options.junit, "File for the verdicts as JUnit XML");
   line.add_option("--positions", options.positions, "What the client believes: its positions");
   line.add_option("--events", options.events, "What the client believes: its order events");
@@ -49,7 +50,7 @@ void add_what_to_write(CLI::App& line, certify::CertifyOptions& options) {
 }
 
 void add_what_to_tell(CLI::App& line, certify::CertifyOptions& options) {
-  line.add_flag("--list", options.list, "List the checks and the plans");
+  line.add_flag("--list", options.list, "List the checks");
   line.add_option("--explain", options.explain, "Print the page of a check");
   line.add_flag("--check-plan", options.check_plan, "Read the plans, and start nothing");
 }

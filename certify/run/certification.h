@@ -17,12 +17,13 @@ struct CertifyOptions {
   bool attach = false;
   bool no_plan = false;
   std::vector<std::string> market;  // with no_plan: "--symbols AAPL:190.00 --seed 7"
+  std::string scenario;             // with no_plan: QUORL_SCENARIO
   std::optional<uint32_t> seed;
   std::string limit;  // "90s"; empty: the plan's
   std::vector<std::string> skip;
   unsigned jobs = 1;
   std::string exchange;  // empty: the one beside this program, or by PATH
-  std::string out = "certify-runs";
+  std::string out;       // empty: certify-runs, with the time in each run's name
   std::string junit;
   std::string positions;
   std::string events;
