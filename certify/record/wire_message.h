@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -31,8 +32,13 @@ class WireMessage {
   bool session_level() const;  // 0 1 2 3 4 5 A
 
   /// What is wrong with the frame itself: 8, 9 and 10, their places and values, what is no tag, a
-  /// tag that comes twice. A sentence each; empty for a good frame.
+  /// tag that comes twice (but for those of FIX 4.2's repeating groups), a field without a value. A
+  /// sentence each, the first twenty; empty for a good frame.
   const std::vector<std::string>& flaws() const { return flaws_; }
+
+  /// False: length or checksum keep the exchange from taking it; it is dropped without a word, and
+  /// its number is not counted.
+  bool taken_by_exchange() const { return taken_by_exchange_; }
 
   const std::string& raw() const { return raw_; }
   /// "35=D|34=12|11=o7|..." without 8, 9, 49, 56, 52 and 10, control characters shown as \x01, cut
@@ -43,6 +49,8 @@ class WireMessage {
   std::vector<std::pair<int, std::string>> fields_;
   std::vector<std::string> flaws_;
   std::string raw_;
+  size_t split_ = 0;  // bytes of raw_ that are in fields_
+  bool taken_by_exchange_ = false;
 };
 
 }  // namespace certify

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <memory>
 
 #include "certify/record/events.h"
@@ -25,8 +24,6 @@ class WireReader : public TapListener {
 
  private:
   struct Lines;
-  EventListener& listener_;
-  uint32_t session_;
   std::unique_ptr<Lines> lines_;
 };
 
