@@ -198,6 +198,7 @@ void Session::note_number(const FixMessage& message) {
   const uint32_t last = incoming_.complete() ? 0 : incoming_.last_missing();
   if (last != last_before && last != 0 && last > last_before) hole_since_.reset();
   if (last == 0) {
+    if (asked_) owner_.on_remark("nothing is missing any more");
     hole_since_.reset();
     asked_.reset();
   }

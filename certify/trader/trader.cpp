@@ -21,6 +21,7 @@ constexpr Milliseconds CONNECT_PATIENCE{1000};
 constexpr Milliseconds SEND_PATIENCE{1000};
 constexpr Milliseconds ANSWER_PATIENCE{1500};  // then it is asked whether an order arrived
 constexpr Milliseconds BELIEF_PERIOD{250};
+constexpr Milliseconds LAST_OF_SESSION{1500};  // to fetch what is missing, before it logs out
 constexpr Milliseconds LAST_OF_FEED{2000};
 
 /// Milliseconds since the Unix epoch in 36 digits, so that no two starts share a name.
@@ -48,7 +49,7 @@ Trader::Trader(TraderOptions options, Habits& habits, const tools::StopSignal& s
 
 bool Trader::run() {
   while (!session_.over()) turn();
-  (void)market_->await_in_step(client::Deadline::after(LAST_OF_FEED));
+  if (session_.was_up()) (void)market_->await_in_step(client::Deadline::after(LAST_OF_FEED));
   belief_.finish(desk_, *market_);
   return session_.was_up();
 }
@@ -56,15 +57,14 @@ bool Trader::run() {
 void Trader::turn() {
   wait(steady_clock::now());
   const Moment now = steady_clock::now();
-  if (!leaving_ && wants_to_leave(now)) {
-    leaving_ = true;
-    session_.log_out(now);
-  }
+  if (!leave_by_ && wants_to_leave(now)) leave_by_ = now + LAST_OF_SESSION;
   receive(now);
   session_.on_time(now);
-  if (!leaving_) {
+  if (!leave_by_) {
     trade(now);
     habits_.on_turn(*this, now);
+  } else if (now >= *leave_by_ || session_.ready() || !session_.was_up()) {
+    session_.log_out(now);
   }
   close_if_hung_up(now);
   connect(now);
@@ -79,7 +79,7 @@ void Trader::wait(Moment now) {
   const Moment due = std::min(
       {session_.next_due(), std::max(strategy_.next_due(), now + Milliseconds(20)), belief_at_});
   pollfd ready[] = {{stop_.fd(), POLLIN, 0}, {stream_.fd(), POLLIN, 0}};
-  if (leaving_) ready[0].fd = -1;  // it stays readable
+  if (leave_by_) ready[0].fd = -1;  // it stays readable
   (void)::poll(ready, std::size(ready), tools::milliseconds_until(due));
 }
 

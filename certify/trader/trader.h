@@ -69,8 +69,8 @@ class Trader : private SessionOwner {
   Belief belief_;
   std::unique_ptr<MarketView> market_;
   quorl::client::TcpStream stream_;
-  bool hung_up_ = false;  // the connection is to be closed
-  bool leaving_ = false;
+  bool hung_up_ = false;            // the connection is to be closed
+  std::optional<Moment> leave_by_;  // it is ending: it trades no more
   Moment began_;
   Moment belief_at_{};
 };
