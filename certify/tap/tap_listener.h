@@ -29,12 +29,15 @@ struct Passed {
   TimeNs told = 0;  // now: the same for the client's, the time of handing over for the exchange's
 };
 
-/// The end of one direction of a stream.
+/// The end of one direction of a stream: the client's when the tap has noticed it, the exchange's
+/// when it has been passed on. A reset ends both directions and is told once, of who sent it; it
+/// may follow that party's orderly end. There is none of gap fill.
 struct Ended {
   Line line;
   Party by = Party::CLIENT;  // whose sending has ended
   bool reset = false;        // else an orderly end of stream
-  bool by_link = false;      // the plan cut the link: neither of them did it
+  bool by_link = false;      // the link was cut, or the taps closed: neither did it; a reset, `by`
+                             // says nothing
   uint64_t lost = 0;         // bytes of the exchange that were taken and never handed over
   TimeNs at = 0;
 };

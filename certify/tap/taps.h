@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "certify/record/time.h"
+#include "certify/tap/link_order.h"
 #include "certify/tap/tap_listener.h"
 
 namespace certify {
@@ -21,17 +22,14 @@ struct ServicePorts {
   uint16_t gap_fill = 0;  // UDP
 };
 
-/// What a plan can do to the link, said in one line: "delay 80ms jitter 20ms", "stall 5s", "trickle
-/// 1", "cut", "clear", each optionally followed by "fix", "images", "gapfill" (any of them; default
-/// all) and by "to exchange" or "to client" (default both ways).
-struct LinkOrder;
-/// What is wrong with it, or nothing: a sentence that names the word.
-std::optional<std::string> flaw_of_link_order(std::string_view text);
-
 /// Relays between a client and an exchange that change nothing: half frames, resets and half closes
 /// pass as they come, a side that does not read is not read for, so that pressure is felt through.
-/// Driven by the caller's loop: collect, poll, serve. Nothing blocks and nothing throws but the
-/// constructor.
+/// Driven by the caller's loop: collect, poll until due(), serve. Nothing blocks and nothing throws
+/// but the constructor. At most 256 kB of each direction of a connection are held here. Two
+/// descriptors for each connection: where these run out, connections wait, which is told once.
+///
+/// What no relay can hide: the client is connected before the exchange is asked, so that a refusal
+/// comes to it as a reset; and that a gap-fill port is closed is not told to it.
 class Taps {
  public:
   /// Listens on ports of its own; those given as not 0 are taken as they are. Throws
@@ -51,16 +49,18 @@ class Taps {
   /// Moves what can be moved.
   void serve(TimeNs now);
 
-  /// At the plan's word; the text has been checked.
+  /// At the plan's word (link_order.h); a text with a flaw is ignored, it should have been checked.
   void order_link(std::string_view text, TimeNs now);
 
-  /// All connections are ended, with what is on its way lost.
+  /// All connections are ended by resets and told so as by the link, with what is on its way lost;
+  /// nothing is listened to any more.
   void close();
 
-  /// What the taps have added to a piece or datagram, from reading to handing over, without what
-  /// the link was told to add and what the receiver did not take.
+  /// What the taps have added to a piece or datagram: from its arrival, as the kernel stamped it,
+  /// to its handing over, the caller's own work between two serves included. Without what the link
+  /// was told to add, what the receiver did not take and what came before there was a connection.
   struct Delay {
-    TimeNs median = 0;
+    TimeNs median = 0;  // to one part in 16
     TimeNs most = 0;
   };
   Delay delay() const;
