@@ -4,7 +4,5 @@
 namespace certify {
 
 std::span<const CheckKind> session_checks() { return {}; }
-std::span<const CheckKind> recovery_checks() { return {}; }
-std::span<const CheckKind> belief_checks() { return {}; }
 
 }  // namespace certify
