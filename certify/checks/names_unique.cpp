@@ -42,8 +42,7 @@ class NamesUnique : public Check {
   }
 
   static Fault fault_of(const std::string& name, const ViewedName& before, const Event& event) {
-    const std::string matter =
-        before.kind == ViewedName::Kind::ORDER ? "an order" : "a request";
+    const std::string matter = before.kind == ViewedName::Kind::ORDER ? "an order" : "a request";
     return {event.at,
             "ClOrdID " + name + " was used again while " + matter +
                 " of that name was live or could be, as far as the client had been told",

@@ -5,6 +5,7 @@
 
 #include "certify/checks/order_checks.h"
 #include "certify/checks/order_messages.h"
+#include "certify/checks/order_tags.h"
 
 namespace certify {
 namespace {
@@ -19,14 +20,14 @@ std::string wish_of(const WireMessage& message) {
   return wish;
 }
 
-/// A refusal that another check's fault has led to, or that names_live looks after.
+/// Refusals that belong to other checks: of names, of quantities that are filled, of orders not
+/// live. What orders.tags finds wrong is left out when it is sent.
 bool is_anothers(const WireMessage& refusal) {
-  if (refusal.type() == "9") return !refusal.is(102, "2") || !refusal.is(434, "2");
+  if (refusal.type() == "9" && (!refusal.is(102, "2") || !refusal.is(434, "2"))) return true;
+  for (const char* words : {"uplicate ClOrdID", "at or below executed", "must match"}) {
+    if (refusal.value(58).find(words) != std::string::npos) return true;
+  }
   return false;
-}
-bool is_for_its_name(const WireMessage& refusal) {
-  return refusal.value(58).find("uplicate ClOrdID") != std::string::npos ||
-         refusal.value(58).find("invalid ClOrdID") != std::string::npos;
 }
 
 class NoBlindRepetition : public Check {
@@ -64,6 +65,7 @@ class NoBlindRepetition : public Check {
 
   /// Only an order that follows a refusal counts: several at once are not yet a repetition.
   void on_order(Client& client, const FixHeard& heard, const Event& event) {
+    if (!flaws_of_order_fields(heard.message, nullptr).empty()) return;
     std::string wish = wish_of(heard.message);
     const auto streak = client.streaks.find(wish);
     if (streak != client.streaks.end()) {
@@ -80,12 +82,12 @@ class NoBlindRepetition : public Check {
     streak.told = 0;
     ++streak.repeated;
     if (streak.repeated <= allowed_) return;
-    blame({event.at,
-           "an order that had been refused was sent again unchanged, for the " +
-               std::to_string(streak.repeated) + ". time in a row (" + std::to_string(allowed_) +
-               " allowed)",
-           {streak.refusal, time_text(streak.latest) + "  the latest refusal",
-            evidence_of(event)}});
+    blame(
+        {event.at,
+         "an order that had been refused was sent again unchanged, for the " +
+             std::to_string(streak.repeated) + ". time in a row (" + std::to_string(allowed_) +
+             " allowed)",
+         {streak.refusal, time_text(streak.latest) + "  the latest refusal", evidence_of(event)}});
   }
 
   void on_report(Client& client, const WireMessage& message, const Event& event) {
@@ -99,7 +101,7 @@ class NoBlindRepetition : public Check {
       client.streaks.erase(wish);
       return;
     }
-    if (is_anothers(message) || is_for_its_name(message)) return;
+    if (is_anothers(message)) return;
     seen();
     Streak& streak = client.streaks[wish];
     if (streak.refusal.empty()) streak.refusal = evidence_of(event);

@@ -19,8 +19,6 @@ const std::string& comp_of(const SessionView& sessions, const FixHeard& heard) {
   return heard.message.value(heard.from == Party::CLIENT ? 49 : 56);
 }
 
-std::string evidence_of(const Event& event) {
-  return time_text(event.at) + "  " + describe(event);
-}
+std::string evidence_of(const Event& event) { return time_text(event.at) + "  " + describe(event); }
 
 }  // namespace certify

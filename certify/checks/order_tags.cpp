@@ -1,3 +1,5 @@
+#include "certify/checks/order_tags.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <optional>
@@ -7,7 +9,6 @@
 #include <vector>
 
 #include "certify/checks/order_checks.h"
-#include "certify/checks/order_view.h"
 #include "certify/record/message_name.h"
 
 namespace certify {
@@ -23,8 +24,8 @@ bool all_digits(std::string_view text) {
 
 /// Digits, a point and more digits if wanted: no sign, blank or exponent.
 struct Decimal {
-  std::string_view whole;
-  std::string_view part;  // without zeros at its end
+  std::string_view whole = {};
+  std::string_view part = {};  // without zeros at its end
 };
 std::optional<Decimal> decimal_of(std::string_view text) {
   const size_t point = text.find('.');
@@ -157,25 +158,26 @@ class OrderTags : public Check {
  private:
   void judge(const FixHeard& heard, const Event& event) {
     seen();
-    std::vector<std::string> flaws = flaws_of(heard, event.at);
+    const WireMessage& message = heard.message;
+    const std::string& comp = comp_of(view_.sessions(), heard);
+    const std::vector<std::string> flaws =
+        flaws_of_order_fields(message, view_.target_of(comp, message.value(41), event.at).order);
     if (flaws.empty()) return;
-    std::string what = name_of(heard.message) + " " + heard.message.value(11) + ": " + flaws[0];
+    std::string what = name_of(message) + " " + message.value(11) + ": " + flaws[0];
     for (size_t i = 1; i < flaws.size(); ++i) what += "; " + flaws[i];
     blame({event.at, what, {evidence_of(event)}});
-  }
-
-  std::vector<std::string> flaws_of(const FixHeard& heard, TimeNs at) const {
-    const WireMessage& message = heard.message;
-    if (message.type() == "D") return flaws_of_new_order(message);
-    if (message.type() == "F") return flaws_of_cancel(message);
-    const std::string& comp = comp_of(view_.sessions(), heard);
-    return flaws_of_replace(message, view_.target_of(comp, message.value(41), at).order);
   }
 
   OrderView view_;
 };
 
 }  // namespace
+
+std::vector<std::string> flaws_of_order_fields(const WireMessage& message,
+                                               const ViewedOrder* order) {
+  if (message.type() == "D") return flaws_of_new_order(message);
+  return message.type() == "F" ? flaws_of_cancel(message) : flaws_of_replace(message, order);
+}
 
 std::unique_ptr<Check> make_order_tags_check(const char* name, const CheckContext& context) {
   return std::make_unique<OrderTags>(name, context);

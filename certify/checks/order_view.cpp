@@ -135,8 +135,7 @@ void OrderView::on_reject(ClientView& view, const WireMessage& message, const To
   const auto name = view.names.find(message.value(11));
   if (name == view.names.end() || name->second.kind != ViewedName::Kind::ORDER) return;
   // An order of that name is live: it is a second one that was refused.
-  if (name->second.answered ||
-      message.value(58).find("duplicate ClOrdID") != std::string::npos) {
+  if (name->second.answered || message.value(58).find("duplicate ClOrdID") != std::string::npos) {
     return;
   }
   name->second.answered = true;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <set>
@@ -9,16 +10,17 @@
 #include <vector>
 
 #include "certify/checks/order_messages.h"
+#include "certify/plan/plan.h"
 
 namespace certify {
 
 /// A message of the exchange by which the client learned something, as short as memory for each
 /// order of a long run demands.
 struct Told {
-  TimeNs at = 0;       // when the client had it in its socket; 0: it was not told
-  uint32_t seq = 0;    // 34
-  char report = ' ';   // 150, or '9' for a cancel reject
-  uint32_t cum = 0;    // 14
+  TimeNs at = 0;      // when the client had it in its socket; 0: it was not told
+  uint32_t seq = 0;   // 34
+  char report = ' ';  // 150, or '9' for a cancel reject
+  uint32_t cum = 0;   // 14
   bool replay = false;
 
   bool by(TimeNs time) const { return at != 0 && at < time; }
@@ -27,13 +29,13 @@ struct Told {
 
 /// One order as the client can see it, over all its names.
 struct ViewedOrder {
-  std::string symbol;
-  std::string side;
-  uint64_t id = 0;  // 37; 0 until a report has told it
-  Told closed;      // filled, cancelled or refused
+  std::string symbol = {};
+  std::string side = {};
+  uint64_t id = 0;   // 37; 0 until a report has told it
+  Told closed = {};  // filled, cancelled or refused
   // What it was told to be executed, rising. Of what lies behind it by more than the grace only the
   // last one is kept.
-  std::vector<Told> executed;
+  std::vector<Told> executed = {};
 };
 
 /// One ClOrdID that the client has used.
@@ -53,7 +55,7 @@ struct Target {
   enum class Kind : uint8_t { LIVE, UNKNOWN, RETIRED, REFUSED, NOT_FOUND, CLOSED };
   Kind kind = Kind::LIVE;
   const ViewedOrder* order = nullptr;  // null if it is not known which
-  Told told;
+  Told told = {};
 };
 
 /// Whether a ClOrdID is free for something new.
@@ -70,7 +72,7 @@ class OrderView {
  public:
   static constexpr size_t NO_ORDER = static_cast<size_t>(-1);
 
-  explicit OrderView(TimeNs grace) : grace_(grace) {}
+  explicit OrderView(Milliseconds grace) : grace_(std::chrono::nanoseconds(grace).count()) {}
 
   /// To be asked about a message before the view hears of it.
   void on_event(const Event& event);

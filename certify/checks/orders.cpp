@@ -23,8 +23,7 @@ std::span<const CheckKind> order_checks() {
       {"orders.session_up",
        "Orders go out only on a session that the client had no reason to think down.",
        make_order_session_up_check},
-      {"orders.no_blind_repetition",
-       "What was refused is not sent again unchanged over and over.",
+      {"orders.no_blind_repetition", "What was refused is not sent again unchanged over and over.",
        make_no_blind_repetition_check},
   };
   return KINDS;
