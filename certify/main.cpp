@@ -57,9 +57,8 @@ void add_what_to_tell(CLI::App& line, certify::CertifyOptions& options) {
 
 /// All behind the first "--" is the client's, whatever it looks like.
 std::optional<int> read(certify::CertifyOptions& options, int argc, char** argv) {
-  const char* const* const end = argv + argc;
-  const char* const* const dashes =
-      std::find(argv + 1, const_cast<char**>(end), std::string_view("--"));
+  char** const end = argv + argc;
+  char** const dashes = std::find(argv + 1, end, std::string_view("--"));
   if (dashes != end) options.command.assign(dashes + 1, end);
   options.has_command = dashes != end;
   tools::CommandLine line("quorl-certify",

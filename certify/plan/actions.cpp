@@ -71,6 +71,9 @@ void check_link(Words& words) {
 void check_action(const std::vector<std::string>& all) {
   Words words(all);
   const std::string word = words.take("an action is missing");
+  if (word != "mark" && std::find(all.begin(), all.end(), "when") != all.end()) {
+    throw Mistake("a condition stands before the action, not behind it", "when");
+  }
   switch (action_of(word).argument) {
     case Argument::NONE:
       break;

@@ -109,6 +109,15 @@ void take_expect(Draft& draft, Words& words) {
   take_checks(draft, words, draft.plan.skip, draft.plan.expect);
 }
 
+/// {run} is the only word in braces that is filled in.
+void check_belief_path(const std::string& path) {
+  constexpr std::string_view RUN = "{run}";
+  for (size_t at = path.find('{'); at != std::string::npos; at = path.find('{', at + 1)) {
+    if (path.compare(at, RUN.size(), RUN) == 0) continue;
+    throw Mistake("only {run} is filled in here", path.substr(at));
+  }
+}
+
 void take_belief(Draft& draft, Words& words) {
   static const std::vector<std::string> KINDS = {"positions", "events", "book"};
   const std::string kind = words.take("positions, events or book is missing behind");
@@ -117,6 +126,7 @@ void take_belief(Draft& draft, Words& words) {
   Belief belief;
   belief.kind = static_cast<Belief::Kind>(found - KINDS.begin());
   belief.path = words.take("the path of a file is missing behind");
+  check_belief_path(belief.path);
   if (words.take_if("at")) belief.mark = words.take("the name of a mark is missing behind");
   words.expect_end();
   draft.plan.belief.push_back(std::move(belief));

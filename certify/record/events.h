@@ -42,6 +42,9 @@ struct FixGarbage {
   std::string bytes = {};  // at most 200 of them
   uint64_t size = 0;       // all
   bool at_end = false;     // half a message that the end of the connection cut
+  // Then: the other party had ended the connection before, or the plan's link did: whoever was
+  // sending could not finish.
+  bool cut_short = false;
 };
 struct FixEnded {
   uint32_t connection = 0;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 
 namespace certify {
@@ -13,5 +14,8 @@ constexpr TimeNs MILLISECOND = 1'000'000;
 constexpr TimeNs SECOND = 1'000 * MILLISECOND;
 
 TimeNs now_ns();
+
+/// The same of another moment, such as that of a packet's arrival.
+TimeNs time_ns(std::chrono::steady_clock::time_point moment);
 
 }  // namespace certify

@@ -74,12 +74,15 @@ struct WireReader::Lines {
   void on_fix_ended(const Ended& ended) {
     const auto found = fix.find(ended.line.number);
     if (found != fix.end()) {
+      const Party other = ended.by == Party::CLIENT ? Party::EXCHANGE : Party::CLIENT;
       if (auto rest = found->second.ways[index_of(ended.by)].end()) {
-        tell(ended.at, FixGarbage{.connection = ended.line.number,
-                                  .from = ended.by,
-                                  .bytes = std::move(rest->bytes),
-                                  .size = rest->size,
-                                  .at_end = true});
+        tell(ended.at,
+             FixGarbage{.connection = ended.line.number,
+                        .from = ended.by,
+                        .bytes = std::move(rest->bytes),
+                        .size = rest->size,
+                        .at_end = true,
+                        .cut_short = ended.by_link || found->second.ended[index_of(other)]});
       }
       found->second.ended[index_of(ended.by)] = true;
       if (found->second.ended[0] && found->second.ended[1]) fix.erase(found);

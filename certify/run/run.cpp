@@ -90,7 +90,11 @@ void Run::on_event(const Event& event) {
     if (!is_heartbeat(event)) last_activity_ = std::max(last_activity_, event.at);
   }
   judge_counters_.on_event(event);
-  if (recorder_) recorder_->on_event(event);
+  if (recorder_) {
+    recorder_->on_event(event);
+  } else {
+    early_.push_back(event);
+  }
   if (judge_) judge_->on_event(event);
   if (const auto* const reply = std::get_if<GapReplied>(&event.what)) {
     progress_.filled += reply->packet.messages.size();
@@ -134,7 +138,6 @@ bool Run::turn_until(TimeNs patience, const Done& done) {
 void Run::begin() {
   folder_ = std::make_unique<RunFolder>(options_.parent, options_.folder);
   result_.folder = folder_->path();
-  recorder_ = std::make_unique<Recorder>(*folder_);
   EventListener& listener = *this;
   stage_ = std::make_unique<Stage>(options_, *folder_, listener);
   stage_->open(stop_.fd());
@@ -143,8 +146,18 @@ void Run::begin() {
       CheckContext{.plan = options_.plan,
                    .feed_session = surroundings.session,
                    .market_truth = folder_->file("truth/market.jsonl")});
+  begin_recording(surroundings);
   watcher_.on_ready(options_, surroundings);
   if (!options_.command.empty()) start_client(surroundings);
+}
+
+void Run::begin_recording(const Surroundings& surroundings) {
+  recorder_ = std::make_unique<Recorder>(
+      folder_->path(), tools::endpoint_of(surroundings.group, surroundings.feed_port),
+      surroundings.ports);
+  for (const Event& event : early_) recorder_->on_event(event);
+  early_.clear();
+  stage_->record_with(*recorder_);
 }
 
 void Run::start_client(const Surroundings& surroundings) {
@@ -311,7 +324,8 @@ void Run::judge() {
 
 void Run::finish_recording() {
   if (!recorder_) return;
-  std::string trouble = recorder_->finish();
+  recorder_->finish();
+  std::string trouble = recorder_->failure();
   if (trouble.empty() && !folder_->has_room()) trouble = "there is no room in " + folder_->path();
   if (result_.broken.empty()) result_.broken = std::move(trouble);
 }

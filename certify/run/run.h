@@ -9,10 +9,10 @@
 #include "certify/checks/check.h"
 #include "certify/plan/judge_counters.h"
 #include "certify/plan/player.h"
+#include "certify/record/recorder.h"
 #include "certify/report/progress_line.h"
 #include "certify/report/run_result.h"
 #include "certify/run/client_process.h"
-#include "certify/run/recorder.h"
 #include "certify/run/run_folder.h"
 #include "certify/run/run_options.h"
 #include "certify/run/stage.h"
@@ -47,6 +47,7 @@ class Run : private EventListener {
   void client_ended(bool by_itself);
 
   void begin();
+  void begin_recording(const Surroundings& surroundings);
   void start_client(const Surroundings& surroundings);
   void play();
   void settle();
@@ -77,6 +78,7 @@ class Run : private EventListener {
   std::unique_ptr<RunFolder> folder_;
   std::unique_ptr<Judge> judge_;
   std::unique_ptr<Recorder> recorder_;
+  std::vector<Event> early_;  // what happened before there was a recorder
   std::unique_ptr<Stage> stage_;
   std::unique_ptr<ClientProcess> client_;
   PlanPlayer player_;

@@ -54,8 +54,11 @@ void Stage::serve(TimeNs now) {
 }
 
 void Stage::hear(client::ByteView packet) {
+  const TimeNs at = now_ns();
   try {
-    tell(now_ns(), FeedHeard{client::decode_tp_packet(packet, session_)});
+    FeedHeard heard{client::decode_tp_packet(packet, session_)};
+    if (recorder_ != nullptr) recorder_->on_feed(packet, at);
+    tell(at, std::move(heard));
   } catch (const client::WireError&) {
     // Not of this exchange: whatever else a machine sends to the group.
   }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "certify/record/events.h"
+#include "certify/record/recorder.h"
 #include "certify/record/wire_reader.h"
 #include "certify/run/control_link.h"
 #include "certify/run/event_tail.h"
@@ -19,6 +20,7 @@
 #include "certify/run/placeholders.h"
 #include "certify/run/run_folder.h"
 #include "certify/run/run_options.h"
+#include "certify/run/tap_tee.h"
 #include "certify/tap/taps.h"
 
 namespace certify {
@@ -29,6 +31,9 @@ class Stage : private EventListener {
  public:
   /// What happens is told to the listener, who must live as long, as must the rest.
   Stage(const RunOptions& options, const RunFolder& folder, EventListener& listener);
+
+  /// Once open: writes down the bytes, from now on.
+  void record_with(Recorder& recorder);
 
   /// Starts the exchange and waits until it serves, or until `stop` is readable. Throws RunBroken
   /// and quorl::client::SystemError.
@@ -87,6 +92,8 @@ class Stage : private EventListener {
   std::unique_ptr<ControlLink> control_;
   std::unique_ptr<EventTail> tail_;
   std::unique_ptr<WireReader> reader_;
+  std::unique_ptr<TapTee> tee_;  // to the recorder and the reader
+  Recorder* recorder_ = nullptr;
   std::unique_ptr<Taps> taps_;
   std::unique_ptr<Intruder> intruder_;
   uint32_t session_ = 0;

@@ -28,9 +28,15 @@ void Stage::open(int stop) {
   tail_ = std::make_unique<EventTail>(folder_.file("truth/orders.jsonl"));
   EventListener& listener = *this;
   reader_ = std::make_unique<WireReader>(listener, session_);
+  tee_ = std::make_unique<TapTee>(*reader_);
   taps_ = std::make_unique<Taps>(
       ServicePorts{.fix = ports.fix, .images = ports.snap, .gap_fill = ports.gap_fill},
-      options_.ports, *reader_, seed_of(options_));
+      options_.ports, *tee_, seed_of(options_));
+}
+
+void Stage::record_with(Recorder& recorder) {
+  recorder_ = &recorder;
+  tee_->set_first(recorder);
 }
 
 }  // namespace certify

@@ -104,6 +104,21 @@ TEST_F(WireReaderTest, AFrameWithABadCheckSumIsOneMessageThatTheExchangeDrops) {
   EXPECT_FALSE(only<FixHeard>().message.taken_by_exchange());
 }
 
+TEST_F(WireReaderTest, WhoseHalfMessageWasCutShortIsTold) {
+  const auto last_half = [&](uint32_t number, bool exchange_first, bool by_link) {
+    const Line line{Service::FIX, number};
+    reader.on_opened(line, true, now);
+    pass(line, Party::CLIENT, "8=FIX.4.2");
+    if (exchange_first) end(line, Party::EXCHANGE);
+    end(line, Party::CLIENT, false, by_link);
+    return std::get<FixGarbage>(events.at(events.size() - 2).what);
+  };
+  EXPECT_FALSE(last_half(1, false, false).cut_short);
+  EXPECT_TRUE(last_half(2, true, false).cut_short);
+  EXPECT_TRUE(last_half(3, false, true).cut_short);
+  EXPECT_TRUE(last_half(4, false, true).at_end);
+}
+
 TEST_F(WireReaderTest, WhatNeverReachedTheClientIsSaid) {
   reader.on_ended({.line = FIX, .by = Party::EXCHANGE, .by_link = true, .lost = 12, .at = 1});
   EXPECT_THAT(lines,
