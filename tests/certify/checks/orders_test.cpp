@@ -182,7 +182,7 @@ TEST(OrderChecks, another_clients_order_is_unknown) {
 }
 
 TEST(OrderChecks, a_retired_name_may_be_used_for_the_grace_and_no_longer) {
-  for (const auto [pause, fails] : {std::pair{999ms, false}, std::pair{1000ms, true}}) {
+  for (const auto& [pause, fails] : {std::pair{999ms, false}, std::pair{1000ms, true}}) {
     OrderTalk talk;
     talk.order("o1").accepts("o1").replace("o2", "o1", 200).replaces("o1", "o2", 200);
     // The cancel itself is a millisecond behind.
@@ -210,7 +210,7 @@ TEST(OrderChecks, the_name_of_a_refused_replace_is_no_order) {
 }
 
 TEST(OrderChecks, a_closed_order_may_be_named_for_the_grace_and_no_longer) {
-  for (const auto [pause, fails] : {std::pair{999ms, false}, std::pair{1000ms, true}}) {
+  for (const auto& [pause, fails] : {std::pair{999ms, false}, std::pair{1000ms, true}}) {
     OrderTalk talk;
     talk.order("o1").accepts("o1").fills("o1", 100);
     talk.wait(pause).cancel("c1", "o1").closing();
@@ -259,7 +259,7 @@ TEST(OrderChecks, a_replace_is_above_what_was_known_to_be_filled) {
     std::chrono::milliseconds pause;
     bool fails;
   };
-  for (const auto [qty, pause, fails] :
+  for (const auto& [qty, pause, fails] :
        {Case{200, 2s, true}, Case{199, 2s, true}, Case{201, 2s, false}, Case{200, 999ms, false},
         Case{200, 1000ms, true}}) {
     OrderTalk talk;
@@ -299,7 +299,7 @@ TEST(OrderChecks, an_order_behind_the_clients_own_logout) {
 }
 
 TEST(OrderChecks, an_order_behind_the_exchanges_end_of_stream_has_the_grace) {
-  for (const auto [pause, fails] : {std::pair{999ms, false}, std::pair{1000ms, true}}) {
+  for (const auto& [pause, fails] : {std::pair{999ms, false}, std::pair{1000ms, true}}) {
     OrderTalk talk;
     talk.dialogue.exchange_closes();
     talk.wait(pause).order("o1").closing();
@@ -308,7 +308,7 @@ TEST(OrderChecks, an_order_behind_the_exchanges_end_of_stream_has_the_grace) {
 }
 
 TEST(OrderChecks, an_order_behind_the_exchanges_logout_has_the_grace) {
-  for (const auto [pause, fails] : {std::pair{999ms, false}, std::pair{1000ms, true}}) {
+  for (const auto& [pause, fails] : {std::pair{999ms, false}, std::pair{1000ms, true}}) {
     OrderTalk talk;
     talk.answers("35=5|58=bye").wait(pause).order("o1").closing();
     EXPECT_EQ(talk.failures(), fails ? Names{"orders.session_up"} : Names{});

@@ -95,7 +95,13 @@ OrderTalk& OrderTalk::refuses(const std::string& name, const std::string& text) 
 OrderTalk& OrderTalk::refuses_cancel(const std::string& request, const std::string& name,
                                      char reason) {
   const std::string text = reason == '0' ? "Too late to cancel" : "Unknown order";
-  decide({.ev = "cancel_reject", .cl = name, .side = " ", .px = "0", .text = text});
+  OrderEvent event;
+  event.ev = "cancel_reject";
+  event.cl = name;
+  event.side = " ";
+  event.px = "0";
+  event.text = text;
+  decide(std::move(event));
   hand_over("35=9|37=NONE|11=" + request + "|41=" + name + "|39=2|102=" + reason +
             "|434=1|58=" + text);
   return *this;
@@ -105,13 +111,15 @@ OrderTalk& OrderTalk::refuses_replace(const std::string& request, const std::str
                                       char reason, const std::string& text) {
   const auto order = orders_.find(name);
   const uint64_t id = reason == '2' && order != orders_.end() ? order->second.id : 0;
-  decide({.ev = "replace_reject",
-          .cl = name,
-          .oid = id,
-          .side = " ",
-          .px = "0",
-          .text = text,
-          .ref = request});
+  OrderEvent event;
+  event.ev = "replace_reject";
+  event.cl = name;
+  event.oid = id;
+  event.side = " ";
+  event.px = "0";
+  event.text = text;
+  event.ref = request;
+  decide(std::move(event));
   hand_over("35=9|37=" + (id == 0 ? "NONE" : std::to_string(id)) + "|11=" + request +
             "|41=" + name + "|39=0|102=" + reason + "|434=2|58=" + text);
   return *this;
@@ -136,18 +144,20 @@ OrderTalk& OrderTalk::loses(bool lost) {
 }
 
 void OrderTalk::report(const Order& order, const ReportText& text) {
-  decide({.ev = text.ev,
-          .cl = text.ev == "replace" || text.orig.empty() ? text.name : text.orig,
-          .oid = order.id,
-          .symbol = "AAPL",
-          .side = "B",
-          .qty = order.qty,
-          .px = order.price,
-          .cum = order.cum,
-          .leaves = order.leaves,
-          .last_qty = text.last,
-          .text = text.truth_text,
-          .ref = text.ev == "replace" ? std::optional(text.orig) : std::nullopt});
+  OrderEvent event;
+  event.ev = text.ev;
+  event.cl = text.ev == "replace" || text.orig.empty() ? text.name : text.orig;
+  event.oid = order.id;
+  event.symbol = "AAPL";
+  event.side = "B";
+  event.qty = order.qty;
+  event.px = order.price;
+  event.cum = order.cum;
+  event.leaves = order.leaves;
+  event.last_qty = text.last;
+  event.text = text.truth_text;
+  if (text.ev == "replace") event.ref = text.orig;
+  decide(std::move(event));
   const std::string type(1, text.type);
   std::string wire = "35=8|37=" + (order.id == 0 ? "NONE" : std::to_string(order.id)) +
                      "|11=" + text.name + "|17=E" + std::to_string(++execs_) + "|20=0|150=" + type +

@@ -75,9 +75,9 @@ class OrderTalk {
   struct ReportText {
     std::string ev;
     char type;
-    std::string name;  // 11
-    std::string orig;  // 41, or nothing
-    unsigned last = 0;
+    std::string name;       // 11
+    std::string orig = {};  // 41, or nothing
+    unsigned last = 0;      // 32
     std::string text = {};
     std::string truth_text = {};
   };
