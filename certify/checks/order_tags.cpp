@@ -24,8 +24,8 @@ bool all_digits(std::string_view text) {
 
 /// Digits, a point and more digits if wanted: no sign, blank or exponent.
 struct Decimal {
-  std::string_view whole;
-  std::string_view part;  // without zeros at its end
+  std::string_view whole = {};
+  std::string_view part = {};  // without zeros at its end
 };
 std::optional<Decimal> decimal_of(std::string_view text) {
   const size_t point = text.find('.');

@@ -29,13 +29,13 @@ struct Told {
 
 /// One order as the client can see it, over all its names.
 struct ViewedOrder {
-  std::string symbol;
-  std::string side;
-  uint64_t id = 0;  // 37; 0 until a report has told it
-  Told closed;      // filled, cancelled or refused
+  std::string symbol = {};
+  std::string side = {};
+  uint64_t id = 0;   // 37; 0 until a report has told it
+  Told closed = {};  // filled, cancelled or refused
   // What it was told to be executed, rising. Of what lies behind it by more than the grace only the
   // last one is kept.
-  std::vector<Told> executed;
+  std::vector<Told> executed = {};
 };
 
 /// One ClOrdID that the client has used.
@@ -55,7 +55,7 @@ struct Target {
   enum class Kind : uint8_t { LIVE, UNKNOWN, RETIRED, REFUSED, NOT_FOUND, CLOSED };
   Kind kind = Kind::LIVE;
   const ViewedOrder* order = nullptr;  // null if it is not known which
-  Told told;
+  Told told = {};
 };
 
 /// Whether a ClOrdID is free for something new.
