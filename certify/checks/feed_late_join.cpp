@@ -158,8 +158,8 @@ class LateJoin : public Check {
                 .evidence = {attempts_.begin(), attempts_.end()}};
     if (reach_.next() > 1) {
       fault.evidence.push_back("Gap fill had brought it to " + std::to_string(reach_.next() - 1) +
-                               "; the feed was at " + std::to_string(sent_before_.value_or(1) - 1) +
-                               " when it started.");
+                               "; when it started, the feed had come to " +
+                               std::to_string(sent_before_.value_or(1) - 1) + " at least.");
     }
     blame(std::move(fault));
   }

@@ -80,12 +80,12 @@ class Recovered : public Check {
   void take(const ImageReplied& reply) {
     if (!reply.complete) return;
     have_place();
-    image_seq_ = std::max(image_seq_, reply.seq);
     for (const FeedHole& hole : feed_.holes()) {
-      if (hole.last.low > image_seq_) continue;
+      if (hole.last.low > reply.seq) continue;
       if (is_owed(hole)) seen();
       feed_.settle(hole.end_offset);
     }
+    image_seq_ = std::max(image_seq_, reply.seq);
   }
 
   /// Nobody can fetch anything through a link that is cut: the time begins anew.
@@ -140,10 +140,11 @@ class Recovered : public Check {
   }
 
   Fault fault_of(const FeedHole& hole) const {
-    Fault fault{.at = hole.shown,
-                .what = "The feed lost " + messages_text(hole.first.low, hole.last.low) +
-                        ", and neither gap fill nor an image brought them within " +
-                        std::to_string(recovery_ / MILLISECOND) + " ms."};
+    Fault fault;
+    fault.at = hole.shown;
+    fault.what = "The feed lost " + messages_text(hole.first.low, hole.last.low) +
+                 ", and neither gap fill nor an image brought them within " +
+                 std::to_string(recovery_ / MILLISECOND) + " ms.";
     fault.evidence.push_back(
         time_text(hole.shown) + "  what came then shows the hole: stream offset " +
         std::to_string(hole.offset) + " to " + std::to_string(hole.end_offset) + " was missing");

@@ -73,7 +73,7 @@ void append_failure(pugi::xml_node test_case, const RunResult& run, const Verdic
 void append_check(pugi::xml_node suite, const RunResult& run, const Verdict& verdict,
                   Counts& counts) {
   ++counts.tests;
-  const pugi::xml_node test_case = append_case(suite, run, verdict.check);
+  pugi::xml_node test_case = append_case(suite, run, verdict.check);
   set(test_case, "time", "0.000");
   if (verdict.outcome == Outcome::FAILED) {
     ++counts.failures;
@@ -89,11 +89,11 @@ void append_check(pugi::xml_node suite, const RunResult& run, const Verdict& ver
 /// Whether the run is good for anything: else no case would say so where no check failed.
 void append_run(pugi::xml_node suite, const RunResult& run, Counts& counts) {
   ++counts.tests;
-  const pugi::xml_node test_case = append_case(suite, run, THE_RUN);
+  pugi::xml_node test_case = append_case(suite, run, THE_RUN);
   set(test_case, "time", in_seconds(run.ended - run.began));
   if (run.status == RunResult::Status::PASSED || run.status == RunResult::Status::FAILED) return;
   ++counts.errors;
-  const pugi::xml_node error = test_case.append_child("error");
+  pugi::xml_node error = test_case.append_child("error");
   const auto doubts = doubts_of(run);
   set(error, "message", doubts.empty() ? word_of(run.status) : doubts.front());
   set(error, "type", word_of(run.status));

@@ -10,14 +10,14 @@ namespace certify {
 
 /// How far a run is.
 struct Progress {
-  std::string plan;     // its name
-  TimeNs elapsed = 0;   // since the client was started
-  uint64_t orders = 0;  // that the exchange has read
+  std::string plan = {};  // its name
+  TimeNs elapsed = 0;     // since the client was started
+  uint64_t orders = 0;    // that the exchange has read
   uint64_t fills = 0;
-  std::string armed;      // the latest step: "drop 3"; empty: none yet
-  uint64_t replayed = 0;  // reports sent again
-  uint64_t filled = 0;    // messages of the feed that gap fill brought
-  uint64_t images = 0;    // taken
+  std::string armed = {};  // the latest step: "drop 3"; empty: none yet
+  uint64_t replayed = 0;   // reports sent again
+  uint64_t filled = 0;     // messages of the feed that gap fill brought
+  uint64_t images = 0;     // taken
 };
 
 /// The one line that moves, without a line end: "lost-race  12.3 s  orders 40  fills 31  armed drop
