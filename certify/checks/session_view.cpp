@@ -26,6 +26,13 @@ NumberRange asked_range(const WireMessage& message) {
   return {message.number(7).value_or(0), last == 0 ? HIGHEST : last};
 }
 
+/// The link says so of itself line by line; that bytes were lost with a connection is no doing of
+/// its own.
+bool disturbs_fix(std::string_view what) {
+  return !what.starts_with("gap fill") && !what.starts_with("image") &&
+         what.find("never reached") == std::string_view::npos;
+}
+
 void forget_numbers_of_exchange(CompSession& session) {
   session.next_in = 1;
   session.missing.clear();
@@ -53,6 +60,8 @@ const Noted& SessionView::take(const Event& event) {
     on_garbage(*garbage, event.at);
   } else if (const auto* ended = std::get_if<FixEnded>(&event.what)) {
     on_ended(*ended, event.at);
+  } else if (const auto* link = std::get_if<LinkSaid>(&event.what)) {
+    disturbed_ = disturbed_ || disturbs_fix(link->what);
   }
   return noted_;
 }
@@ -234,7 +243,9 @@ void SessionView::number_heard(CompSession& session, const WireMessage& message)
 // --- The end ---
 
 void SessionView::on_ended(const FixEnded& ended, TimeNs at) {
-  FixConnection& connection = connection_of(ended.connection, at);
+  const auto found = connections_.find(ended.connection);
+  if (found == connections_.end()) return;  // the other direction of one that was reset
+  FixConnection& connection = found->second;
   noted_.connection = &connection;
   CompSession* session = session_of(connection);
   noted_.session = session;

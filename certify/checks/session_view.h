@@ -107,6 +107,8 @@ class SessionView {
 
   /// Behind Closing: how the client leaves is not judged.
   bool closing() const { return closing_; }
+  /// The link has misbehaved on FIX: what the client sends may have been read late.
+  bool disturbed() const { return disturbed_; }
 
  private:
   FixConnection& connection_of(uint32_t number, TimeNs at);
@@ -129,6 +131,7 @@ class SessionView {
                                      // whether it was their first message
   uint32_t gone_ = 0;                // connection whose record is dropped at the next call
   bool closing_ = false;
+  bool disturbed_ = false;
   Noted noted_;
 };
 
