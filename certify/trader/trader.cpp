@@ -60,6 +60,8 @@ void Trader::turn() {
   if (!leave_by_ && wants_to_leave(now)) leave_by_ = now + LAST_OF_SESSION;
   receive(now);
   session_.on_time(now);
+  close_if_hung_up(now);
+  connect(now);
   if (!leave_by_) {
     trade(now);
     habits_.on_turn(*this, now);
@@ -67,7 +69,6 @@ void Trader::turn() {
     session_.log_out(now);
   }
   close_if_hung_up(now);
-  connect(now);
   write_belief(now);
 }
 
@@ -123,7 +124,8 @@ void Trader::on_bytes_to_send(std::string_view bytes) {
 }
 
 void Trader::on_report(const client::FixMessage& message, ReportPlace place) {
-  if (desk_.on_report(message, place, steady_clock::now())) belief_.note(message, place);
+  const bool is_new = desk_.on_report(message, place, steady_clock::now());
+  if (is_new || !habits_.takes_each_report_once()) belief_.note(message, place);
 }
 
 void Trader::on_remark(const std::string& remark) {
