@@ -180,7 +180,8 @@ std::string describe(const LinkOrder& order) {
       text = "stalled for " + span_text(order.time);
       break;
     case LinkOrder::Kind::TRICKLE:
-      text = "trickles, " + std::to_string(order.bytes) + " bytes at a time";
+      text = "trickles, " + std::to_string(order.bytes) + (order.bytes == 1 ? " byte" : " bytes") +
+             " at a time";
       break;
     case LinkOrder::Kind::CUT:
       text = "cut";

@@ -184,7 +184,9 @@ class TapRig {
   void settle() {
     for (int i = 0; i < 20; ++i) turn(0);
   }
+  /// What has been said by now counts as said before.
   void pass(TimeNs time) {
+    settle();
     now += time;
     settle();
   }

@@ -13,7 +13,9 @@ using namespace tap_test;
 
 TEST(Taps, pass_bytes_both_ways_and_tell_them) {
   TapRig rig;
-  auto [client, exchange] = rig.connect();
+  auto both = rig.connect();
+  Peer& client = both.client;
+  Peer& exchange = both.exchange;
   EXPECT_TRUE(rig.told.fix(1).reached);
   client.say("8=FIX.4.2|9=");  // half a frame
   EXPECT_TRUE(rig.comes(exchange, "8=FIX.4.2|9="));
@@ -42,7 +44,9 @@ TEST(Taps, number_lines_within_each_service) {
 
 TEST(Taps, pass_a_half_close_of_the_client_while_the_exchange_talks_on) {
   TapRig rig;
-  auto [client, exchange] = rig.connect();
+  auto both = rig.connect();
+  Peer& client = both.client;
+  Peer& exchange = both.exchange;
   client.say("last");
   client.says_no_more();
   ASSERT_TRUE(rig.until([&] { return exchange.hears_end(); }));
@@ -63,7 +67,9 @@ TEST(Taps, pass_a_half_close_of_the_client_while_the_exchange_talks_on) {
 
 TEST(Taps, pass_a_half_close_of_the_exchange_while_the_client_talks_on) {
   TapRig rig;
-  auto [client, exchange] = rig.connect();
+  auto both = rig.connect();
+  Peer& client = both.client;
+  Peer& exchange = both.exchange;
   exchange.say("goodbye");
   exchange.says_no_more();
   ASSERT_TRUE(rig.until([&] { return client.hears_end(); }));
@@ -104,7 +110,9 @@ TEST(Taps, pass_resets_as_resets_behind_what_came_before) {
 
 TEST(Taps, pass_a_reset_that_follows_an_orderly_end) {
   TapRig rig;
-  auto [client, exchange] = rig.connect();
+  auto both = rig.connect();
+  Peer& client = both.client;
+  Peer& exchange = both.exchange;
   exchange.closes();  // by the first byte that comes now, its kernel answers with a reset
   ASSERT_TRUE(rig.until([&] { return client.hears_end(); }));
   EXPECT_FALSE(client.reset);
@@ -162,7 +170,9 @@ TEST(Taps, take_the_ports_that_are_wanted_or_say_which_cannot_be_had) {
 
 TEST(Taps, end_all_when_they_are_closed) {
   TapRig rig;
-  auto [client, exchange] = rig.connect();
+  auto both = rig.connect();
+  Peer& client = both.client;
+  Peer& exchange = both.exchange;
   rig.order("stall 5s");
   exchange.say("0123456789");
   rig.settle();
@@ -181,7 +191,9 @@ TEST(Taps, leave_nothing_open_and_nothing_to_programs_that_are_started) {
   const size_t before = descriptors_open();
   {
     TapRig rig;
-    auto [client, exchange] = rig.connect();
+    auto both = rig.connect();
+    Peer& client = both.client;
+    Peer& exchange = both.exchange;
     client.say("x");
     EXPECT_TRUE(rig.comes(exchange, "x"));
     std::vector<pollfd> set;
@@ -193,7 +205,9 @@ TEST(Taps, leave_nothing_open_and_nothing_to_programs_that_are_started) {
 
 TEST(Taps, state_the_delay_they_add) {
   TapRig rig;
-  auto [client, exchange] = rig.connect();
+  auto both = rig.connect();
+  Peer& client = both.client;
+  Peer& exchange = both.exchange;
   rig.settle();
   // The kernel begins to stamp arrivals a moment after it is asked to, so not the first try counts.
   bool stamped = false;
@@ -219,7 +233,9 @@ TEST(Taps, state_the_delay_they_add) {
 
 TEST(Taps, do_not_count_what_the_link_was_told_to_add) {
   TapRig rig;
-  auto [client, exchange] = rig.connect();
+  auto both = rig.connect();
+  Peer& client = both.client;
+  Peer& exchange = both.exchange;
   rig.order("delay 10ms");
   rig.settle();
   client.say("late");
