@@ -29,6 +29,8 @@ class Habits {
   virtual bool asks_for_holes() { return true; }
   /// A Replaced overtakes its fills: what is missing may be right behind.
   virtual Milliseconds wait_before_asking() { return Milliseconds(60); }
+  /// Orders wait until all that was missing has come.
+  virtual bool trades_only_when_whole() { return true; }
   /// The range has been asked for already, and the answer may be under way.
   virtual bool leaves_asked_alone() { return true; }
   virtual bool tests_silent_line() { return true; }

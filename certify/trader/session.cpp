@@ -283,7 +283,8 @@ Moment Session::silence_due() const {
 Moment Session::hole_due() const {
   if (state_ != State::UP || incoming_.complete() || !hole_since_) return Moment::max();
   if (!habits_.asks_for_holes()) return Moment::max();
-  if (!asked_ || incoming_.last_missing() > asked_->last) return *hole_since_ + habits_.wait_before_asking();
+  if (!asked_ || incoming_.last_missing() > asked_->last)
+    return *hole_since_ + habits_.wait_before_asking();
   if (asked_->times >= MOST_ASKS && habits_.leaves_asked_alone()) return Moment::max();
   return asked_->at + (habits_.leaves_asked_alone() ? ASK_AGAIN : habits_.wait_before_asking());
 }
@@ -340,7 +341,7 @@ void Session::ask_for_holes(Moment now) {
 }
 
 bool Session::ready() const {
-  const bool whole = incoming_.complete() || !habits_.asks_for_holes();
+  const bool whole = incoming_.complete() || !habits_.trades_only_when_whole();
   return state_ == State::UP && whole && !tested_at_ && !barrier_;
 }
 
