@@ -142,10 +142,10 @@ void Run::begin() {
   stage_ = std::make_unique<Stage>(options_, *folder_, listener);
   stage_->open(stop_.fd());
   const Surroundings surroundings = stage_->surroundings();
-  judge_ = std::make_unique<Judge>(
-      CheckContext{.plan = options_.plan,
-                   .feed_session = surroundings.session,
-                   .market_truth = folder_->file("truth/market.jsonl")});
+  judge_ =
+      std::make_unique<Judge>(CheckContext{.plan = options_.plan,
+                                           .feed_session = surroundings.session,
+                                           .market_truth = folder_->file("truth/market.jsonl")});
   begin_recording(surroundings);
   watcher_.on_ready(options_, surroundings);
   if (!options_.command.empty()) start_client(surroundings);
@@ -167,7 +167,8 @@ void Run::start_client(const Surroundings& surroundings) {
   for (const auto& [name, value] : variables_of(surroundings)) command.environment[name] = value;
   for (const std::string& word : options_.command) {
     command.arguments.push_back(filled_in(word, surroundings));
-    result_.client_command += (result_.client_command.empty() ? "" : " ") + command.arguments.back();
+    result_.client_command +=
+        (result_.client_command.empty() ? "" : " ") + command.arguments.back();
   }
   command.program = found_program(command.arguments.front()).value_or(command.arguments.front());
   command.arguments.erase(command.arguments.begin());

@@ -86,8 +86,8 @@ class Run : private EventListener {
   Moment moment_;
   Progress progress_;
   std::vector<pollfd> set_;
-  TimeNs client_started_ = 0;   // 0: not yet
-  TimeNs last_activity_ = 0;    // of anything but heartbeats at the taps
+  TimeNs client_started_ = 0;  // 0: not yet
+  TimeNs last_activity_ = 0;   // of anything but heartbeats at the taps
   TimeNs plan_looked_at_ = 0;
   TimeNs progress_shown_ = 0;
   bool client_over_ = false;
