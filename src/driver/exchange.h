@@ -33,6 +33,9 @@ class Exchange {
   /// The last lines of an orderly end.
   void print_final_lines() const;
 
+  /// What it trades with, for those who look on between two turns.
+  Engine& engine() { return engine_; }
+
  private:
   void print_banner() const;
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "base/sockets.h"
 #include "day/day_clock.h"
@@ -43,8 +44,8 @@ size_t Network::connect(uint16_t port) {
   return connections_.size() - 1;
 }
 
-void Network::fail_next_accept(uint16_t port) {
-  if (Socket* const listener = bound_to(true, port)) listener->accept_fails = true;
+void Network::fail_next_accept(uint16_t port, int error) {
+  if (Socket* const listener = bound_to(true, port)) listener->accept_error = error;
 }
 
 void Network::send(size_t connection, std::string bytes, uint64_t turn) {
@@ -100,9 +101,8 @@ int Network::accept(int listen_fd) {
   Socket* const listener = open_socket_of(listen_fd, "accept");
   if (listener == nullptr) return -1;
   if (listener->waiting.empty()) return static_cast<int>(fail(EAGAIN));
-  if (listener->accept_fails) {
-    listener->accept_fails = false;
-    return static_cast<int>(fail(EMFILE));
+  if (listener->accept_error != 0) {
+    return static_cast<int>(fail(std::exchange(listener->accept_error, 0)));
   }
   const size_t connection = listener->waiting.front();
   listener->waiting.pop_front();
@@ -168,6 +168,9 @@ ssize_t Network::send_bytes(int fd, const void* bytes, size_t size) {
   const Kind kind = connection.port == ports_.fix ? Kind::FIX : Kind::SNAP;
   const int64_t limit = connection.limits.empty() ? ALL : connection.limits.front();
   act("send", fd);
+  if (on_send) {
+    on_send(static_cast<size_t>(socket->connection), {static_cast<const char*>(bytes), size});
+  }
   if (limit == BROKEN) {
     outputs_.note(kind, std::to_string(fd) + " broken", text_of(bytes, size));
     return fail(EPIPE);
@@ -194,6 +197,7 @@ void Network::send_datagram_to(int fd, const void* bytes, size_t size, const soc
   const std::string sent = text_of(bytes, size);
   act("datagram", fd);
   outputs_.note(datagram_kind(*socket), address_text(to), sent);
+  if (on_datagram) on_datagram(datagram_kind(*socket), sent);
   if (socket->multicast) feed_.push_back(sent);
   spend_time();
 }

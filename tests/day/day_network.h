@@ -3,6 +3,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -51,6 +52,9 @@ class Network {
   };
   /// Called in each wait of the loop, which ends a turn: the other side acts now.
   std::function<Wait()> on_wait;
+  /// If set: every send of a connection, whole, however much of it is then taken; every datagram.
+  std::function<void(size_t connection, std::string_view bytes)> on_send;
+  std::function<void(Kind kind, std::string_view bytes)> on_datagram;
 
   // --- The world's side ---
 
@@ -59,8 +63,9 @@ class Network {
   /// A new connection to a TCP port; good for the day.
   size_t connect(uint16_t port);
   size_t connections() const { return connections_.size(); }  // ever made
-  /// The next accept on the port fails once, as without a free descriptor.
-  void fail_next_accept(uint16_t port);
+  /// The next accept on the port fails once: for want of a descriptor, or because the connection
+  /// that waited is gone.
+  void fail_next_accept(uint16_t port, int error = EMFILE);
 
   /// `bytes` can be read from `turn` on, as one piece, behind all that was sent before.
   void send(size_t connection, std::string bytes, uint64_t turn);
@@ -121,7 +126,7 @@ class Network {
     int64_t connection = -1;         // index
     std::deque<size_t> waiting;      // of a listener: not yet accepted
     std::deque<Datagram> datagrams;  // of a UDP socket
-    bool accept_fails = false;
+    int accept_error = 0;            // of the next accept; 0: none
   };
 
   Socket* open_socket_of(int fd, const char* call);

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <map>
+#include <string>
+
+namespace lives {
+
+/// What the exchange writes, in memory, in place of files and of standard error. One for a life;
+/// becomes that of the process until it is destroyed.
+class Machine {
+ public:
+  Machine();
+  ~Machine();
+  Machine(const Machine&) = delete;
+  Machine& operator=(const Machine&) = delete;
+
+  /// Writes fail while the disk is full; a file to which one has failed takes no more.
+  bool disk_is_full = false;
+  bool disk_was_full = false;
+
+  std::map<std::string, std::string> files;  // by path
+  std::string log;                           // standard error, since it was last taken
+
+  std::string take_log();
+};
+
+}  // namespace lives
