@@ -101,8 +101,8 @@ class ReplacingBelow : public NowAndThen {
     for (Order* order : trader.desk().open()) {
       if (order->state != Order::State::LIVE || order->request || order->cum == 0) continue;
       const auto [known, is_new] = known_.try_emplace(order->name, Known{order->cum, now});
-      if (known->second.cum != order->cum) continue;
       order->touch_at = now + seconds(60);  // nobody else is to come first
+      if (known->second.cum != order->cum) known->second = {order->cum, now};
       if (is_new || now - known->second.at < LONG_KNOWN) continue;
       known->second.at = now + seconds(60);  // once
       trader.strategy().replace(*order, order->cum, order->price, now);

@@ -14,10 +14,10 @@ using std::chrono::seconds;
 
 bool is_heartbeat(std::string_view bytes) { return bytes.find("\00135=0\001") != bytes.npos; }
 
-/// Each fifth Heartbeat has a wrong CheckSum.
+/// Each third Heartbeat has a wrong CheckSum.
 class BadFrames : public Habits {
   void before_bytes(std::string& bytes) override {
-    if (!is_heartbeat(bytes) || ++heartbeats_ % 5 != 0) return;
+    if (!is_heartbeat(bytes) || ++heartbeats_ % 3 != 0) return;
     char& digit = bytes[bytes.size() - 2];
     digit = digit == '9' ? '0' : static_cast<char>(digit + 1);
   }
@@ -42,10 +42,10 @@ class BadTimes : public Habits {
   }
 };
 
-/// The fifth Heartbeat bears the number of the message before it.
+/// The third Heartbeat bears the number of the message before it.
 class BadNumbers : public Habits {
   void before_send(client::FixHeader& header, client::FixFields&) override {
-    if (header.type == "0" && ++heartbeats_ == 5) {
+    if (header.type == "0" && ++heartbeats_ == 3) {
       header.seq = std::to_string(std::stoul(header.seq) - 1);
     }
   }
