@@ -29,10 +29,12 @@ void add_what_to_run(CLI::App& line, certify::CertifyOptions& options) {
   line.add_option("PLAN", options.plans, "Files with plans, or the names of those that come along");
   line.add_flag("--attach", options.attach, "Wait for a client that somebody starts by hand");
   line.add_flag("--no-plan", options.no_plan, "Only an exchange for the command: no verdict");
-  line.add_option("--market", options.market, "With --no-plan: options of the exchange, as a plan has");
+  line.add_option("--market", options.market,
+                  "With --no-plan: options of the exchange, as a plan has");
   line.add_option("--scenario", options.scenario, "With --no-plan: what QUORL_SCENARIO says");
   line.add_option("--seed", options.seed, "Seed of the market, instead of the plan's");
-  line.add_option("--limit", options.limit, "Longest time of a run, instead of the plan's: 90s, 5m");
+  line.add_option("--limit", options.limit,
+                  "Longest time of a run, instead of the plan's: 90s, 5m");
   line.add_option("--skip", options.skip, "Leave out a check, or a group of them")->take_all();
   line.add_option("--jobs,-j", options.jobs, "Runs beside each other")
       ->check(CLI::Range(1, 64))
@@ -61,9 +63,10 @@ std::optional<int> read(certify::CertifyOptions& options, int argc, char** argv)
   char** const dashes = std::find(argv + 1, end, std::string_view("--"));
   if (dashes != end) options.command.assign(dashes + 1, end);
   options.has_command = dashes != end;
-  tools::CommandLine line("quorl-certify",
-                          "Does a trading client survive a market that misbehaves? Behind -- stands "
-                          "the command that starts it.");
+  tools::CommandLine line(
+      "quorl-certify",
+      "Does a trading client survive a market that misbehaves? Behind -- stands "
+      "the command that starts it.");
   add_what_to_run(line, options);
   add_what_to_write(line, options);
   add_what_to_tell(line, options);

@@ -56,8 +56,8 @@ std::string in_folder(std::string path, const RunFolder& folder) {
 }
 
 /// Where the client may have written what it believes, the likeliest first.
-std::vector<std::string> sources(const RunFolder& folder, const Plan& plan,
-                                 const std::string& mark, const KindOfFile& kind) {
+std::vector<std::string> sources(const RunFolder& folder, const Plan& plan, const std::string& mark,
+                                 const KindOfFile& kind) {
   std::vector<std::string> paths;
   for (const Belief& belief : plan.belief) {
     if (belief.kind == kind.kind && belief.mark == mark) {

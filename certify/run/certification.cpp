@@ -27,7 +27,8 @@ int say_mistakes(const std::vector<std::string>& mistakes) {
 
 int explain(const std::string& check) {
   const std::optional<std::string> page = page_of_check(check);
-  if (!page) return say_mistakes({"quorl-certify: there is no check " + check + "; --list names all"});
+  if (!page)
+    return say_mistakes({"quorl-certify: there is no check " + check + "; --list names all"});
   std::cout << *page;
   return tools::GOOD;
 }

@@ -141,8 +141,7 @@ void ClientProcess::kill_group() const { ::kill(-process_.pid(), SIGKILL); }
 
 std::string ClientProcess::how() const {
   if (forced_itself_) {
-    return "killed: it did not end within " + std::to_string(patience_ / SECOND) +
-           " s of SIGTERM";
+    return "killed: it did not end within " + std::to_string(patience_ / SECOND) + " s of SIGTERM";
   }
   if (!status_) return "still running";
   return status_->exited ? status_->describe() : "signal " + std::to_string(status_->signal);

@@ -33,8 +33,7 @@ Intruder::Intruder(uint16_t fix_port, const std::string& comp_id, uint64_t seq, 
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   const std::string message = logon(comp_id, seq);
   // On the loopback neither waits for the exchange.
-  if (fd_ < 0 ||
-      ::connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+  if (fd_ < 0 || ::connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
       ::send(fd_, message.data(), message.size(), MSG_NOSIGNAL | MSG_DONTWAIT) < 0) {
     const int why = errno;
     if (fd_ >= 0) ::close(fd_);

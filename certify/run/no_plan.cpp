@@ -77,8 +77,7 @@ void end(ExchangeProcess& exchange) {
   }
 }
 
-int run_in(const std::string& folder, const NoPlanOptions& options,
-           const tools::StopSignal& stop) {
+int run_in(const std::string& folder, const NoPlanOptions& options, const tools::StopSignal& stop) {
   const ServingExchange serving = serve_exchange(
       {.program = options.exchange,
        .market = options.market,

@@ -51,6 +51,7 @@ class Run : private EventListener {
   void start_client(const Surroundings& surroundings);
   void play();
   void settle();
+  void keep_counters();
   void end_client();
   void end_exchange();
   void judge();
@@ -86,8 +87,8 @@ class Run : private EventListener {
   Moment moment_;
   Progress progress_;
   std::vector<pollfd> set_;
-  TimeNs client_started_ = 0;   // 0: not yet
-  TimeNs last_activity_ = 0;    // of anything but heartbeats at the taps
+  TimeNs client_started_ = 0;  // 0: not yet
+  TimeNs last_activity_ = 0;   // of anything but heartbeats at the taps
   TimeNs plan_looked_at_ = 0;
   TimeNs progress_shown_ = 0;
   bool client_over_ = false;

@@ -118,8 +118,7 @@ void Stage::on_event(const Event& event) {
 
 void Stage::intrude(uint64_t ahead, TimeNs now) {
   if (exchange_end_ || comp_id_.empty()) return;
-  intruder_ =
-      std::make_unique<Intruder>(exchange_->ports().fix, comp_id_, next_seq_ + ahead, now);
+  intruder_ = std::make_unique<Intruder>(exchange_->ports().fix, comp_id_, next_seq_ + ahead, now);
 }
 
 std::string Stage::trouble() const {

@@ -25,8 +25,8 @@
 
 namespace certify {
 
-/// What stands in front of a client: an exchange of its own behind taps, and the judge's ears on all
-/// that it says. Driven by the caller's loop: collect, poll, serve.
+/// What stands in front of a client: an exchange of its own behind taps, and the judge's ears on
+/// all that it says. Driven by the caller's loop: collect, poll, serve.
 class Stage : private EventListener {
  public:
   /// What happens is told to the listener, who must live as long, as must the rest.
@@ -97,7 +97,7 @@ class Stage : private EventListener {
   std::unique_ptr<Taps> taps_;
   std::unique_ptr<Intruder> intruder_;
   uint32_t session_ = 0;
-  std::string comp_id_;  // that the client used last; empty: none
+  std::string comp_id_;    // that the client used last; empty: none
   uint64_t next_seq_ = 1;  // of the client under that name
   std::map<std::string, uint64_t> counters_;
   uint64_t times_counted_ = 0;

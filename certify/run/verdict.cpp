@@ -26,8 +26,7 @@ bool any(std::span<const RunResult> results, RunResult::Status status) {
 
 void conclude(RunResult& result) {
   add_checks_not_seen(result);
-  const bool failed =
-      std::any_of(result.verdicts.begin(), result.verdicts.end(), is_failed);
+  const bool failed = std::any_of(result.verdicts.begin(), result.verdicts.end(), is_failed);
   if (!result.broken.empty()) {
     result.status = RunResult::Status::BROKEN;
   } else if (failed) {

@@ -45,7 +45,7 @@ std::string state_word(const Order& order) {
     case Order::State::REJECTED:
       return "rejected";
     case Order::State::LOST:
-      return "lost";
+      return "closed";
   }
   return "";
 }

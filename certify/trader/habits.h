@@ -13,7 +13,6 @@ namespace certify::trader {
 
 class OrderDesk;
 class Trader;
-struct Order;
 
 /// What a good trader does of which a bad one does something else. Here is the good one; tests of
 /// the judge spoil a habit at a time.
@@ -28,12 +27,16 @@ class Habits {
   virtual uint32_t number_of_logon(uint32_t next) { return next; }
   virtual bool answers_resend_request() { return true; }
   virtual bool asks_for_holes() { return true; }
+  /// A Replaced overtakes its fills: what is missing may be right behind.
+  virtual Milliseconds wait_before_asking() { return Milliseconds(60); }
+  /// Orders wait until all that was missing has come.
+  virtual bool trades_only_when_whole() { return true; }
   /// The range has been asked for already, and the answer may be under way.
   virtual bool leaves_asked_alone() { return true; }
   virtual bool tests_silent_line() { return true; }
   virtual bool drops_silent_line() { return true; }
   virtual Milliseconds pause_before_connecting(Milliseconds good) { return good; }
-  virtual bool passes_over_replays() { return true; }  // of what it has taken already
+  virtual bool takes_each_report_once() { return true; }
   virtual bool logs_out() { return true; }
 
   // Every message: its fields, then its bytes.
@@ -42,8 +45,6 @@ class Habits {
 
   // Orders.
   virtual std::string name_of_next_order(std::string fresh, const OrderDesk&) { return fresh; }
-  /// Shares of a replace, those executed included.
-  virtual uint32_t replace_quantity(const Order&, uint32_t good) { return good; }
 
   // The feed.
   virtual std::unique_ptr<MarketView> follow_market(const quorl::client::Ports& ports);

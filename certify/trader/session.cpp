@@ -13,8 +13,6 @@ namespace client = quorl::client;
 using client::FixFields;
 using client::FixMessage;
 
-/// A Replaced overtakes its fills: what is missing may be right behind.
-constexpr Milliseconds HOLE_WAIT{60};
 constexpr Milliseconds ASK_AGAIN{2500};
 constexpr unsigned MOST_ASKS = 3;
 constexpr Milliseconds LOGOUT_PATIENCE{2000};
@@ -173,7 +171,7 @@ void Session::on_message(const FixMessage& message, Moment now) {
   // A silence of the exchange swallows the answer to the Logon too. Its number is missing then.
   if (state_ == State::LOGGING_ON) come_up(now);
   if (type == "8" || type == "9") {
-    if (is_new || !habits_.passes_over_replays()) {
+    if (is_new || !habits_.takes_each_report_once()) {
       owner_.on_report(message, {life_, message.seq()});
     }
   } else if (type == "1") {
@@ -285,9 +283,10 @@ Moment Session::silence_due() const {
 Moment Session::hole_due() const {
   if (state_ != State::UP || incoming_.complete() || !hole_since_) return Moment::max();
   if (!habits_.asks_for_holes()) return Moment::max();
-  if (!asked_ || incoming_.last_missing() > asked_->last) return *hole_since_ + HOLE_WAIT;
+  if (!asked_ || incoming_.last_missing() > asked_->last)
+    return *hole_since_ + habits_.wait_before_asking();
   if (asked_->times >= MOST_ASKS && habits_.leaves_asked_alone()) return Moment::max();
-  return asked_->at + (habits_.leaves_asked_alone() ? ASK_AGAIN : HOLE_WAIT);
+  return asked_->at + (habits_.leaves_asked_alone() ? ASK_AGAIN : habits_.wait_before_asking());
 }
 
 Moment Session::next_due() const {
@@ -342,7 +341,8 @@ void Session::ask_for_holes(Moment now) {
 }
 
 bool Session::ready() const {
-  return state_ == State::UP && incoming_.complete() && !tested_at_ && !barrier_;
+  const bool whole = incoming_.complete() || !habits_.trades_only_when_whole();
+  return state_ == State::UP && whole && !tested_at_ && !barrier_;
 }
 
 ReportPlace Session::complete_below() const {

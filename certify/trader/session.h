@@ -67,6 +67,8 @@ class Session {
   /// Orders may be sent: logged on, nothing is missing, and the line is not in doubt.
   bool ready() const;
   bool up() const { return state_ == State::UP; }
+  /// Its Logon is not answered yet.
+  bool logging_on() const { return state_ == State::LOGGING_ON; }
   bool was_up() const { return was_up_; }
   /// It has left.
   bool over() const { return over_; }

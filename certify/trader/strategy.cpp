@@ -124,11 +124,11 @@ Order Strategy::next_order(const MarketView& market, Moment now) {
 void Strategy::place(const MarketView& market, Moment now) {
   const Order order = next_order(market, now);
   ++placed_;
-  desk_.add(order);
-  send_order(order, now);
+  send(order, now);
 }
 
-void Strategy::send_order(const Order& order, Moment now) {
+void Strategy::send(const Order& order, Moment now) {
+  desk_.add(order);
   session_.send("D", order_fields(order, order.name), now);
 }
 
@@ -154,16 +154,22 @@ void Strategy::cancel(Order& order, Moment now) {
 
 /// Across the market, or in its place for more shares.
 void Strategy::replace(Order& order, const MarketView& market, Moment now) {
-  const std::string name = fresh_name();
-  Order wanted = order;
-  wanted.quantity = habits_.replace_quantity(order, order.quantity + 100);
+  Price4 price = order.price;
   const Touch touch = touch_of(market, order.symbol);
   if (order.to_cross && touch.bid != 0) {
-    wanted.price = in_cents(order.is_buy() ? touch.ask + 2 * CENT : touch.bid - 2 * CENT);
+    price = in_cents(order.is_buy() ? touch.ask + 2 * CENT : touch.bid - 2 * CENT);
   }
-  desk_.note_request(order, {name, "G", now});
+  replace(order, order.quantity + 100, price, now);
+}
+
+void Strategy::replace(Order& order, uint32_t quantity, Price4 price, Moment now) {
+  Order wanted = order;
+  wanted.quantity = quantity;
+  wanted.price = price;
+  const std::string name = fresh_name();
   FixFields fields = order_fields(wanted, name);
   fields.insert(fields.begin(), {41, order.name});
+  desk_.note_request(order, {name, "G", now});
   session_.send("G", fields, now);
 }
 

@@ -38,6 +38,11 @@ class Strategy {
 
   /// A ClOrdID that nobody has: "mi8r2k4x-12".
   std::string fresh_name();
+  // One message each, whatever is due.
+  void send(const Order& order, Moment now);
+  void cancel(Order& order, Moment now);
+  /// `quantity`: those executed included.
+  void replace(Order& order, uint32_t quantity, quorl::client::Price4 price, Moment now);
 
  private:
   bool placing() const;
@@ -46,8 +51,6 @@ class Strategy {
   Order next_order(const MarketView& market, Moment now);
   Order* due_order(Moment now);
   void touch(Order& order, const MarketView& market, Moment now);
-  void send_order(const Order& order, Moment now);
-  void cancel(Order& order, Moment now);
   void replace(Order& order, const MarketView& market, Moment now);
 
   StrategyOptions options_;

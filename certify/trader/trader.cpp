@@ -20,6 +20,7 @@ using std::chrono::steady_clock;
 constexpr Milliseconds CONNECT_PATIENCE{1000};
 constexpr Milliseconds SEND_PATIENCE{1000};
 constexpr Milliseconds ANSWER_PATIENCE{1500};  // then it is asked whether an order arrived
+constexpr Milliseconds LEAST_WAIT{20};         // between two looks whether it may trade
 constexpr Milliseconds BELIEF_PERIOD{250};
 constexpr Milliseconds LAST_OF_SESSION{1500};  // to fetch what is missing, before it logs out
 constexpr Milliseconds LAST_OF_FEED{2000};
@@ -60,6 +61,8 @@ void Trader::turn() {
   if (!leave_by_ && wants_to_leave(now)) leave_by_ = now + LAST_OF_SESSION;
   receive(now);
   session_.on_time(now);
+  close_if_hung_up(now);
+  connect(now);
   if (!leave_by_) {
     trade(now);
     habits_.on_turn(*this, now);
@@ -67,7 +70,6 @@ void Trader::turn() {
     session_.log_out(now);
   }
   close_if_hung_up(now);
-  connect(now);
   write_belief(now);
 }
 
@@ -76,8 +78,9 @@ bool Trader::wants_to_leave(Moment now) const {
 }
 
 void Trader::wait(Moment now) {
-  const Moment due = std::min(
-      {session_.next_due(), std::max(strategy_.next_due(), now + Milliseconds(20)), belief_at_});
+  const Moment strategy_due = std::max(strategy_.next_due(), now + LEAST_WAIT);
+  Moment due = std::min({session_.next_due(), strategy_due, belief_at_});
+  if (hung_up_) due = now;
   pollfd ready[] = {{stop_.fd(), POLLIN, 0}, {stream_.fd(), POLLIN, 0}};
   if (leave_by_) ready[0].fd = -1;  // it stays readable
   (void)::poll(ready, std::size(ready), tools::milliseconds_until(due));
@@ -123,7 +126,8 @@ void Trader::on_bytes_to_send(std::string_view bytes) {
 }
 
 void Trader::on_report(const client::FixMessage& message, ReportPlace place) {
-  if (desk_.on_report(message, place, steady_clock::now())) belief_.note(message, place);
+  const bool is_new = desk_.on_report(message, place, steady_clock::now());
+  if (is_new || !habits_.takes_each_report_once()) belief_.note(message, place);
 }
 
 void Trader::on_remark(const std::string& remark) {
