@@ -31,6 +31,17 @@ std::vector<char*> pointers_to(std::vector<std::string>& texts) {
   return pointers;
 }
 
+// What is blocked or ignored outlives exec, and a program that knows nothing of it could not be
+// ended.
+void stand_apart() {
+  ::setpgid(0, 0);
+  ::signal(SIGPIPE, SIG_DFL);
+  ::signal(SIGXFSZ, SIG_DFL);
+  sigset_t none;
+  ::sigemptyset(&none);
+  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
 }  // namespace
 
 std::string ExitStatus::describe() const {
@@ -53,12 +64,15 @@ ChildProcess::ChildProcess(const Command& command) {
   if (pid_ == 0) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (::getppid() != parent) ::_exit(CANNOT_START);  // we died in between
+    if (command.apart) stand_apart();
     if (command.stdin_fd >= 0) ::dup2(command.stdin_fd, STDIN_FILENO);
     if (command.stdout_fd >= 0) ::dup2(command.stdout_fd, STDOUT_FILENO);
     if (command.stderr_fd >= 0) ::dup2(command.stderr_fd, STDERR_FILENO);
     ::execve(argv[0], argv.data(), envp.data());
     ::_exit(CANNOT_START);
   }
+  // On both sides, so that the group is there for whoever comes first. Fails where exec has.
+  if (command.apart) ::setpgid(pid_, pid_);
 }
 
 ChildProcess::~ChildProcess() {

@@ -23,6 +23,7 @@ endforeach()
 install(DIRECTORY ${PROJECT_BINARY_DIR}/share/man/man1 DESTINATION ${CMAKE_INSTALL_MANDIR})
 
 install(DIRECTORY share/quorl DESTINATION ${CMAKE_INSTALL_DATADIR})
+install(DIRECTORY plans DESTINATION ${CMAKE_INSTALL_DATADIR}/quorl)
 
 # One file for all; bash looks for it by the name of the program.
 set(completions ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)

@@ -41,24 +41,30 @@ std::optional<std::string> flaw_of_head(client::ByteReader& head, uint32_t sessi
   return std::nullopt;
 }
 
+/// Ranges that the exchange does not read are told of, too: that they were too many is a matter of
+/// its own.
 std::optional<std::string> flaw_of_ranges(client::ByteReader& bytes, uint64_t count,
                                           std::vector<client::SeqRange>& ranges) {
-  const uint64_t room = bytes.left() / RANGE_SIZE;
+  const uint64_t sent = bytes.left() / RANGE_SIZE;
+  const uint64_t room = std::min<uint64_t>(sent, (LONGEST - HEAD_SIZE) / RANGE_SIZE);
+  std::optional<std::string> flaw;
   if (count > room) {
-    return "it announces " + std::to_string(count) + " ranges and has the bytes of " +
+    flaw = "it announces " + std::to_string(count) + " ranges and has the bytes of " +
            std::to_string(room) + ", of 2048 bytes at most";
   }
-  for (uint64_t i = 0; i < count; ++i) {
+  for (uint64_t i = 0; i < std::min(count, sent); ++i) {
     client::SeqRange range;
     range.first = bytes.u64("first");
     range.last = bytes.u64("last");
-    if (range.last < range.first) return "the range " + text_of(range) + " ends ahead of its first";
-    if (!ranges.empty() && ranges.back().last >= range.first) {
-      return "the range " + text_of(range) + " does not lie behind " + text_of(ranges.back());
+    if (!flaw && range.last < range.first) {
+      flaw = "the range " + text_of(range) + " ends ahead of its first";
+    }
+    if (!flaw && !ranges.empty() && ranges.back().last >= range.first) {
+      flaw = "the range " + text_of(range) + " does not lie behind " + text_of(ranges.back());
     }
     ranges.push_back(range);
   }
-  return std::nullopt;
+  return flaw;
 }
 
 }  // namespace
@@ -69,7 +75,7 @@ GapRequested read_gap_request(client::ByteView datagram, uint32_t session) {
     request.flaw = "it has " + std::to_string(datagram.size()) + " bytes, its head alone has 16";
     return request;
   }
-  client::ByteReader bytes(datagram.first(std::min(datagram.size(), LONGEST)), "gap-fill request");
+  client::ByteReader bytes(datagram, "gap-fill request");
   client::ByteReader head(bytes.take(HEAD_SIZE - sizeof(uint32_t), "head"), "gap-fill head");
   const uint32_t count = bytes.u32("count");
   auto flaw = flaw_of_head(head, session);

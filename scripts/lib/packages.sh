@@ -2,10 +2,10 @@
 # Sourced by the scripts that a fresh machine starts with: brings in the Debian packages they need.
 
 # What the tools around the exchange are built with, and what it takes to build and run all tests.
-TOOL_PACKAGES=(libcli11-dev nlohmann-json3-dev libncurses-dev libpcap-dev)
+TOOL_PACKAGES=(libcli11-dev nlohmann-json3-dev libncurses-dev libpcap-dev libpugixml-dev)
 # shellcheck disable=SC2034  # for those who source this
 TEST_PACKAGES=(g++ cmake ninja-build libgtest-dev libgmock-dev "${TOOL_PACKAGES[@]}"
-  libpugixml-dev libquickfix-dev python3-jsonschema tmux tshark)
+  libquickfix-dev python3-jsonschema tmux tshark)
 
 # Whether what a package is wanted for is there, whoever installed it.
 has_package() {

@@ -32,8 +32,9 @@ class IncomingNumbers {
   uint32_t first_missing() const;
   uint32_t last_missing() const;
 
- private:
   bool is_missing(uint32_t seq) const;
+
+ private:
   void cover(uint32_t from, uint32_t behind);
 
   std::optional<uint32_t> next_;

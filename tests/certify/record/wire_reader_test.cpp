@@ -173,6 +173,7 @@ TEST_F(WireReaderTest, AGapRequestHasRoomFor127Ranges) {
   request.ranges.push_back({1000, 1000});
   pass(GAP, Party::CLIENT, gap_request(request));
   EXPECT_FALSE(std::get<GapRequested>(events.back().what).well_formed);
+  EXPECT_EQ(std::get<GapRequested>(events.back().what).ranges.size(), 128U);  // it says too many
 }
 
 TEST_F(WireReaderTest, GapRepliesArePackets) {

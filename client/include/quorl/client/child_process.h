@@ -32,6 +32,9 @@ class ChildProcess {
     int stdin_fd = -1;
     int stdout_fd = -1;
     int stderr_fd = -1;
+    // In a process group of its own, named by its pid, so that a terminal's Ctrl-C is for us alone;
+    // with no signal blocked or ignored, whatever we do about ours.
+    bool apart = false;
   };
 
   explicit ChildProcess(const Command& command);
