@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "tests/certify/e2e/support/certification.h"
+#include "tests/e2e/support/built.h"
 
 namespace certify_test {
 namespace {
@@ -94,7 +95,7 @@ TEST_F(Options, checks_are_listed_and_explained) {
 }
 
 TEST_F(Options, that_tell_find_no_room) {
-  const std::string command = std::string(QUORL_TOOLS) + "/quorl-certify --list 2>&1 >/dev/full";
+  const std::string command = built_program("quorl-certify") + " --list 2>&1 >/dev/full";
   const Said said = tools_test::run_tool("certify", {"--no-plan", "--", "sh", "-c", command});
   EXPECT_THAT(said.out, HasSubstr("cannot write standard output"));
   EXPECT_EQ(said.status, 1);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tests/certify/e2e/support/certification.h"
+#include "tests/e2e/support/built.h"
 
 namespace certify_test {
 namespace {
@@ -105,7 +106,7 @@ TEST_P(Spoilt, trader_fails_its_own_check_and_no_other) {
   const Case& spoilt = GetParam();
   const Certification certification;
   const std::string plan = certification.plan("spoilt", MARKET + spoilt.plan);
-  std::vector<std::string> client{SPOILT_TRADER, spoilt.check};
+  std::vector<std::string> client{built_program("certify_spoilt_trader"), spoilt.check};
   client.insert(client.end(), spoilt.options.begin(), spoilt.options.end());
   const tools_test::Said said = certification.judge({plan}, client);
   EXPECT_EQ(said.status, 1) << said.out << said.err;

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "quorl/client/deadline.h"
+#include "tests/e2e/support/built.h"
 
 namespace certify_test {
 
@@ -48,7 +49,7 @@ std::string Certification::text_of(const std::string& run, const std::string& fi
 }
 
 std::vector<std::string> strange_client(const std::string& way, const std::string& number) {
-  return {STRANGE_CLIENT, way, number};
+  return {built_program("certify_strange_client"), way, number};
 }
 
 std::vector<int> processes_with(const std::string& variable, const std::string& value) {
