@@ -1,4 +1,4 @@
-// Half a minute of everything at once: a fast market, several clients that place, replace and
+// Some time of everything at once: a fast market, several clients that place, replace and
 // cancel, feed faults, scripts, lapses and dropped connections. At its end all sums must agree.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,6 +7,11 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <optional>
@@ -41,10 +46,56 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr uint32_t SEED = 20240607;
-constexpr seconds LENGTH{20};
-constexpr unsigned MOST_ACTIONS = 20000;
+constexpr unsigned MOST_ACTIONS_A_SECOND = 1000;
 constexpr milliseconds PACE{2};  // at most, between two actions
 constexpr std::array<const char*, 2> SYMBOLS = {"AAPL", "MSFT"};
+
+/// As a test it is short; scripts/soak makes it as long as it is asked to.
+seconds length() {
+  const char* const minutes = std::getenv("QUORL_SOAK_MINUTES");
+  return minutes == nullptr ? seconds(20) : seconds(60 * std::stoul(minutes));
+}
+
+// --- What the exchange takes of the machine ---
+
+/// At one moment of its run.
+struct Footprint {
+  uint64_t memory = 0;       // bytes, resident
+  uint64_t descriptors = 0;  // open
+  uint64_t reports = 0;      // application messages kept so far, and orders of their own
+  uint64_t retained = 0;     // messages of the feed
+};
+
+Footprint footprint_of(const client::Simulator& simulator, const client::ControlStats& stats) {
+  const std::filesystem::path process = "/proc/" + std::to_string(simulator.pid());
+  Footprint footprint;
+  uint64_t pages = 0;
+  std::ifstream(process / "statm") >> pages >> pages;
+  footprint.memory = pages * 4096;
+  footprint.descriptors = static_cast<uint64_t>(std::distance(
+      std::filesystem::directory_iterator(process / "fd"), std::filesystem::directory_iterator()));
+  for (const char* name : {"orders", "accepts", "fills", "cancels", "replaces", "replace_rejects",
+                           "cancel_rejects", "unsolicited_cancels"}) {
+    footprint.reports += stats[name];
+  }
+  footprint.retained = std::min<uint64_t>(stats.next_seq, 400000);
+  return footprint;
+}
+
+/// Memory has grown by what is kept, and by nothing else; descriptors have not.
+void expect_grown_by_what_is_kept(const Footprint& before, const Footprint& after) {
+  constexpr uint64_t OF_A_REPORT = 600;  // bytes at most, its order's share included
+  constexpr uint64_t OF_A_MESSAGE = 64;
+  constexpr uint64_t SLACK = 4'000'000;  // buffers, and what the allocator holds back
+  EXPECT_LE(after.memory, before.memory + OF_A_REPORT * (after.reports - before.reports) +
+                              OF_A_MESSAGE * (after.retained - before.retained) + SLACK);
+  EXPECT_LE(after.descriptors, before.descriptors + 1);  // a connection that is just ending
+  std::printf("memory %.1f to %.1f MB, %llu reports kept meanwhile; descriptors %llu to %llu\n",
+              static_cast<double>(before.memory) / 1e6, static_cast<double>(after.memory) / 1e6,
+              static_cast<unsigned long long>(after.reports - before.reports),
+              static_cast<unsigned long long>(before.descriptors),
+              static_cast<unsigned long long>(after.descriptors));
+}
 
 // --- What the clients were told ---
 
@@ -523,12 +574,19 @@ void expect_exec_ids_without_a_gap(const std::vector<FixMessage>& messages) {
 
 TEST_F(LongRun, orders_trades_books_files_and_counters_agree_at_the_end_of_it) {
   control->ok("rate 2");
-  const client::Deadline end = client::Deadline::after(LENGTH);
+  const client::Deadline end = client::Deadline::after(length());
+  // Behind the first minute of a long run, the first quarter of a short one.
+  const client::Deadline settled = client::Deadline::after(std::min(seconds(60), length() / 4));
+  const auto most_actions = MOST_ACTIONS_A_SECOND * static_cast<unsigned>(length().count());
+  std::optional<Footprint> before;
   unsigned actions = 0;
-  for (; actions < MOST_ACTIONS && !end.expired(); ++actions) {
+  for (; actions < most_actions && !end.expired(); ++actions) {
     acts();
     listens();
+    if (!before && settled.expired()) before = footprint_of(simulator, control->stats());
   }
+  ASSERT_TRUE(before.has_value());
+  expect_grown_by_what_is_kept(*before, footprint_of(simulator, control->stats()));
   calms_down();
   outlives_the_scheduled_cancels();
   recovers_everything();
