@@ -26,15 +26,21 @@ class BadTags : public Habits {
   }
 };
 
-/// Gives each fifth order the name of one that is live.
+/// Each fifth order goes out under the name of one that is live.
 class NamesAgain : public Habits {
-  std::string name_of_next_order(std::string fresh, const OrderDesk& desk) override {
-    if (++orders_ % 5 != 0) return fresh;
-    for (const Order& order : desk.orders()) {
-      if (order.state == Order::State::LIVE && !order.request) return order.name;
+  void on_turn(Trader& trader, Moment) override {
+    live_.clear();
+    for (const Order* order : trader.desk().open()) {
+      if (order->state == Order::State::LIVE && !order->request) live_ = order->name;
     }
-    return fresh;
   }
+  void before_send(client::FixHeader& header, client::FixFields& body) override {
+    if (header.type != "D" || ++orders_ % 5 != 0 || live_.empty()) return;
+    for (client::FixField& field : body) {
+      if (field.tag == 11) field.value = live_;
+    }
+  }
+  std::string live_;
   unsigned orders_ = 0;
 };
 
