@@ -120,6 +120,14 @@ TEST_P(Spoilt, trader_fails_its_own_check_and_no_other) {
       << certification.text_of("spoilt", "report.txt");
 }
 
+TEST(Good, trader_that_asks_for_all_there_is_takes_nothing_twice) {
+  const Certification certification;
+  const std::string plan =
+      certification.plan("good", std::string(HEAD) + DROP + "expect session.duplicates\n");
+  const tools_test::Said said = certification.judge({plan}, {SPOILT_TRADER, "nothing"});
+  EXPECT_EQ(said.status, 0) << said.out << said.err;
+}
+
 INSTANTIATE_TEST_SUITE_P(Certify, Spoilt, testing::ValuesIn(cases()), [](const auto& spoilt) {
   std::string name = spoilt.param.check;
   std::replace(name.begin(), name.end(), '.', '_');
