@@ -34,7 +34,7 @@ constexpr const char* FIX_PLANS[] = {"calm",
 std::string settings_in(const std::string& folder) {
   std::string text = client::read_file(QUORL_SOURCE "/examples/quickfix/client.cfg");
   const auto set = [&text](const std::string& name, const std::string& value) {
-    text = std::regex_replace(text, std::regex(name + "=[^\n]*"), name + "=" + value);
+    text = std::regex_replace(text, std::regex("\n" + name + "=[^\n]*"), "\n" + name + "=" + value);
   };
   set("DataDictionary", QUORL_SOURCE "/share/quorl/FIX42-quorl.xml");
   set("FileLogPath", folder + "/log");
