@@ -57,8 +57,9 @@ BookText text_of(const client::BookLine& line) {
 struct Taken {
   TimeNs at = 0;
   BeliefTaken belief;
-  uint64_t first_seq = 0;  // what the feed had reached a grace before, and
-  uint64_t last_seq = 0;   // now; 0: not known
+  // One above what the feed had reached a grace before, and then; 0: not known.
+  uint64_t begin_seq = 0;
+  uint64_t end_seq = 0;
 };
 
 /// By symbol, what the exchange showed at some time that counts.
@@ -148,14 +149,14 @@ class BeliefBook : public Check {
   /// The market moves on while files are copied: what was shown at any time of the grace before
   /// counts, which the sequence numbers of the feed tell.
   void add_market_truth(const Taken& taken, Shown& shown) const {
-    if (market_truth_.empty() || taken.last_seq == 0) return;
+    if (market_truth_.empty() || taken.end_seq == 0) return;
     std::ifstream in(market_truth_);
     std::map<std::string, client::BookLine> before;  // the latest below the time that counts
     std::string line;
     while (std::getline(in, line)) {
-      const auto book = book_line(line, taken.last_seq);
+      const auto book = book_line(line, taken.end_seq);
       if (!book) continue;
-      if (book->seq >= taken.first_seq) {
+      if (book->seq >= taken.begin_seq) {
         shown[book->symbol].push_back(text_of(*book));
       } else {
         before[book->symbol] = *book;
@@ -167,12 +168,12 @@ class BeliefBook : public Check {
     }
   }
 
-  static std::optional<client::BookLine> book_line(const std::string& line, uint64_t last_seq) {
+  static std::optional<client::BookLine> book_line(const std::string& line, uint64_t end_seq) {
     constexpr std::string_view BEGIN = "{\"seq\":";
     if (!line.starts_with(BEGIN)) return std::nullopt;
     uint64_t seq = 0;
     std::from_chars(line.data() + BEGIN.size(), line.data() + line.size(), seq);
-    if (seq > last_seq) return std::nullopt;
+    if (seq >= end_seq) return std::nullopt;
     try {
       return std::get<client::BookLine>(client::parse_market_truth(line));
     } catch (const client::WireError&) {

@@ -149,9 +149,8 @@ PositionTruth::Matched PositionTruth::compare_order(const PositionRow& row, size
   matched.finding.repeated = !repeated.empty();
   const std::vector<State> truth = possible(order, taken, /*told=*/false);
   const auto fits_row = [&](const State& state) { return fits(row, state); };
-  if (std::any_of(truth.begin(), truth.end(), fits_row) && right_average(row, order)) {
-    return matched;
-  }
+  const bool right_price = right_average(row, order);
+  if (right_price && std::any_of(truth.begin(), truth.end(), fits_row)) return matched;
   // The line of a name that a replace has retired says little.
   if (row.name != order.name && row.leaves == 0 && !truth.empty() && row.cum <= truth.back().cum &&
       row.state != BelievedState::OPEN) {
@@ -161,7 +160,9 @@ PositionTruth::Matched PositionTruth::compare_order(const PositionRow& row, size
   matched.finding.kind = Kind::WRONG;
   std::vector<State> told = possible(order, taken, /*told=*/true);
   told.push_back(sum_of_told(order, taken));
-  if (std::any_of(told.begin(), told.end(), fits_row)) matched.finding.kind = Kind::UNTOLD;
+  if (right_price && std::any_of(told.begin(), told.end(), fits_row)) {
+    matched.finding.kind = Kind::UNTOLD;
+  }
   const uint64_t cum = truth.empty() ? 0 : truth.back().cum;
   if (row.cum > cum && adds_up(repeated, row.cum - cum)) matched.finding.kind = Kind::TAKEN_TWICE;
 

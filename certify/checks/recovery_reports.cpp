@@ -28,8 +28,7 @@ struct Missing {  // decided, and not heard
 
 /// What a CompID did and was told, as far as reports depend on it.
 struct Recipient {
-  TimeNs reset = 0;  // the latest Logon with 141=Y, or the reply to it
-  bool online = false;
+  TimeNs reset = 0;         // the latest Logon with 141=Y, or the reply to it
   TimeNs off = 0;           // when its latest connection ended or was logged out of
   bool left = false;        // by the client itself
   bool logged_out = false;  // likewise, with a Logout
@@ -137,12 +136,12 @@ class RecoveryReports : public Check {
     if (!message.possible_duplicate()) recipient.heard = event.at;
     if (noted.hole) recipient.unasked.add(*noted.hole);
     recipient.unasked.remove(noted.stands_for);
-    if (message.type() == "A") {
-      recipient.online = true;
+    // Not by the Logon's reply alone: a silence may have swallowed that.
+    if (message.type() != "5" && noted.connection->logout_sent == 0) {
       recipient.off = 0;
       recipient.left = recipient.logged_out = false;
-      if (message.is(141, "Y")) recipient.reset = heard.taken;
     }
+    if (message.type() == "A" && message.is(141, "Y")) recipient.reset = heard.taken;
     const auto [report, again] = ledger_.hear(event, comp);
     if (report != 0 && !again) missing_.erase(report);
     if (message.type() == "8") note_known(message);
@@ -170,7 +169,6 @@ class RecoveryReports : public Check {
 
   static void set_off(Recipient& recipient, TimeNs at, bool left) {
     if (recipient.off != 0) return;
-    recipient.online = false;
     recipient.off = at;
     recipient.left = left;
   }

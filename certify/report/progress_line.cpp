@@ -29,7 +29,7 @@ std::string recovered_text(const Progress& progress) {
 
 std::string progress_line(const Progress& progress, size_t width) {
   std::string line =
-      clean_text(progress.plan) + std::string(BETWEEN) + length_text(progress.elapsed);
+      clean_text(progress.plan) + std::string(BETWEEN) + about_seconds(progress.elapsed);
   const std::string pieces[] = {"orders " + std::to_string(progress.orders),
                                 "fills " + std::to_string(progress.fills),
                                 progress.armed.empty() ? "" : "armed " + clean_text(progress.armed),

@@ -76,7 +76,7 @@ void write_verdicts(const RunResult& run, Outcome outcome, std::ostream& out) {
 void write_run(const RunResult& run, std::ostream& out) {
   out << "\nTHE RUN\n"
       << "  began       " << time_text(run.began) << " UTC, took "
-      << length_text(run.ended - run.began) << "\n"
+      << about_seconds(run.ended - run.began) << "\n"
       << "  ended by    " << clean_text(run.ended_by) << "\n"
       << "  client      " << clean_text(run.client_command) << "\n"
       << "  it ended    " << clean_text(run.client_ended) << "\n"

@@ -80,7 +80,7 @@ class Table {
                      std::to_string(tally.failed) + " failed  " + std::to_string(tally.passed) +
                      " passed  " + std::to_string(tally.not_seen) + " not seen  " +
                      std::to_string(tally.skipped) + " skipped  " +
-                     length_text(run.ended - run.began),
+                     about_seconds(run.ended - run.began),
                  look.word.size(), look.colour);
     if (run.status == RunResult::Status::PASSED) return;
     for (const std::string& doubt : doubts_of(run)) put("    " + clean_text(doubt));

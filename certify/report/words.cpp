@@ -40,7 +40,7 @@ std::string meaning_of(const std::string& check) {
   return "";
 }
 
-std::string length_text(TimeNs time) {
+std::string about_seconds(TimeNs time) {
   char text[32];
   std::snprintf(text, sizeof text, "%.1f s", static_cast<double>(time) / SECOND);
   return text;

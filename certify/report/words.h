@@ -18,7 +18,7 @@ const char* word_of(Outcome outcome);
 std::string meaning_of(const std::string& check);
 
 /// "12.3 s".
-std::string length_text(TimeNs time);
+std::string about_seconds(TimeNs time);
 
 /// "1 fault", "3 faults".
 std::string counted(uint64_t count, const std::string& noun);

@@ -51,6 +51,7 @@ class Run : private EventListener {
   void start_client(const Surroundings& surroundings);
   void play();
   void settle();
+  void keep_counters();
   void end_client();
   void end_exchange();
   void judge();

@@ -355,9 +355,9 @@ TEST(OrderChecks, a_refused_replace_is_not_sent_over_and_over) {
 
 // --- Size ---
 
-TEST(OrderChecks, a_hundred_thousand_orders_are_judged_in_seconds) {
+TEST(OrderChecks, ten_thousand_orders_are_judged_in_seconds) {
   OrderTalk talk;
-  constexpr int ORDERS = 100'000 / 10;  // a tenth, and a tenth of the time
+  constexpr int ORDERS = 10'000;
   for (int i = 0; i < ORDERS; ++i) {
     const std::string name = "o" + std::to_string(i);
     talk.order(name).accepts(name).fills(name, 100);

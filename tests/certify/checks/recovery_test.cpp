@@ -107,6 +107,15 @@ TEST(RecoveryReports, a_hole_that_nothing_showed_is_not_held_against_the_client)
   EXPECT_EQ(talk.failures(), Names{});
 }
 
+TEST(RecoveryReports, a_client_whose_logon_was_answered_into_a_silence_is_back) {
+  OrderTalk talk;
+  talk.order("o1").accepts("o1").loses().fills("o1", 100).loses(false);
+  talk.dialogue.exchange_closes().closes().connects().client("35=A|34=3|98=0|108=30");
+  talk.answers("35=0").wait(20s).closing();
+  // It is back, and never asked.
+  EXPECT_EQ(talk.failures(), Names{});
+}
+
 TEST(RecoveryReports, a_hole_that_was_never_asked_for_is_anothers_fault) {
   OrderTalk talk;
   talk.order("o1").loses().accepts("o1").loses(false).answers("35=0").wait(20s).closing();
