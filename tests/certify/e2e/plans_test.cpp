@@ -40,5 +40,21 @@ TEST(Plans, are_passed_by_the_good_trader) {
               HasSubstr(std::to_string(count) + " plans:  " + std::to_string(count) + " passed"));
 }
 
+constexpr const char* PYTHON_CLIENT = QUORL_SOURCE "/examples/certify/python_client.py";
+
+TEST(FirstClient, in_another_language_passes_a_calm_day) {
+  const Certification certification;
+  const tools_test::Said said = certification.judge(
+      {QUORL_SOURCE "/plans/calm.plan", "--skip", "feed"}, {"python3", PYTHON_CLIENT});
+  EXPECT_EQ(said.status, 0) << said.out << said.err;
+}
+
+TEST(FirstClient, that_does_not_come_back_from_a_drop_proves_nothing_by_that_plan) {
+  const Certification certification;
+  const tools_test::Said said = certification.judge(
+      {QUORL_SOURCE "/plans/scripted-drop.plan", "--skip", "feed"}, {"python3", PYTHON_CLIENT});
+  EXPECT_EQ(said.status, 3) << said.out << said.err;
+}
+
 }  // namespace
 }  // namespace certify_test
