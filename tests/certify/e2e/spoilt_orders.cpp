@@ -97,21 +97,32 @@ class TouchingClosed : public NowAndThen {
   std::set<std::string> touched_;
 };
 
-/// Replaces an order for no more than what it knows to be filled.
+/// Replaces an order for no more than what it knows to be filled. So that there is one, it buys
+/// more than there is to be had.
 class ReplacingBelow : public NowAndThen {
  public:
   ReplacingBelow() : NowAndThen(milliseconds(100)) {}
 
  private:
   void act(Trader& trader, Moment now) override {
+    const client::Price4 last = trader.desk().last_price("AAPL");
+    if (!bought_ && last != 0) {
+      bought_ = true;
+      trader.strategy().send({.name = trader.strategy().fresh_name(),
+                              .symbol = "AAPL",
+                              .quantity = 100000,
+                              .price = last + 300,
+                              .sent = now,
+                              .touch_at = now + seconds(60)},
+                             now);
+    }
     for (Order* order : trader.desk().open()) {
       if (order->state != Order::State::LIVE || order->request || order->cum == 0) continue;
       const auto [known, is_new] = known_.try_emplace(order->name, Known{order->cum, now});
       order->touch_at = now + seconds(60);  // nobody else is to come first
-      if (known->second.cum != order->cum) known->second = {order->cum, now};
       if (is_new || now - known->second.at < LONG_KNOWN) continue;
       known->second.at = now + seconds(60);  // once
-      trader.strategy().replace(*order, order->cum, order->price, now);
+      trader.strategy().replace(*order, known->second.cum, order->price, now);
       return;
     }
   }
@@ -120,6 +131,7 @@ class ReplacingBelow : public NowAndThen {
     Moment at{};
   };
   std::map<std::string, Known> known_;
+  bool bought_ = false;
 };
 
 /// Trades on right behind its Logon, whether that is accepted or not.
