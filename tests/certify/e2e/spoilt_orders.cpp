@@ -2,6 +2,7 @@
 #include <chrono>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "certify/trader/trader.h"
 #include "tests/certify/e2e/spoilt_habits.h"
@@ -135,7 +136,13 @@ class ReplacingBelow : public NowAndThen {
 };
 
 /// Trades on right behind its Logon, whether that is accepted or not.
+/// Both leave together, so that the answer cannot come in between.
 class TradingWhileDown : public Habits {
+  void before_bytes(std::string& bytes) override {
+    if (sent_ && logon_.empty()) return;
+    bytes.insert(0, std::exchange(logon_, ""));
+    if (!sent_) logon_ = std::exchange(bytes, "");
+  }
   void on_turn(Trader& trader, Moment now) override {
     if (!trader.session().logging_on() || sent_) return;
     sent_ = true;
@@ -147,6 +154,7 @@ class TradingWhileDown : public Habits {
                            now);
   }
   bool sent_ = false;
+  std::string logon_;  // held back
 };
 
 /// Sends what was refused again as it was, under a new name.
