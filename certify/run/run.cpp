@@ -173,6 +173,8 @@ void Run::start_client(const Surroundings& surroundings) {
   }
   command.program = found_program(command.arguments.front()).value_or(command.arguments.front());
   command.arguments.erase(command.arguments.begin());
+  // What the feed has said by now, the client has come too late for.
+  stage_->serve(now_ns());
   client_is_there(now_ns());
   client_ = std::make_unique<ClientProcess>(command);
 }
