@@ -69,6 +69,11 @@ kill -TERM "$exchange"
 wait "$exchange" || complain "the exchange ended with $?"
 grep -qxF '[quorl] stopped' /root/said || complain 'the exchange did not say that it stopped'
 
+# A client is judged by a plan that came along.
+timeout 100 quorl-certify --out /root/verdicts /usr/share/quorl/plans/calm.plan -- quorl-trader \
+  >/root/heard 2>&1 || complain "quorl-certify: $(cat /root/heard)"
+grep -q '^PASSED' /root/verdicts/calm/report.txt || complain 'no report of quorl-certify'
+
 # Each program tells its version, is told of by man, and is completed.
 for program in quorl $tools; do
   page=$(MANPAGER='cat' man "$program" 2>&1) || complain "man $program: $page"
