@@ -3,12 +3,17 @@
 
 #include "bench/control_port.h"
 #include "closed_exchange.h"
+#include "support/test_clock.h"
 
-// One datagram to the control port.
+// One datagram to the control port of a fresh exchange: an input does the same whatever came before
+// it.
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace quorl;
-  static const auto exchange = fuzz::open_exchange(RunConfig{});
+  test::reset_clocks();
+  RunConfig config;
+  config.symbols = "A:10";
+  const auto exchange = fuzz::open_exchange(config);
   const ControlTargets targets{
       .engine = exchange->engine, .interval_ms = exchange->config.interval_ms, .session_up = false};
   const ControlReply reply = run_control_command(fuzz::text_of(data, size), targets);
