@@ -44,7 +44,7 @@ WholeExchange::WholeExchange(const std::vector<std::string>& options) {
   network.on_poll = [this](std::span<const pollfd> set, int timeout_ms) {
     note_wait(set, timeout_ms);
   };
-  network.on_wait = [this] { return day::Network::Wait{0, 0}; };
+  network.on_wait = [] { return day::Network::Wait{0, 0}; };
   exchange_.emplace(config_of(options));
 }
 
