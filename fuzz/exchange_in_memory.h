@@ -11,7 +11,7 @@
 namespace quorl::fuzz {
 
 /// An exchange whose sockets are those of a network in memory, so that each reply is there at once
-/// and whole, and nothing of it outlives this.
+/// and whole. The network is that of the process as long as there is no later one.
 struct ExchangeInMemory {
   static constexpr day::Network::Ports PORTS{
       .fix = 7001, .snap = 7002, .control = 7003, .gap_fill = 7004};

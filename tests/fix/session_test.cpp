@@ -425,6 +425,7 @@ TEST_F(Session, looks_at_no_comp_id_and_no_sending_time_behind_the_logon) {
     EXPECT_EQ(said_on(alpha, "35=1|34=" + number + "|" + header + (*header ? "|" : "") + "112=t"),
               "");
     alpha.hears("35=0|34=" + number + "|49=IEXG|56=ALPHA|112=t");
+    ASSERT_FALSE(HasFailure());  // nothing can be said on a connection that is closed
   }
   alpha.says("35=D|34=7|49=BETA|56=NYSE|52=never|11=a1" + std::string(RESTING_BUY));
   alpha.hears("35=8|150=0|56=ALPHA|11=a1");

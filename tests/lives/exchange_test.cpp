@@ -1,7 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <map>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -28,6 +30,12 @@ using Acts = std::vector<std::string>;
 constexpr uint16_t FIX = WholeExchange::PORTS.fix;
 constexpr uint16_t SNAP = WholeExchange::PORTS.snap;
 
+/// What is done several times running stands once.
+Acts without_repeats(Acts acts) {
+  acts.erase(std::unique(acts.begin(), acts.end()), acts.end());
+  return acts;
+}
+
 /// The position of the first act that begins so; that of the end if there is none.
 size_t place_of(const Acts& acts, std::string_view beginning) {
   size_t place = 0;
@@ -39,7 +47,7 @@ size_t place_of(const Acts& acts, std::string_view beginning) {
 
 TEST(WholeExchange, opens_everything_in_its_fixed_order) {
   WholeExchange exchange({"--control-port", "7003", "--truth-out", "truth.jsonl"});
-  Acts acts = exchange.take_acts();
+  Acts acts = without_repeats(exchange.take_acts());
   for (std::string& act : acts) act = act.substr(0, act.find(" ("));  // of a line, its beginning
   const size_t market = place_of(acts, "write truth.jsonl");
   ASSERT_LT(market, acts.size());
@@ -179,49 +187,63 @@ TEST(WholeExchange, writes_the_files_ahead_of_the_feed_s_counters_at_their_commo
   EXPECT_LT(place_of(acts, "open bbo.txt.tmp"), counters);
 }
 
-/// Everything that has a timer, over 30 s in turns of 50 ms. In each turn the system clock may be
-/// stepped, there and back again.
-std::vector<Acts> half_a_minute(bool steps_the_clock) {
-  constexpr int64_t NS_PER_HOUR = 3'600'000'000'000;
+/// Everything that has a timer, over 600 turns of 55 ms. Ahead of each the system clock is stepped.
+std::vector<Acts> half_a_minute(int64_t step_ns) {
+  constexpr uint16_t CONTROL = WholeExchange::PORTS.control;
   WholeExchange exchange({"--interval-ms", "40", "--control-port", "7003"});
   const size_t alpha = exchange.logs_on("ALPHA", 1);
-  exchange.logs_on("BETA", 2);  // times out
-  exchange.network.connect(SNAP);
-  exchange.network.send_datagram(WholeExchange::PORTS.control, "unsolicited_cancel 1\n", 9000);
+  exchange.logs_on("BETA", 2);     // times out
+  exchange.network.connect(SNAP);  // grows too old
+  uint32_t seq = 1;
+  const auto send = [&](const std::string& body) {
+    exchange.says(alpha, body + "|34=" + std::to_string(++seq) + "|49=ALPHA|56=IEXG");
+  };
+  const std::map<int, const char*> commands = {
+      {0, "unsolicited_cancel 1"}, {300, "lapse 1500"}, {400, "pause"}};  // then the feed beats
   std::vector<Acts> turns;
   for (int turn = 0; turn < 600; ++turn) {
-    const auto send = [&](const std::string& body) {
-      static int seq = 0;
-      seq = turn == 0 ? 2 : seq + 1;
-      exchange.says(alpha, body + "|34=" + std::to_string(seq) + "|49=ALPHA|56=IEXG");
-    };
-    const std::string names = "|11=c" + std::to_string(turn) + "|41=a";
-    if (turn % 60 == 0) {
-      send("35=D|55=AAPL|54=1|38=100|40=2|44=180.00|59=0|18=i|11=a" + std::to_string(turn));
+    const auto command = commands.find(turn);
+    if (command != commands.end()) {
+      exchange.network.send_datagram(CONTROL, command->second + std::string("\n"), 9000);
     }
-    // Closed lately, and long ago: an order's cancel, 300 ms behind the order, is the exchange's.
-    if (turn == 20) send("35=F" + names + "0");
-    if (turn == 55) send("35=F" + names + "0");
+    if (turn == 0) send("35=D|55=AAPL|54=1|38=100|40=2|44=180.00|59=0|18=i|11=a0");
+    // The exchange has cancelled it by then: some 700 ms ago, and over 2 s ago.
+    if (turn == 20 || turn == 55) send("35=F|11=c" + std::to_string(turn) + "|41=a0");
     if (turn % 10 == 5) send("35=0");
-    if (turn == 300) {
-      exchange.network.send_datagram(WholeExchange::PORTS.control, "lapse 1500\n", 9000);
-    }
-    if (steps_the_clock) day::step_system_clock(turn % 2 == 0 ? NS_PER_HOUR : -NS_PER_HOUR);
+    day::step_system_clock(step_ns);
     exchange.turn(50);
     turns.push_back(exchange.take_acts());
   }
   return turns;
 }
 
-TEST(WholeExchange, moves_no_timer_with_the_system_clock) {
-  const std::vector<Acts> still = half_a_minute(false);
-  const std::vector<Acts> stepped = half_a_minute(true);
-  size_t log_lines = 0;
-  for (size_t turn = 0; turn < still.size(); ++turn) {
-    EXPECT_EQ(stepped[turn], still[turn]) << "in turn " << turn;
-    for (const std::string& act : still[turn]) log_lines += act.starts_with("log ") ? 1 : 0;
+size_t count_of(const std::vector<Acts>& turns, std::string_view beginning) {
+  size_t count = 0;
+  for (const Acts& acts : turns) {
+    count += static_cast<size_t>(
+        std::count_if(acts.begin(), acts.end(),
+                      [beginning](const std::string& act) { return act.starts_with(beginning); }));
   }
-  EXPECT_GT(log_lines, 20u);  // time-out, lapse, cancels and counters have come
+  return count;
+}
+
+TEST(WholeExchange, moves_no_timer_with_the_system_clock) {
+  const std::vector<Acts> still = half_a_minute(0);
+  constexpr int64_t NS_PER_HOUR = 3'600'000'000'000;
+  for (const int64_t step_ns : {NS_PER_HOUR, -NS_PER_HOUR, int64_t{1}, int64_t{-1}}) {
+    const std::vector<Acts> stepped = half_a_minute(step_ns);
+    for (size_t turn = 0; turn < still.size(); ++turn) {
+      ASSERT_EQ(stepped[turn], still[turn]) << "in turn " << turn << ", by " << step_ns << " ns";
+    }
+  }
+  EXPECT_EQ(count_of(still, "log bench: unsolicited cancel of a0"), 1u);
+  EXPECT_EQ(count_of(still, "log bench: stale cancel for a0 (closed more than 2 s ago)"), 1u);
+  EXPECT_EQ(count_of(still, "log bench: going silent"), 1u);
+  EXPECT_EQ(count_of(still, "log [quorl] client BETA timed out"), 1u);
+  EXPECT_EQ(count_of(still, "close"), 2u);  // BETA, and who asked for no image
+  EXPECT_EQ(count_of(still, "log bench: stats "), 16u);
+  EXPECT_EQ(count_of(still, "log [quorl] deep msgs "), 3u);
+  EXPECT_GT(count_of(still, "open book.json.tmp"), 100u);
 }
 
 }  // namespace

@@ -80,7 +80,7 @@ size_t WholeExchange::logs_on(const std::string& comp_id, int heartbeat_s) {
 }
 
 void WholeExchange::says(size_t connection, const std::string& body) {
-  sends(connection, client::frame_fix(body));
+  sends(connection, client::frame_fix(body + "|"));
 }
 
 void WholeExchange::sends(size_t connection, const std::string& bytes) {
@@ -124,7 +124,7 @@ void WholeExchange::note_wait(std::span<const pollfd> set, int timeout_ms) {
 }
 
 void WholeExchange::add_act(std::string act) {
-  if (acts_.empty() || acts_.back() != act) acts_.push_back(std::move(act));
+  acts_.push_back(std::move(act));
 }
 
 std::string WholeExchange::name_of(int fd) const {

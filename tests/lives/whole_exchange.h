@@ -45,7 +45,7 @@ class WholeExchange {
 
   /// All that has been done since the last look, in order: each call of a socket that changes
   /// something, such as "bind 7001", "accept FIX" or "send"; each "open", "write" and "log" of the
-  /// machine. The same several times running stands once.
+  /// machine.
   std::vector<std::string> take_acts();
 
   /// What the latest wait of the loop waited for: "FIX listener", "FIX 0" (with the number of the
