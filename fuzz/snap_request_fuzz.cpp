@@ -1,43 +1,73 @@
-#include <sys/socket.h>
-
-#include <array>
-#include <cstdlib>
+#include <algorithm>
+#include <string>
+#include <variant>
 #include <vector>
 
-#include "base/clocks.h"
-#include "closed_exchange.h"
+#include "base/sockets.h"
+#include "exchange_in_memory.h"
 #include "feed/snap.h"
+#include "quorl/client/snap_client.h"
 
 // The bytes of one connection to the DEEP SNAP service, in two reads: the first byte says where
-// they are cut.
+// they are cut. What comes back is read as a subscriber reads it.
 
 namespace quorl {
 namespace {
 
-void serve(const uint8_t* data, size_t size, size_t cut) {
-  static const auto exchange = [] {
-    RunConfig config;
-    config.session = 1;
-    return fuzz::open_exchange(config);
-  }();
-  std::array<int, 2> ends{};
-  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends.data()) != 0) std::abort();
+namespace client = quorl::client;
+using fuzz::check;
+using fuzz::ClosedExchange;
+using fuzz::ExchangeInMemory;
+
+constexpr uint16_t PORT = ExchangeInMemory::PORTS.snap;
+
+void check_reply(const std::string& reply, const ClosedExchange& exchange) {
+  if (reply.empty()) return;
+  const client::Bytes bytes(reply.begin(), reply.end());
+  const client::SnapReply read =
+      client::decode_snap_reply(bytes, ExchangeInMemory::SESSION);  // or throws, uncaught
+  const auto* const image = std::get_if<client::SnapImage>(&read);
+  if (image == nullptr) return;
+  check(image->seq == exchange.publisher.last_seq());
+  check(image->symbols() == std::vector<std::string>{"A"});
+}
+
+void serve(const std::string& bytes, size_t cut) {
+  // One for all, as no request changes it, and never closed: its own network is gone by then.
+  static const auto* const in_memory = new ExchangeInMemory;
+  ClosedExchange& exchange = *in_memory->exchange;
+  day::reset_clock(1'700'000'100'000'000'000);
+  day::Outputs outputs("");
+  day::Network network(ExchangeInMemory::PORTS, outputs);
+  const OwnedSocket listener(open_tcp_socket());
+  check(bind_reusable(listener.fd, 0, PORT) && start_listening(listener.fd, 1));
+  const size_t connection = network.connect(PORT);
   std::vector<SnapConnection> snaps;
-  snaps.push_back({.fd = ends[0], .inbound = {}, .accepted_ms = static_cast<int64_t>(steady_ms())});
-  std::array<char, 65536> scratch;
-  [[maybe_unused]] auto sent = ::send(ends[1], data, cut, MSG_NOSIGNAL);
-  serve_snap_connections(exchange->engine, snaps, scratch);
-  sent = ::send(ends[1], data + cut, size - cut, MSG_NOSIGNAL);
-  if (snaps[0].fd >= 0) serve_snap_connections(exchange->engine, snaps, scratch);
-  ::close(ends[1]);
-  if (snaps[0].fd >= 0) serve_snap_connections(exchange->engine, snaps, scratch);
-  if (snaps[0].fd >= 0) std::abort();  // it has seen the end
+  static std::vector<char> scratch(65536);
+  const auto turn = [&] {
+    serve_snap_connections(exchange.engine, snaps, scratch);
+    outputs.end_turn();
+  };
+  accept_snap_connections(listener.fd, snaps);
+  network.send(connection, bytes.substr(0, cut), outputs.turn());
+  turn();
+  network.send(connection, bytes.substr(cut), outputs.turn());
+  turn();
+  network.end(connection, /*reset=*/false, outputs.turn());
+  turn();
+  check(snaps.size() == 1 && snaps[0].fd < 0);  // it has seen the end
+  check(network.misuses() == 0);
+  std::string reply;
+  for (const std::string& piece : network.take_received(connection)) reply += piece;
+  check_reply(reply, exchange);
 }
 
 }  // namespace
 }  // namespace quorl
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  if (size != 0) quorl::serve(data + 1, size - 1, std::min<size_t>(data[0], size - 1));
+  if (size == 0) return 0;
+  const std::string bytes(quorl::fuzz::text_of(data + 1, size - 1));
+  quorl::serve(bytes, std::min<size_t>(data[0], bytes.size()));
   return 0;
 }

@@ -128,6 +128,16 @@ TEST_F(ScenarioText, lets_a_later_item_override_an_earlier_one) {
   EXPECT_EQ(scenario->name, "b");
 }
 
+TEST_F(ScenarioText, reads_a_name_wherever_it_stands) {
+  for (const char* text :
+       {"reject_every=3,name=here,lapse_ms=2", "name=here,reject_every=3,lapse_ms=2",
+        "reject_every=3,lapse_ms=2,name=here"}) {
+    armed_by(text);
+    EXPECT_EQ(log, armed_line("here", "0 2 3 0 0 0 0")) << text;
+    EXPECT_EQ(scenario->name, "here");
+  }
+}
+
 TEST_F(ScenarioText, takes_all_behind_the_first_equals_sign_for_the_value) {
   EXPECT_EQ(armed_by("name=a=b=").name, "a=b=");
   EXPECT_EQ(armed_by("name=").name, "");

@@ -210,6 +210,7 @@ Kind Network::datagram_kind(const Socket& socket) const {
 /// A set with POLLOUT is one full connection, and this wait empties its buffer; any other is the
 /// loop's.
 int Network::wait(std::span<pollfd> set, int timeout_ms) {
+  if (on_poll) on_poll(set, timeout_ms);
   if (set.size() == 1 && (set.front().events & POLLOUT) != 0) {
     act("wait for room", set.front().fd, std::to_string(timeout_ms));
     pass_ns(3 * NS_PER_MS);

@@ -55,6 +55,8 @@ class Network {
   /// If set: every send of a connection, whole, however much of it is then taken; every datagram.
   std::function<void(size_t connection, std::string_view bytes)> on_send;
   std::function<void(Kind kind, std::string_view bytes)> on_datagram;
+  /// If set: what each wait waits for, and for how long at most.
+  std::function<void(std::span<const pollfd> set, int timeout_ms)> on_poll;
 
   // --- The world's side ---
 

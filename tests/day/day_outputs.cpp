@@ -55,6 +55,7 @@ Outputs::Outputs(const std::string& record_folder) {
 }
 
 void Outputs::note(Kind kind, std::string_view where, std::string_view bytes) {
+  if (on_note) on_note(kind, where, bytes);
   Account& account = accounts_[static_cast<size_t>(kind)];
   account.digest = digest_of(account.digest, turn_);
   account.digest = digest_of(account.digest, where);

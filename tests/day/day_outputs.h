@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -45,6 +46,9 @@ class Outputs {
   /// With a folder, everything is also written there, a file for each kind, a line for each event
   /// with its turn: two programs' days can be compared with diff.
   explicit Outputs(const std::string& record_folder);
+
+  /// If set: every event as it is noted.
+  std::function<void(Kind kind, std::string_view where, std::string_view bytes)> on_note;
 
   /// One event. `where` is the connection or the address, as text.
   void note(Kind kind, std::string_view where, std::string_view bytes);

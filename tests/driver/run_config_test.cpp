@@ -16,6 +16,7 @@
 #include "feed/fault_plan.h"
 #include "feed/tp_publisher.h"
 #include "market/engine.h"
+#include "support/book_sense.h"
 #include "support/inside.h"
 #include "support/test_clock.h"
 
@@ -466,21 +467,64 @@ TEST(SymbolsDeathTest, an_uncaught_malformed_price_aborts_and_names_the_parser) 
   EXPECT_EXIT(run(), testing::KilledBySignal(SIGABRT), "invalid_argument.*stod");
 }
 
-TEST(Symbols, prices_that_are_no_prices_still_make_a_market) {
-  for (const char* symbols : {"X:nan", "X:inf", "X:-inf", "X:1e300", "X:-1e300", "X:-5", "X:0",
-                              "X:1e-300", "X:922337203685477", "X:-922337203685477"}) {
+/// Opens and walks; after each tick the book makes sense, and so many orders have been posted that
+/// none was left out.
+void makes_a_market(Market& market, int ticks) {
+  market.runs_for(0);
+  ASSERT_EQ(test::nonsense_in(market.engine), "");
+  for (int tick = 1; tick <= ticks; ++tick) {
+    const uint64_t posted = market.engine.next_order_id;
+    market.engine.walk_tick();
+    ASSERT_EQ(test::nonsense_in(market.engine), "") << "behind tick " << tick;
+    EXPECT_GE(market.engine.next_order_id, posted + 3) << "in tick " << tick;
+  }
+}
+
+TEST(Symbols, prices_that_are_no_prices_make_a_market_around_0) {
+  for (const char* symbols :
+       {"X:nan", "X:inf", "X:-inf", "X:1e300", "X:-1e300", "X:0", "X:1e-300"}) {
+    SCOPED_TRACE(symbols);
     Market market(symbols);
-    market.runs_for(20);
-    EXPECT_GT(test::state_of(market.publisher).next_seq, 9u) << symbols;
+    makes_a_market(market, 20);
+    EXPECT_EQ(test::price_outside(market.engine, -900, 900), "");
+    const Stock& stock = market.engine.stocks.at(0);
+    EXPECT_THAT(test::level_prices(market.engine, stock, test::BUYS),
+                testing::Each(testing::Le(0)));
+    EXPECT_THAT(test::level_prices(market.engine, stock, test::SELLS),
+                testing::Each(testing::Ge(0)));
+  }
+}
+
+TEST(Symbols, a_price_below_0_makes_a_market_around_itself) {
+  Market market("X:-5");
+  makes_a_market(market, 20);
+  EXPECT_EQ(test::price_outside(market.engine, -52000, -48000), "");
+}
+
+TEST(Symbols, prices_at_the_ends_of_the_range_make_a_market_there) {
+  constexpr Price4 NEAR_THE_END = 9'200'000'000'000'000'000;
+  for (const char* symbols : {"X:922337203685477", "X:-922337203685477"}) {
+    SCOPED_TRACE(symbols);
+    Market market(symbols);
+    makes_a_market(market, 20);
+    for (const bool buy : {test::BUYS, test::SELLS}) {
+      for (const Price4 price : test::level_prices(market.engine, market.engine.stocks[0], buy)) {
+        EXPECT_TRUE(price > NEAR_THE_END || price < -NEAR_THE_END) << price;
+      }
+    }
   }
 }
 
 TEST(Symbols, steps_that_blow_the_price_up_do_not_end_the_run) {
   for (const double step_bps : {1e6, 1e12, 1e300, std::numeric_limits<double>::infinity(),
                                 -std::numeric_limits<double>::infinity(), std::nan("")}) {
+    SCOPED_TRACE(step_bps);
     Market market("X:190", step_bps);
-    market.runs_for(200);
-    EXPECT_GT(test::state_of(market.publisher).next_seq, 9u) << step_bps;
+    makes_a_market(market, 200);
+    const double mid = market.engine.stocks[0].mid;
+    EXPECT_FALSE(std::fabs(mid) < 1e12) << mid;  // it has blown up
+    const uint64_t posted = market.engine.next_order_id - 1000;
+    EXPECT_LT(test::order_count(market.engine), posted / 2);  // stale orders are still pulled
   }
 }
 

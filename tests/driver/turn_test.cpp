@@ -730,8 +730,29 @@ TEST(Turn, one_shots_and_pending_drops_do_not_arm_the_stats_line) {
   scenario.unsolicited_cancels.next = scenario.replace_rejects.next = 1;
   scenario.disconnect_requested = 1;
   scenario.name = "label";
-  bench.config.drop_every = 1;
   EXPECT_EQ(bench.turn_after(5000), "");
+}
+
+TEST(Turn, faults_of_the_feed_do_not_arm_the_stats_line) {
+  Bench bench;
+  bench.config.drop_every = 1;
+  FaultPlan& faults = bench.exchange.publisher.faults;
+  faults.drop_every = faults.dup_every = faults.reorder_every = 1;
+  faults.drop_next = faults.dup_next = faults.reorder_next = 1;
+  faults.burst_start = faults.burst_len = 1;
+  EXPECT_EQ(bench.turn_after(5000), "");
+}
+
+TEST(Turn, the_stats_line_is_due_by_the_turn_s_own_reading_and_counts_from_it) {
+  Bench bench;
+  bench.exchange.scenario.rejects.every = 1;
+  bench.turn();
+  bench.in_the_next_turn([] { test::advance_ms(7); });
+  EXPECT_EQ(bench.turn_after(1999), "");
+  bench.in_the_next_turn([] { test::advance_ms(7); });
+  EXPECT_THAT(bench.turn(), StartsWith("bench: stats "));  // read at 2006
+  EXPECT_EQ(bench.turn_after(1992), "");                   // 1999 behind that
+  EXPECT_THAT(bench.turn_after(1), StartsWith("bench: stats "));
 }
 
 TEST(Turn, unarmed_the_timer_of_the_stats_line_stands_still) {
@@ -782,14 +803,27 @@ TEST(Turn, the_feed_s_heartbeat_is_due_by_a_fresh_reading) {
   EXPECT_EQ(state_of(bench.exchange.publisher).last_flush_ms, START + 1000);
 }
 
-TEST(Turn, while_paused_and_dropping_the_feed_still_says_that_it_lives) {
+TEST(Turn, while_paused_and_dropping_the_feed_still_says_that_it_lives_and_what_was_lost) {
   Bench bench;
   bench.config.interval_ms = 40;
   bench.exchange.engine.paused = true;
   bench.exchange.publisher.faults.drop_every = 1;
-  for (int i = 0; i < 3; ++i) bench.turn_after(1000);
-  EXPECT_THAT(bench.feed(), ElementsAre("heartbeat", "heartbeat", "heartbeat"));
-  EXPECT_EQ(state_of(bench.exchange.publisher).packets, 0u);
+  bench.turn_after(500);
+  bench.exchange.publisher.append("abc", 3);
+  EXPECT_EQ(bench.turn(), "quorl fault: dropped seq 1 (packet 1, 1 message(s))\n");
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(bench.turn_after(999), "");  // behind the lost packet, and behind each heartbeat
+    EXPECT_THAT(bench.packets(), IsEmpty());
+    EXPECT_EQ(bench.turn_after(1), "");
+    const std::vector<Packet> packets = bench.packets();
+    ASSERT_THAT(packets, SizeIs(1));
+    EXPECT_EQ(packets[0].message_count, 0u);
+    EXPECT_EQ(packets[0].first_seq, 2u);
+    EXPECT_EQ(packets[0].stream_offset, 5u);  // the lost message and its length
+  }
+  EXPECT_EQ(state_of(bench.exchange.publisher).packets, 1u);
+  EXPECT_EQ(state_of(bench.exchange.publisher).dropped, 1u);
+  EXPECT_FALSE(bench.has_walked());
 }
 
 // --- Gap fill and DEEP SNAP ---
@@ -899,6 +933,17 @@ TEST(Turn, the_feed_s_stats_come_after_10000_ms_and_count_from_there) {
   EXPECT_EQ(bench.turn_after(9999), "");
   EXPECT_THAT(bench.turn_after(3), StartsWith("[quorl] deep msgs "));
   EXPECT_EQ(bench.turn_after(9999), "");
+}
+
+TEST(Turn, the_feed_s_stats_are_due_by_the_turn_s_own_reading_and_count_from_it) {
+  Bench bench;
+  bench.turn();
+  bench.in_the_next_turn([] { test::advance_ms(7); });
+  EXPECT_EQ(bench.turn_after(9999), "");
+  bench.in_the_next_turn([] { test::advance_ms(7); });
+  EXPECT_THAT(bench.turn(), StartsWith("[quorl] deep msgs "));  // read at 10006
+  EXPECT_EQ(bench.turn_after(9992), "");                        // 9999 behind that
+  EXPECT_THAT(bench.turn_after(1), StartsWith("[quorl] deep msgs "));
 }
 
 TEST(Turn, the_feed_s_stats_show_its_counts_and_closed_clients_too) {

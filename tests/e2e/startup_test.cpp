@@ -12,6 +12,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
+#include <fstream>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
@@ -23,6 +25,7 @@
 #include "quorl/client/tcp.h"
 #include "tests/e2e/support/exchange.h"
 #include "tests/e2e/support/port_holder.h"
+#include "tests/tools/support/other_world.h"
 
 namespace client = quorl::client;
 
@@ -36,6 +39,7 @@ using std::chrono::milliseconds;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::MatchesRegex;
+using tools_test::in_own_network;
 using Lines = std::vector<std::string>;
 
 constexpr ExitStatus STATUS_0{.exited = true, .code = 0, .signal = 0};
@@ -107,7 +111,8 @@ void await_first_turn(const Simulator& simulator) {
 
 uint64_t unix_seconds() { return static_cast<uint64_t>(std::time(nullptr)); }
 
-/// Only one process at a time may use the default ports; the lock goes with the process.
+/// Only one process at a time may use the default ports, where there is one network for all; the
+/// lock goes with the process.
 class DefaultPorts {
  public:
   DefaultPorts() : fd_(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {}
@@ -145,9 +150,7 @@ class DefaultPorts {
   bool claimed_ = false;
 };
 
-TEST(Startup, without_arguments_the_banner_shows_the_defaults) {
-  DefaultPorts ports;
-  if (!ports.claim()) GTEST_SKIP() << "another program holds the default ports";
+void start_without_arguments() {
   SimulatorOptions options = living();
   options.own_ports = false;
   Simulator simulator(options);
@@ -164,6 +167,14 @@ TEST(Startup, without_arguments_the_banner_shows_the_defaults) {
   client::FixSession session(28500, "ALPHA");
   session.logon();
   EXPECT_EQ(simulator.terminate(), STATUS_0);
+}
+
+TEST(Startup, without_arguments_the_banner_shows_the_defaults) {
+  if (in_own_network(start_without_arguments)) return;
+  // Not allowed here: the default ports are those of everybody.
+  DefaultPorts ports;
+  ASSERT_TRUE(ports.claim()) << "another program holds the default ports";
+  start_without_arguments();
 }
 
 TEST(Startup, banner_shows_ports_session_and_symbols_as_given_and_quiet_leaves_it) {
@@ -455,6 +466,29 @@ TEST(Startup, sigterm_in_a_lapse_ends_as_ever) {
                    "a ResendRequest brings what it missed\\)"));
   EXPECT_EQ(exchange.simulator().terminate(), STATUS_0);
   EXPECT_EQ(exchange.simulator().lines().back(), "[quorl] stopped");
+}
+
+/// A set of signals as /proc shows it, in hexadecimal digits.
+uint64_t signals_of(const Simulator& simulator, const std::string& set) {
+  std::ifstream status("/proc/" + std::to_string(simulator.pid()) + "/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with(set + ":")) return std::stoull(line.substr(set.size() + 1), nullptr, 16);
+  }
+  throw std::runtime_error("no " + set + " in the status of a process");
+}
+
+uint64_t bit_of(int signal) { return uint64_t{1} << (signal - 1); }
+
+TEST(Startup, catches_sigint_and_sigterm_and_leaves_sigpipe_as_it_is) {
+  const auto ours = ::signal(SIGPIPE, SIG_DFL);  // inherited
+  Exchange exchange(still());
+  ::signal(SIGPIPE, ours);
+  const uint64_t caught = signals_of(exchange.simulator(), "SigCgt");
+  EXPECT_NE(caught & bit_of(SIGINT), 0U);
+  EXPECT_NE(caught & bit_of(SIGTERM), 0U);
+  EXPECT_EQ(caught & bit_of(SIGPIPE), 0U);
+  EXPECT_EQ(signals_of(exchange.simulator(), "SigIgn") & bit_of(SIGPIPE), 0U);
+  EXPECT_EQ(signals_of(exchange.simulator(), "SigBlk"), 0U);
 }
 
 TEST(Startup, starts_again_at_once_on_the_ports_of_a_run_that_had_a_client) {

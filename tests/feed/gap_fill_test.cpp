@@ -335,6 +335,15 @@ TEST(GapFill, a_malformed_datagram_is_refused_and_the_next_is_served_in_the_same
   EXPECT_EQ(feed.gap_fill.counts().requests, 1u);
 }
 
+TEST(GapFill, a_single_byte_is_a_refused_request_and_the_service_of_the_turn_goes_on) {
+  Feed feed;
+  feed.publish(3);
+  for (const char* byte : {"00", "01", "FF"}) feed.inbox.send(hex(byte), feed.gap_port);
+  EXPECT_THAT(feed.replies_to({.ranges = {{1, 3}}}), SizeIs(1));
+  EXPECT_EQ(feed.gap_fill.counts().rejects, 3u);
+  EXPECT_EQ(feed.gap_fill.counts().requests, 1u);
+}
+
 TEST(GapFill, one_bad_range_refuses_the_whole_request) {
   Feed feed;
   feed.publish(12);

@@ -108,6 +108,17 @@ TEST_F(Logon, needs_no_sending_time_and_no_encrypt_method) {
   alpha.hears("35=A|34=1");
 }
 
+TEST_F(Logon, does_not_read_the_encrypt_method_and_always_answers_with_0) {
+  for (const char* method : {"98=1", "98=6", "98=", "98=none", "98=0|98=9"}) {
+    SCOPED_TRACE(method);
+    auto [alpha, log] = attempt("35=A|34=" + std::to_string(stream().next_in()) +
+                                "|49=ALPHA|56=IEXG|" + method + "|108=30");
+    EXPECT_THAT(log, testing::StartsWith("bench: logon ALPHA "));
+    alpha.hears("35=A|98=0|108=30");
+    alpha.hears_nothing();
+  }
+}
+
 TEST_F(Logon, reads_a_minus_as_the_highest_number_and_the_stream_goes_on_from_0) {
   auto [alpha, log] = attempt("35=A|34=-1|49=ALPHA|56=IEXG|108=30");
   EXPECT_THAT(log, testing::StartsWith("bench: logon ALPHA 34=4294967295 141=N "));

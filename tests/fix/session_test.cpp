@@ -414,6 +414,28 @@ TEST_F(Session, knows_a_type_under_a_tag_that_narrows_to_its_own) {
   alpha.hears("35=0|112=a");
 }
 
+TEST_F(Session, looks_at_no_comp_id_and_no_sending_time_behind_the_logon) {
+  WirePeer alpha = gateway.logs_on("ALPHA");
+  WirePeer beta = gateway.logs_on("BETA");
+  uint32_t seq = 1;
+  for (const char* header : {"49=BETA|56=NYSE|52=19700101-00:00:00", "49=|56=|52=", "49=x|52=noon",
+                             "52=20231114-22:13:20.123", ""}) {
+    SCOPED_TRACE(header);
+    const std::string number = std::to_string(++seq);
+    EXPECT_EQ(said_on(alpha, "35=1|34=" + number + "|" + header + (*header ? "|" : "") + "112=t"),
+              "");
+    alpha.hears("35=0|34=" + number + "|49=IEXG|56=ALPHA|112=t");
+    ASSERT_FALSE(HasFailure());  // nothing can be said on a connection that is closed
+  }
+  alpha.says("35=D|34=7|49=BETA|56=NYSE|52=never|11=a1" + std::string(RESTING_BUY));
+  alpha.hears("35=8|150=0|56=ALPHA|11=a1");
+  EXPECT_THAT(live_names(gateway.exchange.engine), ElementsAre("ALPHA a1"));
+  beta.says("35=F|34=2|49=ALPHA|56=IEXG|11=c1|41=a1");  // still BETA, whatever it says
+  beta.hears("35=9|56=BETA|58=Unknown order");
+  EXPECT_EQ(stream("ALPHA").next_in(), 8U);
+  EXPECT_EQ(stream("BETA").next_in(), 3U);
+}
+
 // --- Session-level messages ---
 
 TEST_F(Session, hears_a_heartbeat_and_says_nothing) {

@@ -45,6 +45,7 @@ void print_log(const char* format, ...) {
   std::vsnprintf(text.data(), text.size() + 1, format, again);
   va_end(again);
   machine->log += text;
+  if (machine->on_act) machine->on_act("log " + text);
 }
 
 void OutputFile::open_for_appending(const std::string& path) { open(path, 0); }
@@ -58,6 +59,7 @@ void OutputFile::open(const std::string& path, int) {
   fd_ = static_cast<int>(open_paths.size());
   open_paths.push_back(path);
   failed_ = false;
+  if (machine->on_act) machine->on_act("open " + path);
 }
 
 void OutputFile::write(std::string_view piece) {
@@ -70,8 +72,10 @@ void OutputFile::flush() {
 }
 
 void OutputFile::write_out() {
+  const std::string& path = open_paths[static_cast<size_t>(fd_)];
+  if (machine->on_act) machine->on_act("write " + path);
   failed_ = failed_ || machine->disk_is_full;
-  if (!failed_) machine->files[open_paths[static_cast<size_t>(fd_)]] += buffered_;
+  if (!failed_) machine->files[path] += buffered_;
   buffered_.clear();
 }
 

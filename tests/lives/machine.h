@@ -1,7 +1,9 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
+#include <string_view>
 
 namespace lives {
 
@@ -20,6 +22,10 @@ class Machine {
 
   std::map<std::string, std::string> files;  // by path
   std::string log;                           // standard error, since it was last taken
+
+  /// If set: "open book.json" and "write book.json" (whatever comes of it), and "log ..." with all
+  /// that one call prints.
+  std::function<void(std::string_view what)> on_act;
 
   std::string take_log();
 };

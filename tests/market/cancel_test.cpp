@@ -58,6 +58,19 @@ TEST(Cancel, of_a_part_filled_order_tells_what_was_executed) {
   exchange.feed_shows({"5 0 @ 190.00 last"});
 }
 
+TEST(Cancel, stamps_the_feed_with_the_first_reading_of_its_own_time) {
+  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+  FixPeer client = exchange.logs_on("ALPHA");
+  client.says(sell());
+  exchange.feed();
+  advance_ms(1000);
+  step_system_clock_by(1'000'000);
+  client.says("35=F|11=c1|41=a1");
+  const std::vector<FeedMessage> feed = exchange.feed();
+  ASSERT_EQ(feed.size(), 1U);
+  EXPECT_EQ(feed[0].timestamp_ns, START_SYSTEM_NS + 1'000'000'000);
+}
+
 TEST(Cancel, reads_nothing_of_the_request_but_the_two_names) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   FixPeer client = exchange.logs_on("ALPHA");
@@ -255,6 +268,23 @@ TEST(CancelRace, the_client_gets_the_fill_and_then_the_refusal) {
   EXPECT_EQ(counters.cancels, 0U);
   EXPECT_EQ(counters.late_cancels, 0U);
   EXPECT_EQ(counters.stale_cancels, 0U);
+}
+
+TEST(CancelRace, stamps_its_trade_and_its_level_with_the_first_reading_of_its_own_time) {
+  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+  exchange.scenario.fills_on_cancel.every = 1;
+  FixPeer client = exchange.logs_on("ALPHA");
+  client.says(sell());
+  exchange.feed();
+  advance_ms(1000);
+  step_system_clock_by(1'000'000);
+  client.says("35=F|11=c1|41=a1");
+  const std::vector<FeedMessage> feed = exchange.feed();
+  ASSERT_EQ(feed.size(), 2U);
+  EXPECT_EQ(feed[0].type, 'T');
+  for (const FeedMessage& message : feed) {
+    EXPECT_EQ(message.timestamp_ns, START_SYSTEM_NS + 1'000'000'000);
+  }
 }
 
 TEST(CancelRace, fills_at_the_orders_own_limit_whatever_the_book_offers) {

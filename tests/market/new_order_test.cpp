@@ -713,6 +713,24 @@ TEST(NewOrder, a_selling_fill_or_kill_counts_the_bids_down_to_its_limit) {
   }
 }
 
+TEST(NewOrder, a_fill_or_kill_counts_the_orders_of_its_own_owner) {
+  for (const char* kind : {"44=190.01", "40=1"}) {
+    Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+    FixPeer client = exchange.logs_on("ALPHA");
+    client.says(sell("11=s1|44=190.00|38=200"));
+    exchange.rests({"AAPL sell 100 @ 190.01"});
+    client.skips_all();
+    client.says(buy(std::string("11=b1|59=4|38=300|") + kind));
+    client.hears("150=0|11=b1");
+    client.hears("150=1|11=b1|32=200|31=190");
+    client.hears("150=2|11=b1|32=100|31=190.01");
+    client.hears_nothing();
+    exchange.drains_deferred();
+    client.hears("150=2|11=s1|32=200|31=190");
+    exchange.book_holds({});
+  }
+}
+
 TEST(NewOrder, a_market_fill_or_kill_counts_every_level) {
   for (const auto& [qty, answer] : std::vector<std::pair<std::string, std::string>>{
            {"400", "150=1|32=200"}, {"401", "150=4|14=0|58=UnmatchedIOC"}}) {

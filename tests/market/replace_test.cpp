@@ -445,6 +445,31 @@ TEST(Replace, to_a_crossing_price_is_told_before_the_fills_it_caused) {
           R"("cum":500,"leaves":100,"last_qty":0,"text":"","ref":"a1"})"));
 }
 
+TEST(Replace, stamps_the_feed_with_the_first_reading_of_its_own_time) {
+  struct Case {
+    const char* changes;
+    size_t messages;
+  };
+  for (const Case& c : {Case{"38=600", 1},             // keeps its place
+                        Case{"38=2000", 1},            // loses it
+                        Case{"38=1000|44=190.05", 2},  // goes to another level
+                        // crosses: two trades, and three levels
+                        Case{"38=1000|44=189.90", 5}}) {
+    const testing::ScopedTrace trace(__FILE__, __LINE__, c.changes);
+    Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+    exchange.rests({"AAPL buy 100 @ 189.95", "AAPL buy 100 @ 189.95"});
+    FixPeer client = resting_client(exchange);
+    advance_ms(1000);
+    step_system_clock_by(1'000'000);
+    client.says(replace(c.changes));
+    const std::vector<FeedMessage> feed = exchange.feed();
+    EXPECT_EQ(feed.size(), c.messages);
+    for (const FeedMessage& message : feed) {
+      EXPECT_EQ(message.timestamp_ns, START_SYSTEM_NS + 1'000'000'000);
+    }
+  }
+}
+
 TEST(Replace, that_fills_the_order_closes_both_its_names) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   FixPeer client = resting_client(exchange);
@@ -525,6 +550,25 @@ TEST(Replace, the_order_is_found_by_its_new_name_and_the_old_one_has_closed) {
   client.hears("35=9|39=2|102=1|58=Unknown order");
   client.says("35=F|11=c2|41=a2");
   client.hears("150=4|41=a2|37=1000");
+}
+
+TEST(Replace, may_take_a_name_that_was_closed_a_moment_ago) {
+  for (const char* changes : {"38=600", "38=2000"}) {  // place kept, place lost
+    Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+    FixPeer client = resting_client(exchange);
+    client.says(sell("11=a0|44=191.00"));
+    client.says("35=F|11=c1|41=a0");
+    client.skips_all();
+    ASSERT_EQ(ms_since_closing(exchange.engine, "ALPHA", "a0"), 0);
+    client.says(replace(std::string("11=a0|") + changes));
+    client.hears("35=8|150=5|11=a0|41=a1|37=1000");
+    EXPECT_THAT(live_names(exchange.engine), ElementsAre("ALPHA a0"));
+    client.says(replace("11=a1|41=a0|38=500"));  // and back to its own former name
+    client.hears("35=8|150=5|11=a1|41=a0|37=1000");
+    client.says("35=F|11=c2|41=a1");
+    client.hears("35=8|150=4|41=a1|37=1000");
+    EXPECT_EQ(exchange.scenario.counters.replace_rejects, 0U);
+  }
 }
 
 TEST(Replace, of_a_replaced_order_goes_on_under_one_order_id) {

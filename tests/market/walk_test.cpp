@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "support/book_sense.h"
 #include "support/exchange.h"
 #include "support/inside.h"
 #include "support/test_clock.h"
@@ -221,14 +222,50 @@ TEST(PostLiquidity, a_best_price_of_0_is_not_traded_with) {
 }
 
 TEST(PostLiquidity, references_at_the_ends_of_the_range_wrap) {
-  for (const Price4 ref :
-       {std::numeric_limits<Price4>::max(), std::numeric_limits<Price4>::min()}) {
-    Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-    exchange.rng = rng_yielding(refills(9, 1) + refills(9, 1));
-    exchange.engine.post_liquidity(exchange.stock(), ref, 1);
-    exchange.engine.post_liquidity(exchange.stock(), ref, -1);
-    EXPECT_EQ(exchange.engine.next_order_id, 1002U);
+  constexpr Price4 HIGHEST = std::numeric_limits<Price4>::max();
+  constexpr Price4 LOWEST = std::numeric_limits<Price4>::min();
+  struct Case {
+    Price4 ref;
+    uint64_t k;
+    Price4 buy;
+    Price4 sell;
+  };
+  // HIGHEST is 9223372036854775807. A step over an end goes on from the other; then towards zero.
+  for (const Case& c : {Case{HIGHEST, 0, 9223372036854775700, -9223372036854775700},
+                        Case{HIGHEST, 9, 9223372036854774800, -9223372036854774800},
+                        Case{LOWEST, 0, 9223372036854775700, -9223372036854775700},
+                        Case{LOWEST, 9, 9223372036854774800, -9223372036854774800},
+                        Case{HIGHEST - 100, 0, 9223372036854775600, 9223372036854775700},
+                        Case{LOWEST + 100, 0, -9223372036854775700, -9223372036854775600}}) {
+    const testing::ScopedTrace trace(__FILE__, __LINE__, std::to_string(c.ref));
+    for (const int direction : {1, -1}) {
+      const Price4 price = direction > 0 ? c.buy : c.sell;
+      Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+      exchange.rng = rng_yielding(refills(c.k, 1));
+      exchange.engine.post_liquidity(exchange.stock(), c.ref, direction);
+      EXPECT_THAT(level_prices(exchange.engine, exchange.stock(), direction > 0),
+                  testing::ElementsAre(price));
+      exchange.publisher.flush_if_pending();
+      const std::vector<FeedMessage> feed = exchange.feed();
+      ASSERT_EQ(feed.size(), 1U);
+      EXPECT_EQ(feed[0].price, price);
+      EXPECT_EQ(feed[0].size, 100U);
+    }
   }
+}
+
+TEST(PostLiquidity, an_offer_that_has_wrapped_below_the_bids_trades_with_the_best) {
+  constexpr Price4 HIGHEST = std::numeric_limits<Price4>::max();
+  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+  exchange.rng = rng_yielding(refills(9, 1) + refills(0, 3) + refills(9, 2));
+  exchange.engine.post_liquidity(exchange.stock(), HIGHEST, 1);
+  exchange.engine.post_liquidity(exchange.stock(), HIGHEST, 1);
+  exchange.engine.post_liquidity(exchange.stock(), HIGHEST, -1);
+  EXPECT_EQ(exchange.stock().last_price, 9223372036854775700);
+  EXPECT_EQ(exchange.stock().volume, 200U);
+  EXPECT_EQ(shown_levels(exchange.engine, exchange.stock(), BUYS),
+            (ShownLevels{{9223372036854775700, 100}, {9223372036854774800, 100}}));
+  EXPECT_EQ(nonsense_in(exchange.engine), "");
 }
 
 // --- The step ---
@@ -619,19 +656,55 @@ TEST(WalkTick, without_stocks_flushes_what_waits_and_nothing_else) {
   EXPECT_EQ(state_of(exchange.publisher).packets, 1U);
 }
 
-TEST(WalkTick, goes_on_with_a_mid_that_is_no_price) {
-  for (const double mid : {0.0, -5.0, 1e300, 9.2e14, std::numeric_limits<double>::infinity(),
-                           std::numeric_limits<double>::quiet_NaN()}) {
-    Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-    exchange.engine.touch_hit = 1.0;
-    exchange.stock().mid = mid;
-    for (int tick = 0; tick < 20; ++tick) exchange.engine.walk_tick();
-    EXPECT_GT(exchange.engine.next_order_id, 1060U) << mid;
+/// Twenty ticks with a hit at the touch in each; after each one the books make sense.
+void walks_well(Exchange& exchange) {
+  exchange.engine.touch_hit = 1.0;
+  for (int tick = 0; tick < 20; ++tick) {
+    exchange.engine.walk_tick();
+    ASSERT_EQ(nonsense_in(exchange.engine), "") << "behind tick " << tick;
   }
+  EXPECT_GT(exchange.engine.next_order_id, 1060U);
+  for (const bool buy : {BUYS, SELLS}) {
+    EXPECT_THAT(level_prices(exchange.engine, exchange.stock(), buy),
+                testing::Not(testing::IsEmpty()));
+  }
+}
+
+TEST(WalkTick, goes_on_around_0_with_a_mid_that_is_no_price) {
+  for (const double mid :
+       {0.0, 1e300, -1e300, std::numeric_limits<double>::infinity(),
+        -std::numeric_limits<double>::infinity(), std::numeric_limits<double>::quiet_NaN()}) {
+    const testing::ScopedTrace trace(__FILE__, __LINE__, std::to_string(mid));
+    Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+    exchange.stock().mid = mid;
+    walks_well(exchange);
+    EXPECT_EQ(price_outside(exchange.engine, -900, 900), "");
+    EXPECT_THAT(level_prices(exchange.engine, exchange.stock(), BUYS),
+                testing::Each(testing::Le(0)));
+    EXPECT_THAT(level_prices(exchange.engine, exchange.stock(), SELLS),
+                testing::Each(testing::Ge(0)));
+  }
+}
+
+TEST(WalkTick, goes_on_around_a_mid_below_0_or_near_the_end_of_the_range) {
+  for (const double mid : {-5.0, 9.2e14}) {
+    const testing::ScopedTrace trace(__FILE__, __LINE__, std::to_string(mid));
+    Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
+    exchange.stock().mid = mid;
+    walks_well(exchange);
+    const auto ref = static_cast<Price4>(mid * 10000.0);
+    const Price4 walked = (ref > 0 ? ref : -ref) / 500 + 1000;  // 25 steps, and ten cents
+    EXPECT_EQ(price_outside(exchange.engine, ref - walked, ref + walked), "");
+    EXPECT_GT(exchange.stock().volume, 0U);
+  }
+}
+
+TEST(WalkTick, of_an_infinite_step_leaves_no_price_and_goes_on_around_0) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   exchange.engine.step_bps = std::numeric_limits<double>::infinity();
-  for (int tick = 0; tick < 20; ++tick) exchange.engine.walk_tick();
-  EXPECT_GT(exchange.engine.next_order_id, 1060U);
+  walks_well(exchange);
+  EXPECT_FALSE(std::isfinite(exchange.stock().mid));
+  EXPECT_EQ(price_outside(exchange.engine, -900, 900), "");
 }
 
 // --- What a seed reproduces ---
