@@ -30,12 +30,14 @@ void add_what_to_run(CLI::App& line, certify::CertifyOptions& options) {
   line.add_flag("--attach", options.attach, "Wait for a client that somebody starts by hand");
   line.add_flag("--no-plan", options.no_plan, "Only an exchange for the command: no verdict");
   line.add_option("--market", options.market,
-                  "With --no-plan: options of the exchange, as a plan has");
+                  "With --no-plan: options of the exchange, as a plan has")
+      ->allow_extra_args(false);
   line.add_option("--scenario", options.scenario, "With --no-plan: what QUORL_SCENARIO says");
   line.add_option("--seed", options.seed, "Seed of the market, instead of the plan's");
   line.add_option("--limit", options.limit,
-                  "Longest time of a run, instead of the plan's: 90s, 5m");
-  line.add_option("--skip", options.skip, "Leave out a check, or a group of them")->take_all();
+                  "Longest time of a run, instead of the plan's: 90s, 5min");
+  line.add_option("--skip", options.skip, "Leave out a check, or a group of them")
+      ->allow_extra_args(false);
   line.add_option("--jobs,-j", options.jobs, "Runs beside each other")
       ->check(CLI::Range(1, 64))
       ->capture_default_str();
