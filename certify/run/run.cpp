@@ -25,6 +25,7 @@ constexpr TimeNs SETTLING_PATIENCE = 2 * SECOND;
 constexpr TimeNs SETTLED = 300 * MILLISECOND;  // nothing has passed for as long
 constexpr TimeNs CLIENT_PATIENCE = 5 * SECOND;
 constexpr TimeNs HURRIED_PATIENCE = 2 * SECOND;  // behind Ctrl-C somebody waits
+constexpr TimeNs LAST_WORDS = 50 * MILLISECOND;  // what it sent last is still on its way
 constexpr TimeNs EXCHANGE_PATIENCE = 5 * SECOND;
 
 bool is_heartbeat(const Event& event) {
@@ -172,6 +173,8 @@ void Run::start_client(const Surroundings& surroundings) {
   }
   command.program = found_program(command.arguments.front()).value_or(command.arguments.front());
   command.arguments.erase(command.arguments.begin());
+  // What the feed has said by now, the client has come too late for.
+  stage_->serve(now_ns());
   client_is_there(now_ns());
   client_ = std::make_unique<ClientProcess>(command);
 }
@@ -199,6 +202,8 @@ void Run::end_by_signal() {
 /// Once the process has ended, what it has left behind is ended, too.
 void Run::look_after_client(TimeNs now) {
   if (client_over_ || !client_->has_ended() || !client_->over(now, CLIENT_PATIENCE)) return;
+  if (client_gone_ == 0) client_gone_ = now;
+  if (now - client_gone_ < LAST_WORDS) return;
   client_ended(true);
   if (client_->could_not_run() && judge_counters_.values().at("connects") == 0) {
     throw RunBroken("the client could not be started: " + client_->how() + "; see " +
@@ -300,6 +305,7 @@ void Run::end_client() {
     const TimeNs patience = stopped_ ? HURRIED_PATIENCE : CLIENT_PATIENCE;
     turn_until(patience + 2 * SECOND,
                [this, patience] { return client_->over(now_ns(), patience); });
+    turn_until(LAST_WORDS, [] { return false; });
     client_ended(false);
   }
   if (client_ && client_->output_was_cut()) {

@@ -91,6 +91,7 @@ class Run : private EventListener {
   TimeNs last_activity_ = 0;   // of anything but heartbeats at the taps
   TimeNs plan_looked_at_ = 0;
   TimeNs progress_shown_ = 0;
+  TimeNs client_gone_ = 0;  // 0: its processes are there
   bool client_over_ = false;
   bool stopped_ = false;  // by a signal
 };

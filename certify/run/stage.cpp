@@ -12,7 +12,7 @@ namespace client = quorl::client;
 namespace certify {
 namespace {
 
-constexpr TimeNs BETWEEN_COUNTS = 50 * MILLISECOND;
+constexpr TimeNs BETWEEN_COUNTS = 20 * MILLISECOND;
 // An exchange waits for nobody but an image's reader who does not read; this long the client under
 // test may hold it up.
 constexpr TimeNs ANSWER_PATIENCE = 30 * SECOND;

@@ -11,7 +11,6 @@
 
 namespace certify::trader {
 
-class OrderDesk;
 class Trader;
 
 /// What a good trader does of which a bad one does something else. Here is the good one; tests of
@@ -42,9 +41,6 @@ class Habits {
   // Every message: its fields, then its bytes.
   virtual void before_send(quorl::client::FixHeader&, quorl::client::FixFields&) {}
   virtual void before_bytes(std::string&) {}
-
-  // Orders.
-  virtual std::string name_of_next_order(std::string fresh, const OrderDesk&) { return fresh; }
 
   // The feed.
   virtual std::unique_ptr<MarketView> follow_market(const quorl::client::Ports& ports);

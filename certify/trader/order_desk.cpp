@@ -72,6 +72,7 @@ void OrderDesk::on_execution_report(Order& order, const FixMessage& report, Repo
   if (order.request && order.request->name == report.get(11)) order.request.reset();
   order_of_.emplace(report.get(11), order_of_.at(order.name));
   if (order.reported() && place < order.place) return;  // it has been overtaken
+  if (order.reported() && type == "8") return;          // another order under its name
   order.place = place;
   order.order_id = report.get(37);
   order.quantity = share_field(report, 38);

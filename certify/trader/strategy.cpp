@@ -57,12 +57,11 @@ FixFields order_fields(const Order& order, const std::string& name) {
 
 }  // namespace
 
-Strategy::Strategy(StrategyOptions options, Session& session, OrderDesk& desk, Habits& habits,
+Strategy::Strategy(StrategyOptions options, Session& session, OrderDesk& desk,
                    std::string prefix)
     : options_(std::move(options)),
       session_(session),
       desk_(desk),
-      habits_(habits),
       prefix_(std::move(prefix)) {}
 
 std::string Strategy::fresh_name() { return prefix_ + "-" + std::to_string(++names_); }
@@ -109,15 +108,16 @@ Order Strategy::next_order(const MarketView& market, Moment now) {
   const Kind kind = touch.bid == 0 ? Kind::MARKET : TURNS[placed_ % std::size(TURNS)];
   const bool buy = (placed_ + round) % 2 == 0;
   const auto hundreds = static_cast<uint32_t>(1 + placed_ % 5);
-  return {.name = habits_.name_of_next_order(fresh_name(), desk_),
+  const bool meets_market = kind == Kind::AT_TOUCH || kind == Kind::DEEP;
+  return {.name = fresh_name(),
           .symbol = symbol,
           .side = buy ? '1' : '2',
           .quantity = kind == Kind::DEEP ? 1000 + 100 * hundreds : 100 * hundreds,
           .price = limit_of(kind, buy, touch),
           .time_in_force = kind == Kind::IMMEDIATE ? '3' : '0',
           .sent = now,
-          .touch_at = now + (kind == Kind::AT_TOUCH ? LEFT_AT_TOUCH : LEFT_ALONE),
-          .to_be_replaced = kind == Kind::FAR_THEN_CROSS || kind == Kind::FAR_THEN_MORE,
+          .touch_at = now + (meets_market ? LEFT_AT_TOUCH : LEFT_ALONE),
+          .to_be_replaced = kind != Kind::FAR && kind != Kind::AT_TOUCH,
           .to_cross = kind == Kind::FAR_THEN_CROSS};
 }
 

@@ -24,8 +24,7 @@ struct StrategyOptions {
 /// market. No two orders running are the same, so none repeats one that was refused.
 class Strategy {
  public:
-  Strategy(StrategyOptions options, Session& session, OrderDesk& desk, Habits& habits,
-           std::string prefix);
+  Strategy(StrategyOptions options, Session& session, OrderDesk& desk, std::string prefix);
 
   /// Sends what is due, at most one message. `market` tells the prices as far as it can; without
   /// one the fills do.
@@ -56,7 +55,6 @@ class Strategy {
   StrategyOptions options_;
   Session& session_;
   OrderDesk& desk_;
-  Habits& habits_;
   std::string prefix_;
   uint64_t placed_ = 0;
   uint64_t names_ = 0;

@@ -42,7 +42,7 @@ Trader::Trader(TraderOptions options, Habits& habits, const tools::StopSignal& s
       habits_(habits),
       stop_(stop),
       session_(options_.session, habits, *this),
-      strategy_(options_.strategy, session_, desk_, habits, prefix_of_start()),
+      strategy_(options_.strategy, session_, desk_, prefix_of_start()),
       belief_(options_.belief, habits),
       market_(options_.feed ? habits.follow_market(options_.ports)
                             : std::make_unique<MarketView>()),

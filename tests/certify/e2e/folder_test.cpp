@@ -34,8 +34,8 @@ class Folder : public testing::Test {
 };
 
 TEST_F(Folder, holds_all_that_happened) {
-  const std::string plan = certification.plan(
-      "plan", "title Folder\nmarket --seed 5\nstep when orders >= 5 drop 1\nlimit 20s\n");
+  const std::string plan =
+      certification.plan("plan", "title Folder\nmarket --seed 5\nstep at 0s drop 1\nlimit 20s\n");
   (void)certification.judge({plan}, strange_client("flood", "20"));
   const auto decisions = client::parse_order_events(text_of("truth/orders.jsonl"));
   EXPECT_EQ(decisions.size(), 20U);
@@ -49,7 +49,7 @@ TEST_F(Folder, holds_all_that_happened) {
 
 TEST_F(Folder, has_one_timeline_in_order_of_time) {
   const std::string plan =
-      certification.plan("plan", "title Time\nstep when orders >= 5 partial 2\nlimit 20s\n");
+      certification.plan("plan", "title Time\nstep at 0s partial 2\nlimit 20s\n");
   (void)certification.judge({plan}, strange_client("flood", "20"));
   const std::vector<std::string> lines = lines_of(text_of("timeline.txt"));
   EXPECT_GT(lines.size(), 60U);

@@ -2,6 +2,7 @@
 #include <chrono>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "certify/trader/trader.h"
 #include "tests/certify/e2e/spoilt_habits.h"
@@ -26,15 +27,21 @@ class BadTags : public Habits {
   }
 };
 
-/// Gives each fifth order the name of one that is live.
+/// Each fifth order goes out under the name of one that is live.
 class NamesAgain : public Habits {
-  std::string name_of_next_order(std::string fresh, const OrderDesk& desk) override {
-    if (++orders_ % 5 != 0) return fresh;
-    for (const Order& order : desk.orders()) {
-      if (order.state == Order::State::LIVE && !order.request) return order.name;
+  void on_turn(Trader& trader, Moment) override {
+    live_.clear();
+    for (const Order* order : trader.desk().open()) {
+      if (order->state == Order::State::LIVE && !order->request) live_ = order->name;
     }
-    return fresh;
   }
+  void before_send(client::FixHeader& header, client::FixFields& body) override {
+    if (header.type != "D" || ++orders_ % 5 != 0 || live_.empty()) return;
+    for (client::FixField& field : body) {
+      if (field.tag == 11) field.value = live_;
+    }
+  }
+  std::string live_;
   unsigned orders_ = 0;
 };
 
@@ -91,21 +98,32 @@ class TouchingClosed : public NowAndThen {
   std::set<std::string> touched_;
 };
 
-/// Replaces an order for no more than what it knows to be filled.
+/// Replaces an order for no more than what it knows to be filled. So that there is one, it buys
+/// more than there is to be had.
 class ReplacingBelow : public NowAndThen {
  public:
   ReplacingBelow() : NowAndThen(milliseconds(100)) {}
 
  private:
   void act(Trader& trader, Moment now) override {
+    const client::Price4 last = trader.desk().last_price("AAPL");
+    if (!bought_ && last != 0) {
+      bought_ = true;
+      trader.strategy().send({.name = trader.strategy().fresh_name(),
+                              .symbol = "AAPL",
+                              .quantity = 100000,
+                              .price = last + 300,
+                              .sent = now,
+                              .touch_at = now + seconds(60)},
+                             now);
+    }
     for (Order* order : trader.desk().open()) {
       if (order->state != Order::State::LIVE || order->request || order->cum == 0) continue;
       const auto [known, is_new] = known_.try_emplace(order->name, Known{order->cum, now});
       order->touch_at = now + seconds(60);  // nobody else is to come first
-      if (known->second.cum != order->cum) known->second = {order->cum, now};
       if (is_new || now - known->second.at < LONG_KNOWN) continue;
       known->second.at = now + seconds(60);  // once
-      trader.strategy().replace(*order, order->cum, order->price, now);
+      trader.strategy().replace(*order, known->second.cum, order->price, now);
       return;
     }
   }
@@ -114,10 +132,17 @@ class ReplacingBelow : public NowAndThen {
     Moment at{};
   };
   std::map<std::string, Known> known_;
+  bool bought_ = false;
 };
 
 /// Trades on right behind its Logon, whether that is accepted or not.
+/// Both leave together, so that the answer cannot come in between.
 class TradingWhileDown : public Habits {
+  void before_bytes(std::string& bytes) override {
+    if (sent_ && logon_.empty()) return;
+    bytes.insert(0, std::exchange(logon_, ""));
+    if (!sent_) logon_ = std::exchange(bytes, "");
+  }
   void on_turn(Trader& trader, Moment now) override {
     if (!trader.session().logging_on() || sent_) return;
     sent_ = true;
@@ -129,6 +154,7 @@ class TradingWhileDown : public Habits {
                            now);
   }
   bool sent_ = false;
+  std::string logon_;  // held back
 };
 
 /// Sends what was refused again as it was, under a new name.

@@ -90,14 +90,18 @@ class AskingForWhatCame : public Habits {
   Moment next_{};
 };
 
-/// Asks late and for all there is, which it may, and books what it has for a second time.
-class BookingTwice : public Habits {
+/// Asks late and for all there is, which it may: what it has comes again with 43=Y.
+class AskingForAll : public Habits {
   Milliseconds wait_before_asking() override { return milliseconds(1500); }
   bool trades_only_when_whole() override { return false; }
-  bool takes_each_report_once() override { return false; }
   void before_send(client::FixHeader& header, client::FixFields& body) override {
     if (header.type == "2") body = {body.at(0), {16, "0"}};
   }
+};
+
+/// And books that for a second time.
+class BookingTwice : public AskingForAll {
+  bool takes_each_report_once() override { return false; }
 };
 
 /// Once in its life it leaves right behind its Logout.
@@ -143,6 +147,7 @@ std::vector<Spoilt> spoilt_sessions() {
           {"session.resend_answered", make_spoilt<DeafToResendRequests>},
           {"session.gap_asked", make_spoilt<CarelessOfHoles>},
           {"session.asked_once", make_spoilt<AskingForWhatCame>},
+          {"nothing", make_spoilt<AskingForAll>},
           {"session.duplicates", make_spoilt<BookingTwice>},
           {"session.logout", make_spoilt<HastyLogout>},
           {"session.reconnects", make_spoilt<Storming>}};

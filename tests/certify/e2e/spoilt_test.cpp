@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -14,7 +15,8 @@ namespace {
 
 using testing::ElementsAre;
 
-constexpr const char* MARKET =
+constexpr const char* HEAD =
+    "title Spoilt\n"
     "market --symbols AAPL:190.00,MSFT:410.00 --seed 5 --touch-hit 0.4\n";
 constexpr const char* CALM = "end at 8s\nlimit 60s\nrequire orders >= 3\n";
 
@@ -54,7 +56,7 @@ std::vector<Case> cases() {
       {"session.logout", CALM},
       {"session.reconnects", CALM},
       {"orders.tags", CALM},
-      {"orders.names_unique", CALM, {"--no-belief"}},
+      {"orders.names_unique", CALM},
       {"orders.names_live", CALM},
       {"orders.closed_left_alone", CALM},
       {"orders.replace_above_filled", CALM},
@@ -91,11 +93,15 @@ std::vector<Case> cases() {
   };
 }
 
+/// How ctest names it.
+void PrintTo(const Case& spoilt, std::ostream* out) { *out << spoilt.check; }
+
 class Spoilt : public testing::TestWithParam<Case> {};
 
 std::vector<std::string> failed_checks(const std::string& report) {
   std::vector<std::string> failed;
-  for (const auto& verdict : nlohmann::json::parse(report).at("checks")) {
+  const nlohmann::json all = nlohmann::json::parse(report);
+  for (const auto& verdict : all.at("checks")) {
     if (verdict.at("outcome") == "failed") failed.push_back(verdict.at("check"));
   }
   return failed;
@@ -104,7 +110,7 @@ std::vector<std::string> failed_checks(const std::string& report) {
 TEST_P(Spoilt, trader_fails_its_own_check_and_no_other) {
   const Case& spoilt = GetParam();
   const Certification certification;
-  const std::string plan = certification.plan("spoilt", MARKET + spoilt.plan);
+  const std::string plan = certification.plan("spoilt", HEAD + spoilt.plan);
   std::vector<std::string> client{SPOILT_TRADER, spoilt.check};
   client.insert(client.end(), spoilt.options.begin(), spoilt.options.end());
   const tools_test::Said said = certification.judge({plan}, client);
@@ -112,6 +118,14 @@ TEST_P(Spoilt, trader_fails_its_own_check_and_no_other) {
   EXPECT_THAT(failed_checks(certification.text_of("spoilt", "report.json")),
               ElementsAre(spoilt.check))
       << certification.text_of("spoilt", "report.txt");
+}
+
+TEST(Good, trader_that_asks_for_all_there_is_takes_nothing_twice) {
+  const Certification certification;
+  const std::string plan =
+      certification.plan("good", std::string(HEAD) + DROP + "expect session.duplicates\n");
+  const tools_test::Said said = certification.judge({plan}, {SPOILT_TRADER, "nothing"});
+  EXPECT_EQ(said.status, 0) << said.out << said.err;
 }
 
 INSTANTIATE_TEST_SUITE_P(Certify, Spoilt, testing::ValuesIn(cases()), [](const auto& spoilt) {

@@ -24,9 +24,7 @@ int main(int argc, char** argv) {
   tools::CommandLine line("spoilt-trader", "quorl-trader with one bad habit, named by its check.");
   certify::trader::TraderOptions options;
   std::string check;
-  bool no_belief = false;
   line.add_option("CHECK", check, "What is to be failed")->required();
-  line.add_flag("--no-belief", no_belief, "Write no files of belief");
   certify::trader::add_options(line, options);
   if (const auto status = line.read(argc, argv)) return *status;
   const auto habits = certify::trader::spoilt_habits(check);
@@ -36,7 +34,6 @@ int main(int argc, char** argv) {
   }
   try {
     certify::trader::complete(options);
-    if (no_belief) options.belief = {};
     return certify::trader::run_trader(options, *habits);
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "spoilt-trader: %s\n", failure.what());

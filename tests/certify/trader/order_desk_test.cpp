@@ -124,6 +124,14 @@ TEST_F(OrderDeskTest, what_is_unanswered_when_all_is_settled_never_arrived) {
   EXPECT_EQ(desk.open_count(), 2u);
 }
 
+TEST_F(OrderDeskTest, the_refusal_of_a_second_order_under_its_name_does_not_touch_the_first) {
+  const Order& order = sends("o1");
+  hears("11=o1|150=0|151=500", 2);
+  hears("11=o1|150=8|151=0", 3);
+  EXPECT_EQ(order.state, Order::State::LIVE);
+  EXPECT_EQ(order.leaves, 500u);
+}
+
 TEST_F(OrderDeskTest, an_order_of_an_earlier_start_is_taken_in) {
   hears("11=x9|41=x1|150=5|151=200|14=300|44=190", 7);
   ASSERT_EQ(desk.orders().size(), 1u);

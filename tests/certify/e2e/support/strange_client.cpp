@@ -10,6 +10,7 @@
 #include <map>
 #include <string>
 
+#include "quorl/client/control_client.h"
 #include "quorl/client/errors.h"
 #include "quorl/client/fix_session.h"
 
@@ -19,7 +20,10 @@ namespace {
 
 constexpr std::chrono::seconds PATIENCE{60};
 
-uint16_t fix_port() { return static_cast<uint16_t>(std::atoi(std::getenv("QUORL_FIX_PORT"))); }
+uint16_t port_in(const char* variable) {
+  return static_cast<uint16_t>(std::atoi(std::getenv(variable)));
+}
+uint16_t fix_port() { return port_in("QUORL_FIX_PORT"); }
 
 /// Until a signal ends the program.
 [[noreturn]] void stay() {
@@ -79,8 +83,7 @@ void flood(unsigned orders) {
 
 /// The exchange is told to end by who has no business to.
 void stop_exchange(unsigned) {
-  const int shell = std::system("printf stop > /dev/udp/127.0.0.1/$QUORL_CONTROL_PORT");
-  (void)shell;
+  client::ControlClient(port_in("QUORL_CONTROL_PORT")).send("stop");
   stay();
 }
 
