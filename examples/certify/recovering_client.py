@@ -1,12 +1,11 @@
 #!/usr/bin/env python3
-"""A small trading client: one FIX 4.2 session, limit orders, a replace and a cancel now and then.
+"""A client in another language that keeps its session: orders, replaces and cancels, over line drops.
 
-It is a first client to certify, and a pattern for the wrapper around a client of one's own: where the
-exchange is it takes from the environment that quorl-certify sets. It takes no feed.
+When the line has dropped it logs on with its next number, asks for the messages that it missed, acts on
+each of them once and in order, and answers when it is asked itself. With --forget it does the first of
+that and no more, as many clients do: README.md shows both verdicts. It takes no feed.
 
-Without --recover it does what many first clients do: when the line has dropped it connects again with
-its next number, and goes on with whatever comes. With --recover it also asks for the messages that it
-missed and acts on each of them once. README.md shows both verdicts.
+Where the exchange is it takes from the environment, as quorl-certify sets it.
 """
 
 import argparse
@@ -137,7 +136,7 @@ class Client:
 
     def on_message(self, message):
         kind, number = message[35], int(message[34])
-        if self.options.recover and not self.is_due(message, number):
+        if not self.options.forget and not self.is_due(message, number):
             return
         self.next_in = max(self.next_in, number + 1)
         if kind == "A":
@@ -215,12 +214,12 @@ class Client:
 
 def read_options():
     environment = os.environ.get
-    parser = argparse.ArgumentParser(description="A small FIX client, to be certified.")
+    parser = argparse.ArgumentParser(description="A FIX client that keeps its session.")
     parser.add_argument("--host", default=environment("QUORL_FIX_HOST", "127.0.0.1"))
     parser.add_argument("--port", type=int, default=environment("QUORL_FIX_PORT", "28500"))
     parser.add_argument("--comp-id", default="PYTHON")
     parser.add_argument("--symbol", default=environment("QUORL_SYMBOLS", "AAPL").split(",")[0])
-    parser.add_argument("--recover", action="store_true", help="keep the session over a drop")
+    parser.add_argument("--forget", action="store_true", help="do not ask for what was missed")
     return parser.parse_args()
 
 
