@@ -111,7 +111,7 @@ std::vector<std::string> flaws_of_new_order(const WireMessage& m) {
   flaws.form(54, "Side", one_of(m.value(54), "1256"), "one of 1, 2, 5 and 6");
   quantity_and_price(m, flaws);
   if (!m.is(40, "1")) flaws.required(44, "Price");
-  flaws.required(18, "ExecInst");
+  if (m.value(18).empty()) flaws.add("ExecInst", 18, "is missing, and has to be i");
   flaws.form(18, "ExecInst", m.value(18).starts_with('i'), "i");
   flaws.form(40, "OrdType", one_of(m.value(40), "12"), "1 or 2");
   flaws.form(59, "TimeInForce", one_of(m.value(59), "034"), "one of 0, 3 and 4");

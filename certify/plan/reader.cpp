@@ -277,6 +277,7 @@ Plan read_plan(const std::string& path, std::string_view text, const CheckNames&
 Plan load_plan(const std::string& path, const CheckNames& checks) {
   std::error_code ignored;  // a folder opens like a file, and throws when it is read
   if (std::filesystem::is_directory(path, ignored)) throw PlanError(path + ": is a folder");
+  if (!std::filesystem::exists(path, ignored)) throw PlanError(path + ": there is no such plan");
   std::ifstream file(path, std::ios::binary);
   if (!file.is_open()) throw PlanError(path + ": cannot be read");
   const std::string text{std::istreambuf_iterator<char>(file), {}};

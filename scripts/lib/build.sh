@@ -22,7 +22,7 @@ build_target() (
   done
   ((${#missing[@]} == 0)) || quietly cmake "${missing[@]}" "$build"
   if [[ ! -x $build/$target && ! -x $build/perf/$target ]]; then
-    echo "building $target, which takes up to two minutes the first time" >&2
+    echo "building $target, which takes some minutes the first time" >&2
   fi
   quietly cmake --build "$build" --target "$target"
 )

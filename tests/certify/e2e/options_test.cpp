@@ -58,6 +58,12 @@ TEST_F(Options, a_check_that_is_not_there) {
   refuses({good, "--skip", "feed.nothing"}, {"true"}, "--skip feed.nothing");
 }
 
+TEST_F(Options, a_plan_behind_a_check_to_skip_is_a_plan) {
+  const Said said = certification.judge({"--check-plan", "--skip", "feed", good}, {});
+  EXPECT_EQ(said.status, 0) << said.err;
+  EXPECT_EQ(said.out, good + ": Short\n");
+}
+
 TEST_F(Options, an_exchange_that_is_not_there) {
   refuses({good, "--exchange", "/nowhere/quorl"}, {"true"}, "there is no program /nowhere/quorl");
 }

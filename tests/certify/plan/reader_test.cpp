@@ -327,7 +327,7 @@ TEST(LoadPlan, says_that_a_file_cannot_be_read) {
     }
     return "";
   };
-  EXPECT_EQ(said("/nowhere/x.plan"), "/nowhere/x.plan: cannot be read");
+  EXPECT_EQ(said("/nowhere/x.plan"), "/nowhere/x.plan: there is no such plan");
   EXPECT_EQ(said("/"), "/: is a folder");
 }
 
