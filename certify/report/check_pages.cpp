@@ -1,6 +1,7 @@
 #include "certify/report/check_pages.h"
 
 #include <ostream>
+#include <regex>
 #include <string>
 
 #include "certify/checks/check.h"
@@ -14,6 +15,15 @@ constexpr std::string_view HEADING = "\n### ";
 
 std::string group_of(std::string_view check) {
   return std::string(check.substr(0, check.find('.')));
+}
+
+/// As it is read on a terminal: links name their page, and nothing is bold.
+std::string plain(const std::string& page) {
+  static const std::regex bold(R"(\*\*)");
+  static const std::regex to_page(R"(\[([^\]]*)\]\(([a-z-]+\.md)[^)]*\))");
+  static const std::regex within_page(R"(\[([^\]]*)\]\(#[^)]*\))");
+  const std::string text = std::regex_replace(page, bold, "");
+  return std::regex_replace(std::regex_replace(text, to_page, "$1 (docs/$2)"), within_page, "$1");
 }
 
 }  // namespace
@@ -37,7 +47,7 @@ std::optional<std::string> page_of_check(std::string_view check) {
   const size_t begin = at + HEADING.size();
   std::string page(CHECKS_CHAPTER.substr(begin, CHECKS_CHAPTER.find(HEADING, begin) - begin));
   page.erase(page.find_last_not_of('\n') + 1);
-  return page + "\n";
+  return plain(page) + "\n";
 }
 
 }  // namespace certify

@@ -27,10 +27,11 @@ TEST(CheckPages, every_check_has_one_that_says_what_is_looked_at_why_and_what_pa
     const auto page = page_of_check(name);
     ASSERT_TRUE(page) << name;
     EXPECT_THAT(*page, StartsWith(name + "\n\n"));
-    for (const char* part : {"**Looked at:**", "**Why:**", "**Passes:**"}) {
+    for (const char* part : {"\nLooked at:", "\nWhy:", "\nPasses:"}) {
       EXPECT_THAT(*page, HasSubstr(part)) << name;
     }
     EXPECT_THAT(*page, Not(HasSubstr("\n#"))) << "it goes on into the next";
+    EXPECT_THAT(*page, Not(testing::AnyOf(HasSubstr("**"), HasSubstr("]("))));
   }
 }
 
