@@ -57,12 +57,8 @@ FixFields order_fields(const Order& order, const std::string& name) {
 
 }  // namespace
 
-Strategy::Strategy(StrategyOptions options, Session& session, OrderDesk& desk,
-                   std::string prefix)
-    : options_(std::move(options)),
-      session_(session),
-      desk_(desk),
-      prefix_(std::move(prefix)) {}
+Strategy::Strategy(StrategyOptions options, Session& session, OrderDesk& desk, std::string prefix)
+    : options_(std::move(options)), session_(session), desk_(desk), prefix_(std::move(prefix)) {}
 
 std::string Strategy::fresh_name() { return prefix_ + "-" + std::to_string(++names_); }
 
