@@ -8,13 +8,18 @@
 namespace certify {
 namespace {
 
+constexpr TimeNs BEGINNINGS_WITHIN = 10 * SECOND;
+
 /// A request must not name what the client had had for longer than the grace. What it had is what
 /// came by multicast once it had surely joined, and what gap fill brought. An image begins the
 /// account anew: whoever takes one has lost its place, or is another process.
 class OnlyMissing : public Check {
  public:
   OnlyMissing(const char* name, const CheckContext& context)
-      : Check(name), session_(context.feed_session), grace_(in_ns(context.plan.allow.grace)) {}
+      : Check(name),
+        session_(context.feed_session),
+        grace_(in_ns(context.plan.allow.grace)),
+        beginnings_allowed_(context.plan.allow.asks) {}
 
   void on_event(const Event& event) override {
     if (over_) return;
@@ -56,7 +61,7 @@ class OnlyMissing : public Check {
     if (!asks_for_messages(request)) return;
     seen();
     // A client that asks from the very beginning has just begun, or has begun again.
-    if (request.ranges.front().first <= 1) {
+    if (request.ranges.front().first <= 1 && may_begin()) {
       arrivals_.clear();
       has_.clear();
       listens_from_.reset();
@@ -71,6 +76,15 @@ class OnlyMissing : public Check {
   }
 
   void take(const Closing&) { over_ = true; }
+
+  /// Nobody begins again all the time: that is a client which asks for all there is.
+  bool may_begin() {
+    if (!listens_from_) return true;  // nothing has come yet
+    std::erase_if(beginnings_, [this](TimeNs at) { return at + BEGINNINGS_WITHIN <= now_; });
+    if (beginnings_.size() >= beginnings_allowed_) return false;
+    beginnings_.push_back(now_);
+    return true;
+  }
 
   /// Whoever has just got its place may still have to fill up to where it heard the feed first.
   void join() { listens_from_ = now_ + 2 * grace_; }
@@ -106,6 +120,8 @@ class OnlyMissing : public Check {
   TimeNs grace_;
   TimeNs now_ = 0;
   bool over_ = false;
+  unsigned beginnings_allowed_;         // within BEGINNINGS_WITHIN
+  std::deque<TimeNs> beginnings_;       // those of a client that had its place
   std::optional<TimeNs> listens_from_;  // what multicast brings counts from then on
   std::deque<Arrival> arrivals_;        // within the grace
   FeedMap has_;                         // before it

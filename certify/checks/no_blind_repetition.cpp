@@ -84,8 +84,8 @@ class NoBlindRepetition : public Check {
     if (streak.repeated <= allowed_) return;
     blame(
         {event.at,
-         "an order that had been refused was sent again unchanged, for the " +
-             std::to_string(streak.repeated) + ". time in a row (" + std::to_string(allowed_) +
+         "an order that had been refused was sent again unchanged, " +
+             std::to_string(streak.repeated) + " times in a row (" + std::to_string(allowed_) +
              " allowed)",
          {streak.refusal, time_text(streak.latest) + "  the latest refusal", evidence_of(event)}});
   }

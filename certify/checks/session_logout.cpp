@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <deque>
 
+#include "certify/checks/order_messages.h"
 #include "certify/checks/session.h"
 #include "certify/checks/session_check.h"
 
@@ -51,6 +52,8 @@ class LogoutCheck : public SessionCheck {
   }
 
   void on_sent(const Event& event, const WireMessage& message, const FixConnection& connection) {
+    // Orders into a session that is down are orders.session_up's to blame.
+    if (is_order_message(std::get<FixHeard>(event.what))) return;
     const bool logout = message.type() == "5";
     if (connection.logout_heard != 0 && !logout &&
         event.at > connection.logout_heard + ns_of(allow().grace)) {

@@ -214,6 +214,7 @@ void Run::look_after_client(TimeNs now) {
 void Run::client_ended(bool by_itself) {
   client_over_ = true;
   result_.client_ended = client_->how();
+  if (by_itself) left_with_ = client_->status();
   tell(ClientEnded{.how = client_->how(), .by_itself = by_itself});
 }
 
@@ -332,8 +333,30 @@ void Run::judge() {
   result_.verdicts = judge_->finish(result_.ended);
   result_.unmet = player_.unmet(result_.counters);
   result_.not_done = player_.not_done();
+  add_end_of_client();
   result_.tap_delay_median = stage_->tap_delay().median;
   result_.tap_delay_most = stage_->tap_delay().most;
+}
+
+/// A client that crashes has not survived, whatever it got right before; one that gives up with
+/// nothing seen has not been looked at.
+void Run::add_end_of_client() {
+  if (!left_with_) return;
+  constexpr int SHELL_SAYS_SIGNAL = 128;  // and its number, of a command of its own
+  constexpr int HIGHEST_SIGNAL = 31;
+  const int over = left_with_->code - SHELL_SAYS_SIGNAL;
+  if (!left_with_->exited || (over > 0 && over <= HIGHEST_SIGNAL)) {
+    result_.unmet.push_back("a client that lives (it crashed: " + result_.client_ended + ")");
+    return;
+  }
+  const bool seen =
+      std::any_of(result_.verdicts.begin(), result_.verdicts.end(), [](const Verdict& verdict) {
+        return verdict.outcome == Outcome::PASSED || verdict.outcome == Outcome::FAILED;
+      });
+  if (left_with_->code != 0 && !seen) {
+    result_.unmet.push_back("a client that does something (it ended by itself with " +
+                            result_.client_ended + ", and no check was seen)");
+  }
 }
 
 void Run::finish_recording() {

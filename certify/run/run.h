@@ -3,6 +3,7 @@
 #include <poll.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -69,6 +70,7 @@ class Run : private EventListener {
   void act(const Step& step, TimeNs now);
   void look_after_client(TimeNs now);
   void end_by_signal();
+  void add_end_of_client();
   void show_progress(TimeNs now);
   bool truth_book_shows(TimeNs moment) const;
 
@@ -93,7 +95,8 @@ class Run : private EventListener {
   TimeNs progress_shown_ = 0;
   TimeNs client_gone_ = 0;  // 0: its processes are there
   bool client_over_ = false;
-  bool stopped_ = false;  // by a signal
+  std::optional<quorl::client::ExitStatus> left_with_;  // if the client ended by itself
+  bool stopped_ = false;                                // by a signal
 };
 
 }  // namespace certify

@@ -109,6 +109,14 @@ TEST_F(FeedOnlyMissing, a_client_that_begins_again_with_number_1_begins_anew) {
   EXPECT_THAT(run.verdict(), passed());
 }
 
+TEST_F(FeedOnlyMissing, a_client_that_begins_again_all_the_time_asks_for_all_there_is) {
+  for (int i = 1; i <= 4; ++i) {
+    run.fetches({1, 20});
+    run.runs_until(3000 + 1500 * i);
+  }
+  EXPECT_THAT(run.verdict(), failed_with("which had arrived"));
+}
+
 TEST_F(FeedOnlyMissing, numbers_one_too_high_mislead_nobody) {
   run.runs_until(4000);
   run.hears_one_too_high(run.makes(40));

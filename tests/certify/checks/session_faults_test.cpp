@@ -173,14 +173,24 @@ TEST(SessionFaults, a_logout_not_waited_for_or_talked_behind) {
   left.logs_on().client("35=5|34=2").closes();
   expect_only("logout", left);
   Dialogue talks;
-  talks.logs_on().client("35=5|34=2").client("35=D|34=3");
+  talks.logs_on().client("35=5|34=2").client("35=1|34=3|112=X");
   expect_only("logout", talks);
   Dialogue on;
-  on.logs_on().exchange("35=5|34=2").wait(2s).client("35=D|34=2").closes();
+  on.logs_on().exchange("35=5|34=2").wait(2s).client("35=1|34=2|112=X").closes();
   expect_only("logout", on);
   Dialogue stays;
   stays.logs_on().exchange("35=5|34=2").wait(4s);
   expect_only("logout", stays);
+}
+
+// Of a session they are in order: that it is down is for orders.session_up to say.
+TEST(SessionFaults, orders_behind_a_logout_are_anothers) {
+  Dialogue own;
+  own.logs_on().client("35=5|34=2").client("35=D|34=3").exchange("35=5|34=2").closes();
+  EXPECT_EQ(SessionVerdicts(own).failed(), std::set<std::string>{});
+  Dialogue heard;
+  heard.logs_on().exchange("35=5|34=2").wait(2s).client("35=D|34=2").closes();
+  EXPECT_EQ(SessionVerdicts(heard).failed(), std::set<std::string>{});
 }
 
 TEST(SessionFaults, a_storm_of_connections) {

@@ -56,6 +56,19 @@ TEST_F(Status, is_3_where_the_client_cannot_be_run) {
   EXPECT_THAT(said.err, HasSubstr("the client could not be started: exit status 127"));
 }
 
+TEST_F(Status, is_3_where_the_client_crashes) {
+  const std::string plan = certification.plan("plan", "title Crash\nlimit 60s\n");
+  EXPECT_EQ(certification.judge_script({plan}, "kill -SEGV $$").status, 3);
+  EXPECT_THAT(report(), HasSubstr("a client that lives (it crashed: signal 11)"));
+  EXPECT_EQ(certification.judge_script({plan}, "sh -c 'kill -SEGV $$'; exit $?").status, 3);
+}
+
+TEST_F(Status, is_3_where_the_client_gives_up_before_anything_is_seen) {
+  const std::string plan = certification.plan("plan", "title Giving up\nlimit 60s\n");
+  EXPECT_EQ(certification.judge_script({plan}, "exit 1").status, 3);
+  EXPECT_THAT(report(), HasSubstr("it ended by itself with exit status 1, and no check was seen"));
+}
+
 TEST_F(Status, is_3_where_somebody_else_ends_the_exchange) {
   const std::string plan = certification.plan("plan", "title Stopped\nlimit 60s\n");
   const Said said = certification.judge({plan}, strange_client("stop-exchange"));
