@@ -219,7 +219,7 @@ class Client : public FIX::Application {
       case FIX::ExecType_REPLACED:  // behind the fills that it led to: they have the lower numbers
         order->cl_ord_id = report.getField(FIX::FIELD::ClOrdID);
         order->request.clear();
-        if (order->leaves == "0") order->state = "filled";
+        order->state = order->leaves == "0" ? "filled" : "live";
         return say("replaced", *order);
       case FIX::ExecType_REJECTED:
         order->state = "rejected";
@@ -232,6 +232,12 @@ class Client : public FIX::Application {
     if (order == nullptr) return;
     order->request.clear();
     order->touch_at = Clock::now() + LEFT_ALONE;
+    // The exchange holds no such order: it has ended, and only a report still to come can say how.
+    if (reject.isSetField(FIX::FIELD::CxlRejReason) &&
+        reject.getField(FIX::FIELD::CxlRejReason) ==
+            std::to_string(FIX::CxlRejReason_UNKNOWN_ORDER)) {
+      order->state = "lost";
+    }
     const bool cancel = reject.getField(FIX::FIELD::CxlRejResponseTo) ==
                         std::string(1, FIX::CxlRejResponseTo_ORDER_CANCEL_REQUEST);
     say(cancel ? "cancel refused" : "replace refused", *order, text_of(reject));
