@@ -179,7 +179,9 @@ class RecoveryReports : public Check {
   void sort(const Missing& missing) {
     const std::string excuse = excuse_for(missing);
     if (!excuse.empty()) {
-      excused_[excuse].push_back(missing.order.cl + ": " + text_of(missing.order));
+      const auto known = known_.find(missing.order.oid);
+      excused_[excuse].push_back(missing.order.cl + ": " + text_of(missing.order) + ", " +
+                                 text_of(known == known_.end() ? nullptr : &known->second));
       return;
     }
     const std::string key = missing.order.oid == 0 ? missing.order.cl : "";
@@ -256,9 +258,9 @@ class RecoveryReports : public Check {
     constexpr size_t MOST = 3;
     std::string text;
     for (size_t i = 0; i < std::min(names.size(), MOST); ++i) {
-      text += (i == 0 ? "" : ", ") + names[i];
+      text += (i == 0 ? "" : "; ") + names[i];
     }
-    return names.size() > MOST ? text + ", ..." : text;
+    return names.size() > MOST ? text + "; ..." : text;
   }
 
   TimeNs grace_;

@@ -31,7 +31,7 @@ class ResendAnsweredCheck : public SessionCheck {
     if (!missing) return;
     blame({.at = asked.due,
            .what = "A ResendRequest for " + text_of(asked.range) + " was not answered in full: " +
-                   text_of(*missing) + " did not come again and was not gap-filled within " +
+                   text_of(*missing) + " did not come again, by replay or by GapFill, within " +
                    seconds_text(ns_of(allow().answer)) + ".",
            .evidence = {asked.line}});
     owed->second.remove(asked.range);

@@ -52,7 +52,7 @@ std::string in_folder(std::string path, const RunFolder& folder) {
     path.replace(at, placeholder.size(), folder.path());
     at += folder.path().size();
   }
-  return path;
+  return path.starts_with('/') ? path : folder.file(path);
 }
 
 /// Where the client may have written what it believes, the likeliest first.
@@ -91,6 +91,19 @@ std::string take_belief(const RunFolder& folder, const Plan& plan, const std::st
     }
   }
   return to;
+}
+
+std::vector<std::string> missing_belief(const RunFolder& folder, const Plan& plan,
+                                        const std::string& mark) {
+  std::vector<std::string> missing;
+  for (const Belief& belief : plan.belief) {
+    const std::string path = in_folder(belief.path, folder);
+    std::error_code ignored;
+    if (belief.mark == mark && !std::filesystem::is_regular_file(path, ignored)) {
+      missing.push_back(path);
+    }
+  }
+  return missing;
 }
 
 }  // namespace certify

@@ -196,7 +196,10 @@ void Preparing::apply_options(Plan& plan) {
   }
   const auto add = [&plan](Belief::Kind kind, const std::string& path) {
     if (path.empty()) return;
-    plan.belief.insert(plan.belief.begin(), {.kind = kind, .path = path, .mark = ""});
+    // A path on the command line is one of the shell's folder; a plan's is one of the run's.
+    const std::string place =
+        path.starts_with("{run}") ? path : std::filesystem::absolute(path).string();
+    plan.belief.insert(plan.belief.begin(), {.kind = kind, .path = place, .mark = ""});
   };
   add(Belief::Kind::POSITIONS, options_.positions);
   add(Belief::Kind::EVENTS, options_.events);

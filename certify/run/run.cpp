@@ -246,6 +246,7 @@ void Run::act(const Step& step, TimeNs now) {
   }
   if (const auto mark = mark_of(action)) {
     take_truth_book(*folder_, *mark, "truth-book.json");
+    note_missing_belief(*mark);
     tell(BeliefTaken{.mark = *mark, .folder = take_belief(*folder_, options_.plan, *mark)});
   }
 }
@@ -314,6 +315,7 @@ void Run::end_client() {
   }
   turn_until(SECOND, [this] { return stopped_ || truth_book_shows(0); });
   take_truth_book(*folder_, "", "truth-book-after.json");
+  note_missing_belief("");
   tell(BeliefTaken{.mark = "", .folder = take_belief(*folder_, options_.plan, "")});
 }
 
@@ -328,34 +330,43 @@ void Run::end_exchange() {
   }
 }
 
+void Run::note_missing_belief(const std::string& mark) {
+  const std::vector<std::string> missing = missing_belief(*folder_, options_.plan, mark);
+  missing_belief_.insert(missing_belief_.end(), missing.begin(), missing.end());
+}
+
 void Run::judge() {
   if (!judge_) return;
   result_.verdicts = judge_->finish(result_.ended);
   result_.unmet = player_.unmet(result_.counters);
+  for (const std::string& path : missing_belief_) {
+    result_.unmet.push_back("what the client believes (there is no " + path + ")");
+  }
   result_.not_done = player_.not_done();
   add_end_of_client();
   result_.tap_delay_median = stage_->tap_delay().median;
   result_.tap_delay_most = stage_->tap_delay().most;
 }
 
-/// A client that crashes has not survived, whatever it got right before; one that gives up with
-/// nothing seen has not been looked at.
+/// A client that crashes has not survived, whatever it got right before. One that did nothing has
+/// not been looked at.
 void Run::add_end_of_client() {
-  if (!left_with_) return;
   constexpr int SHELL_SAYS_SIGNAL = 128;  // and its number, of a command of its own
   constexpr int HIGHEST_SIGNAL = 31;
-  const int over = left_with_->code - SHELL_SAYS_SIGNAL;
-  if (!left_with_->exited || (over > 0 && over <= HIGHEST_SIGNAL)) {
-    result_.unmet.push_back("a client that lives (it crashed: " + result_.client_ended + ")");
-    return;
+  if (left_with_) {
+    const int over = left_with_->code - SHELL_SAYS_SIGNAL;
+    if (!left_with_->exited || (over > 0 && over <= HIGHEST_SIGNAL)) {
+      result_.unmet.push_back("a client that lives (it crashed: " + result_.client_ended + ")");
+      return;
+    }
   }
   const bool seen =
       std::any_of(result_.verdicts.begin(), result_.verdicts.end(), [](const Verdict& verdict) {
         return verdict.outcome == Outcome::PASSED || verdict.outcome == Outcome::FAILED;
       });
-  if (left_with_->code != 0 && !seen) {
-    result_.unmet.push_back("a client that does something (it ended by itself with " +
-                            result_.client_ended + ", and no check was seen)");
+  if (!seen) {
+    result_.unmet.push_back("a client that does something (no check was seen; it ended with " +
+                            result_.client_ended + ")");
   }
 }
 

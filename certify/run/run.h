@@ -55,6 +55,7 @@ class Run : private EventListener {
   void keep_counters();
   void end_client();
   void end_exchange();
+  void note_missing_belief(const std::string& mark);
   void judge();
   void finish_recording();
   void write_reports();
@@ -96,6 +97,7 @@ class Run : private EventListener {
   TimeNs client_gone_ = 0;  // 0: its processes are there
   bool client_over_ = false;
   std::optional<quorl::client::ExitStatus> left_with_;  // if the client ended by itself
+  std::vector<std::string> missing_belief_;             // files that the plan names
   bool stopped_ = false;                                // by a signal
 };
 

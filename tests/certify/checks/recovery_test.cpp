@@ -76,7 +76,9 @@ TEST(RecoveryReports, what_is_decided_behind_a_logout_is_only_named) {
   talk.loses().wait(2s).fills("o1", 100).wait(20s).closing();
   EXPECT_EQ(talk.failures(), Names{});
   ASSERT_EQ(of(talk, "recovery.reports").remarks.size(), 1U);
-  EXPECT_NE(of(talk, "recovery.reports").remarks[0].find("logged out (o1: fill of 100)"),
+  EXPECT_NE(of(talk, "recovery.reports")
+                .remarks[0]
+                .find("logged out (o1: fill of 100, it believes it open with 0 filled)"),
             std::string::npos);
 }
 

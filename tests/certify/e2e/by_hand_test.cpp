@@ -54,7 +54,7 @@ TEST(ByHand, ports_are_those_that_were_asked_for) {
 TEST(ByHand, the_person_may_end_the_run_and_is_judged_by_what_was_seen) {
   const Certification certification;
   const std::string plan = certification.plan("plan", "title By hand\nlimit 60s\n");
-  const auto tool = certification.start({"--attach", plan, "--skip", "session"}, {});
+  const auto tool = certification.start({"--attach", plan, "--skip", "session.logout"}, {});
   client::FixSession session(port_in(*tool, "QUORL_FIX_PORT"), "HAND");
   session.logon({.heartbeat_s = "30", .reset = true});
   tool->signal(SIGINT);

@@ -73,7 +73,7 @@ TEST_F(Folder, has_the_wire_as_a_log_of_fix_messages) {
 
 TEST_F(Folder, has_the_feed_as_a_capture) {
   const std::string plan = certification.plan("plan", "title Feed\nlimit 1s\n");
-  EXPECT_EQ(certification.judge_script({plan}, "exec sleep 100").status, 0);
+  EXPECT_EQ(certification.judge_script({plan}, "exec sleep 100").status, 3);
   tools::CaptureReader capture(certification.path_of("plan", "feed.pcap"));
   unsigned frames = 0;
   while (capture.next()) ++frames;
@@ -82,7 +82,7 @@ TEST_F(Folder, has_the_feed_as_a_capture) {
 
 TEST_F(Folder, is_never_written_twice) {
   const std::string plan = certification.plan("plan", SHORT);
-  EXPECT_EQ(certification.judge_script({plan, plan}, "echo once").status, 0);
+  EXPECT_EQ(certification.judge_script({plan, plan}, "echo once").status, 3);
   EXPECT_EQ(text_of("client.out"), "once\n");
   EXPECT_EQ(certification.text_of("plan-2", "client.out"), "once\n");
 }
@@ -105,7 +105,7 @@ TEST_F(Folder, a_client_is_told_where_the_exchange_is) {
                "$QUORL_SESSION $QUORL_SYMBOLS $QUORL_RUN $QUORL_PLAN",
                "{fix_host} {fix_port} {group} {port} {interface} {snap_port} {gapfill_port} "
                "{control_port} {session} {symbols} {run} {plan}"});
-  EXPECT_EQ(said.status, 0) << said.err;
+  EXPECT_EQ(said.status, 3) << said.err;
   std::istringstream words(text_of("client.out"));
   std::vector<std::string> told{std::istream_iterator<std::string>(words), {}};
   ASSERT_EQ(told.size(), 24U);
@@ -133,10 +133,21 @@ TEST_F(Folder, belief_is_copied_at_a_mark_and_at_the_end) {
   EXPECT_THAT(text_of("belief/end/truth-book.json"), StartsWith("{\"ts_ns\":"));
 }
 
+TEST_F(Folder, belief_is_looked_for_in_the_folder_and_missed_where_it_is_not) {
+  const std::string plan =
+      certification.plan("plan", "title Belief\nbelief positions mine.csv\nlimit 3s\n");
+  const std::string head = "echo 'cl_ord_id,state,cum,leaves,avg_px' >$QUORL_RUN/";
+  EXPECT_EQ(certification.judge_script({plan}, head + "mine.csv").status, 0);
+  EXPECT_EQ(text_of("belief/end/positions.csv"), "cl_ord_id,state,cum,leaves,avg_px\n");
+  EXPECT_EQ(certification.judge_script({plan}, head + "positions.csv").status, 3);
+  EXPECT_THAT(certification.text_of("plan-2", "report.txt"),
+              HasSubstr("what the client believes (there is no "));
+}
+
 TEST_F(Folder, what_is_no_file_is_not_waited_for) {
   const Said said = certification.judge_script({certification.plan("plan", SHORT)},
                                                "mkfifo $QUORL_RUN/positions.csv");
-  EXPECT_EQ(said.status, 0) << said.err;
+  EXPECT_EQ(said.status, 3) << said.err;
 }
 
 }  // namespace
