@@ -83,8 +83,12 @@ void write_run(const RunResult& run, std::ostream& out) {
       << "  seed        " << run.seed << "\n"
       << "  taps added  " << run.tap_delay_median / 1000 << " us in the middle, "
       << run.tap_delay_most / 1000 << " us at most\n"
-      << "  folder      " << clean_text(run.folder) << "\n"
-      << "  counters   ";
+      << "  folder      " << clean_text(run.folder) << "\n";
+  if (run.number_of_try > 1 || run.stood_still >= SECOND) {
+    out << "  machine     stood still for " << about_seconds(run.stood_still)
+        << " at most; this is try " << run.number_of_try << "\n";
+  }
+  out << "  counters   ";
   for (const auto& [name, value] : run.counters) out << " " << clean_text(name) << "=" << value;
   out << "\n";
 }

@@ -30,6 +30,8 @@ struct RunResult {
   std::map<std::string, uint64_t> counters;  // at the end
   TimeNs tap_delay_median = 0;               // what the taps added
   TimeNs tap_delay_most = 0;
+  TimeNs stood_still = 0;      // the longest time for which the machine did not let the judge go on
+  unsigned number_of_try = 1;  // those ahead of this one were disturbed by such a time
   std::string client_command;
   std::string client_ended;  // "exit status 0"
   uint64_t seed = 0;

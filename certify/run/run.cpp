@@ -49,6 +49,7 @@ Run::Run(const RunOptions& options, const tools::StopSignal& stop, RunWatcher& w
     : options_(options), stop_(stop), watcher_(watcher), player_(options.plan) {
   result_.plan = options.plan;
   result_.seed = seed_of(options);
+  result_.number_of_try = options.number_of_try;
   progress_.plan = options.plan.name;
 }
 
@@ -118,7 +119,9 @@ void Run::turn() {
   TimeNs wait = LONGEST_WAIT;
   if (const auto due = stage_->due()) wait = std::clamp<TimeNs>(*due - now_ns(), 0, wait);
   const timespec timeout{.tv_sec = 0, .tv_nsec = wait};
+  const TimeNs before = now_ns();
   (void)::ppoll(set_.data(), set_.size(), &timeout, nullptr);
+  result_.stood_still = std::max(result_.stood_still, now_ns() - before - wait);
   stopped_ = stopped_ || set_.back().revents != 0;
   stage_->serve(now_ns());
   if (client_) client_->take_output();

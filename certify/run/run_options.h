@@ -21,6 +21,7 @@ struct RunOptions {
   std::string group;                 // of the feed; empty: any
   uint16_t feed_port = 0;            // 0: any
   std::optional<uint32_t> seed;      // instead of the plan's
+  unsigned number_of_try = 1;
 };
 
 /// The seed that the market will have.

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <filesystem>
 #include <mutex>
+#include <string>
+#include <system_error>
 #include <thread>
 
 namespace certify {
@@ -39,6 +42,29 @@ RunResult not_begun(const RunOptions& options) {
   return result;
 }
 
+/// A machine that stands still for so long, as a virtual one may, makes a good client look bad.
+constexpr TimeNs DISTURBS = SECOND;
+constexpr unsigned MOST_TRIES = 3;
+
+/// Makes room for another try; what was recorded stays, under another name.
+void put_aside(const RunResult& disturbed, unsigned number) {
+  std::error_code ignored;
+  std::filesystem::rename(disturbed.folder,
+                          disturbed.folder + ".disturbed-" + std::to_string(number), ignored);
+}
+
+RunResult make_run(RunOptions options, const tools::StopSignal& stop, RunsWatcher& watcher) {
+  while (true) {
+    RunResult result = Run(options, stop, watcher).go();
+    // Whoever started the client by hand is not asked to do it again.
+    if (result.stood_still < DISTURBS || options.number_of_try == MOST_TRIES ||
+        options.command.empty() || stop.came()) {
+      return result;
+    }
+    put_aside(result, options.number_of_try++);
+  }
+}
+
 }  // namespace
 
 std::vector<RunResult> make_runs(const std::vector<RunOptions>& all, unsigned jobs,
@@ -48,7 +74,7 @@ std::vector<RunResult> make_runs(const std::vector<RunOptions>& all, unsigned jo
   std::atomic<size_t> next = 0;
   const auto work = [&] {
     for (size_t i = next++; i < all.size(); i = next++) {
-      results[i] = stop.came() ? not_begun(all[i]) : Run(all[i], stop, said).go();
+      results[i] = stop.came() ? not_begun(all[i]) : make_run(all[i], stop, said);
       said.on_end(results[i]);
     }
   };

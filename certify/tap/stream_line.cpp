@@ -75,9 +75,13 @@ void StreamLine::take(Party from) {
     const Received got = receive(sender.socket, context_.buffer.data(), context_.buffer.size());
     if (got.size > 0) {
       on_bytes(from, {context_.buffer.data(), static_cast<size_t>(got.size)}, got.arrived);
-    } else if (got.size == 0 && !sender.broken) {
+      continue;
+    }
+    const int error = errno;
+    release_prefix(from);
+    if (got.size == 0 && !sender.broken) {
       on_orderly_end(from);
-    } else if (got.size < 0 && errno == EAGAIN && !sender.broken) {
+    } else if (got.size < 0 && error == EAGAIN && !sender.broken) {
       sender.readable = false;
     } else {
       return on_reset(from);
@@ -91,10 +95,22 @@ void StreamLine::on_bytes(Party from, std::string_view bytes, int64_t arrived) {
     context_.listener.on_passed(
         {.line = line_, .from = from, .bytes = bytes, .taken = now, .told = now});
   }
+  if (from == Party::CLIENT && line_.service == Service::FIX) {
+    return put(from, prefix_.join(bytes, bytes.size() == context_.buffer.size()), arrived);
+  }
+  put(from, std::string(bytes), arrived);
+}
+
+void StreamLine::release_prefix(Party from) {
+  if (from == Party::CLIENT && prefix_.holds()) put(from, prefix_.release(), 0);
+}
+
+void StreamLine::put(Party from, std::string bytes, int64_t arrived) {
+  const TimeNs now = context_.now;
   Way& taken_by = way(from);
-  if (taken_by.done) return;  // the exchange is gone: they get lost on their way
+  if (taken_by.done || bytes.empty()) return;  // the exchange is gone: they get lost on their way
   const bool measured = !taken_by.late && link(from).plain(now);
-  taken_by.pipe.put({.bytes = std::string(bytes),
+  taken_by.pipe.put({.bytes = std::move(bytes),
                      .taken = now,
                      .due = now + link(from).draw_delay(context_.random),
                      .arrived = measured ? arrived : 0});

@@ -9,6 +9,7 @@
 #include "certify/tap/pipe.h"
 #include "certify/tap/sockets.h"
 #include "certify/tap/tap_context.h"
+#include "certify/tap/whole_prefix.h"
 
 namespace certify {
 
@@ -63,6 +64,8 @@ class StreamLine {
   bool may_take(Party from) const;
   void take(Party from);
   void on_bytes(Party from, std::string_view bytes, int64_t arrived);
+  void put(Party from, std::string bytes, int64_t arrived);
+  void release_prefix(Party from);
   void on_orderly_end(Party from);
   void on_reset(Party from);
   void hand(Party from);
@@ -78,6 +81,7 @@ class StreamLine {
   End exchange_;
   Way from_client_;
   Way from_exchange_;
+  WholePrefix prefix_;  // of the client's messages, on their way into the pipe
   bool connected_ = false;
   TapContext& context_;
   const Links& links_;

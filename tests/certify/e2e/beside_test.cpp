@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -78,6 +79,27 @@ TEST_P(Interrupted, leaves_no_process_and_no_port_and_what_was_recorded_stays) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Certify, Interrupted, testing::Values(SIGINT, SIGTERM));
+
+/// What stops the judge and not the client is no fault of the client's.
+TEST(DisturbedRuns, are_played_again) {
+  const Certification certification;
+  const std::string plan =
+      certification.plan("plan", "title Disturbed\nend when client ended\nlimit 30s\n");
+  const auto tool = certification.start(
+      {plan},
+      {"sh", "-c", "echo $$ >$QUORL_RUN/told; while [ ! -e $QUORL_RUN/go ]; do sleep 0.1; done"});
+  ASSERT_NE(awaited(certification.path_of("plan", "told")), "");
+  tool->signal(SIGSTOP);
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));  // the time is what it is about
+  tool->signal(SIGCONT);
+  std::ofstream(certification.path_of("plan", "go")).flush();
+  ASSERT_NE(awaited(certification.path_of("plan.disturbed-1", "told")), "");
+  ASSERT_NE(awaited(certification.path_of("plan", "told")), "");
+  std::ofstream(certification.path_of("plan", "go")).flush();
+  const Said said = tool->end(RUN_PATIENCE);
+  EXPECT_EQ(said.status, 3) << said.out;  // nothing was seen
+  EXPECT_THAT(certification.text_of("plan", "report.txt"), HasSubstr("this is try 2"));
+}
 
 TEST(InterruptedRuns, runs_that_had_not_begun_are_named_too) {
   const Certification certification;
