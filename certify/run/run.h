@@ -61,6 +61,7 @@ class Run : private EventListener {
   void write_reports();
 
   void turn();
+  void note_standstill(TimeNs wait);
   template <typename Done>
   bool turn_until(TimeNs patience, const Done& done);
   template <typename Work>
@@ -97,6 +98,7 @@ class Run : private EventListener {
   TimeNs client_gone_ = 0;  // 0: its processes are there
   bool client_over_ = false;
   std::optional<quorl::client::ExitStatus> left_with_;  // if the client ended by itself
+  TimeNs last_turn_ = 0;                                // its end
   std::vector<std::string> missing_belief_;             // files that the plan names
   bool stopped_ = false;                                // by a signal
 };

@@ -123,9 +123,7 @@ void WholeExchange::note_wait(std::span<const pollfd> set, int timeout_ms) {
   waited_at_most_ms = timeout_ms;
 }
 
-void WholeExchange::add_act(std::string act) {
-  acts_.push_back(std::move(act));
-}
+void WholeExchange::add_act(std::string act) { acts_.push_back(std::move(act)); }
 
 std::string WholeExchange::name_of(int fd) const {
   const auto name = names_.find(fd);
