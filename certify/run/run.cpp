@@ -130,7 +130,7 @@ void Run::turn() {
 /// not answer holds up the exchange and the client as well.
 void Run::note_standstill(TimeNs wait) {
   const TimeNs now = now_ns();
-  if (last_turn_ != 0 && client_) {
+  if (client_) {
     result_.stood_still = std::max(result_.stood_still, now - last_turn_ - wait);
   }
   last_turn_ = now;
@@ -188,6 +188,7 @@ void Run::start_client(const Surroundings& surroundings) {
   // What the feed has said by now, the client has come too late for.
   stage_->serve(now_ns());
   client_is_there(now_ns());
+  last_turn_ = now_ns();
   client_ = std::make_unique<ClientProcess>(command);
 }
 
