@@ -53,12 +53,18 @@ void put_aside(const RunResult& disturbed, unsigned number) {
                           disturbed.folder + ".disturbed-" + std::to_string(number), ignored);
 }
 
+/// A port that was free when it was chosen may be somebody else's a moment later.
+bool lost_its_port(const RunResult& result) {
+  return result.broken.find("Address already in use") != std::string::npos;
+}
+
 RunResult make_run(RunOptions options, const tools::StopSignal& stop, RunsWatcher& watcher) {
   while (true) {
     RunResult result = Run(options, stop, watcher).go();
     // Whoever started the client by hand is not asked to do it again.
-    if (result.stood_still < DISTURBS || options.number_of_try == MOST_TRIES ||
-        options.command.empty() || stop.came()) {
+    const bool disturbed = result.stood_still >= DISTURBS || lost_its_port(result);
+    if (!disturbed || options.number_of_try == MOST_TRIES || options.command.empty() ||
+        stop.came()) {
       return result;
     }
     put_aside(result, options.number_of_try++);
