@@ -18,7 +18,6 @@ namespace client = quorl::client;
 namespace certify {
 namespace {
 
-constexpr int STREAM_BUFFER = 256 * 1024;
 constexpr int DATAGRAM_BUFFER = 8 * 1024 * 1024;  // of replies: a burst must not be lost here
 constexpr int MOST_UNSENT = 16 * 1024;  // in the kernel, to who does not read: it counts as had
 
@@ -92,7 +91,6 @@ void Descriptor::reset() {
 Descriptor listening_socket(uint16_t port) {
   Descriptor socket = make_socket(SOCK_STREAM);
   set_option(socket.get(), SOL_SOCKET, SO_REUSEADDR, 1);
-  set_option(socket.get(), SOL_SOCKET, SO_RCVBUF, STREAM_BUFFER);  // for those that it accepts
   bind_to(socket, port, "TCP");
   if (::listen(socket.get(), SOMAXCONN) != 0) throw client::SystemError("listen");
   return socket;
@@ -106,7 +104,6 @@ Descriptor bound_datagram_socket(uint16_t port) {
 
 Descriptor stream_socket() {
   Descriptor socket = make_socket(SOCK_STREAM);
-  if (socket.open()) set_option(socket.get(), SOL_SOCKET, SO_RCVBUF, STREAM_BUFFER);
   return socket;
 }
 
