@@ -26,7 +26,7 @@ namespace lives {
 namespace {
 
 struct Options {
-  uint64_t lives = 400;
+  uint64_t lives = 150;
   uint64_t first_seed = 1;
   uint64_t acts = 150;
 };
