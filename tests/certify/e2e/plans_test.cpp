@@ -33,7 +33,7 @@ TEST(Plans, are_passed_by_the_good_trader) {
   std::vector<std::string> words = all_plans();
   const size_t count = words.size();
   ASSERT_GE(count, 19u);
-  words.insert(words.end(), {"--jobs", "8"});
+  words.insert(words.end(), {"--jobs", "4"});
   const auto run = certification.start(words, {built_program("quorl-trader")});
   const tools_test::Said said = run->end(PATIENCE_WITH_ALL);
   EXPECT_EQ(said.status, 0) << said.out << said.err;

@@ -49,7 +49,7 @@ TEST(QuickFix, example_passes_the_plans_that_concern_fix) {
   for (const char* plan : FIX_PLANS) {
     words.push_back(std::string(QUORL_SOURCE "/plans/") + plan + ".plan");
   }
-  words.insert(words.end(), {"--skip", "feed", "--jobs", "8"});
+  words.insert(words.end(), {"--skip", "feed", "--jobs", "4"});
   const auto run =
       certification.start(words, {QUICKFIX_CLIENT, "--settings", settings_in(certification.place()),
                                   "--port", "{fix_port}", "--symbols", "AAPL", "--orders", "1000",
