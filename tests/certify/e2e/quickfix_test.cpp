@@ -50,11 +50,16 @@ TEST(QuickFix, example_passes_the_plans_that_concern_fix) {
     words.push_back(std::string(QUORL_SOURCE "/plans/") + plan + ".plan");
   }
   words.insert(words.end(), {"--skip", "feed", "--jobs", "4"});
-  const auto run =
-      certification.start(words, {QUICKFIX_CLIENT, "--settings", settings_in(certification.place()),
-                                  "--port", "{fix_port}", "--symbols", "AAPL", "--orders", "1000",
-                                  "--seconds", "100", "--comp-id", "{plan}"});
-  const tools_test::Said said = run->end(PATIENCE_WITH_ALL);
+  // An engine of its own pace may miss a plan's occasion, which proves nothing: then once more.
+  constexpr int PROVES_NOTHING = 3;
+  tools_test::Said said;
+  for (int tries = 0; tries == 0 || (said.status == PROVES_NOTHING && tries < 3); ++tries) {
+    const auto run = certification.start(
+        words,
+        {QUICKFIX_CLIENT, "--settings", settings_in(certification.place()), "--port", "{fix_port}",
+         "--symbols", "AAPL", "--orders", "1000", "--seconds", "100", "--comp-id", "{plan}"});
+    said = run->end(PATIENCE_WITH_ALL);
+  }
   EXPECT_EQ(said.status, 0) << said.out << said.err;
   EXPECT_THAT(said.out, HasSubstr("12 plans:  12 passed"));
 }
