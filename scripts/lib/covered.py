@@ -99,6 +99,49 @@ def untaken(file):
             yield line, "is never true" if true_count == 0 else "is never false", text
 
 
+def never_entered(functions):
+    """By file, (first line, last line) of the bodies that never ran. What a template is made of is
+    one function."""
+    runs = collections.Counter()
+    for function in functions:
+        line, column, last_line, *_ = function["regions"][0]
+        runs[function["filenames"][0], line, column, last_line] += function["count"]
+    by_file = collections.defaultdict(list)
+    for (path, line, _, last_line), runs_of_it in sorted(runs.items()):
+        if runs_of_it == 0:
+            by_file[path].append((line, last_line))
+    return by_file
+
+
+def first_line(source, line):
+    """Of the function whose body begins in this line."""
+    def ends_what_came_before(text):
+        text = text.strip()
+        return not text or text.startswith("//") or text.endswith((";", "{", "}", ":", ">"))
+
+    while line > 1 and not ends_what_came_before(source[line - 2]):
+        line -= 1
+    return line
+
+
+def unreached(file, idle):
+    """(line, what of it, its text): the file itself, or its functions that never ran (`idle`), and
+    the branches in the others."""
+    if file["summary"]["lines"]["covered"] == 0:
+        yield 1, "is never reached", ""
+        return
+    source = source_of(file)
+    told = 0  # the last line of what has been; the functions in a function are told with it
+    for line, last_line in idle:
+        if last_line > told:
+            told = last_line
+            first = first_line(source, line)
+            yield first, "is never entered", source[first - 1].strip()
+    for line, what, text in untaken(file):
+        if not any(first <= line <= last for first, last in idle):
+            yield line, what, text
+
+
 def read_named(path):
     named = set()
     for text in path.read_text(encoding="utf-8").splitlines():
