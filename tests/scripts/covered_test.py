@@ -11,7 +11,7 @@ import unittest
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent.parent / "scripts/lib"))
-import covered  # noqa: E402  # pylint: disable=wrong-import-position
+import covered
 
 SOURCE = """\
 int twice(int a,
