@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# mutants, on a tiny tree with one test: what the test looks at is killed, in a source and in a header,
-# what it does not look at survives and is printed, what is named is counted, and a stale name is
-# reported. The tree is left as it was. On the real tree, the same seed is the same draw.
+# mutants, on a tiny tree with one test: what the test looks at is killed, in a source and in a
+# header, what it does not look at survives and is printed, what is named is counted, and a stale
+# name is reported. The tree is left as it was. On the real tree, the same seed is the same draw.
 set -euo pipefail
 root=$(cd -- "$(dirname -- "$(readlink -f -- "${BASH_SOURCE[0]}")")/../.." && pwd)
 scratch=$(mktemp -d)
@@ -32,7 +32,9 @@ run() {
   fi
 }
 
-content() { (cd "$tree" && find . -path ./build -prune -o -type f -print0 | sort -z | xargs -0 md5sum); }
+content() {
+  (cd "$tree" && find . -path ./build -prune -o -type f -print0 | sort -z | xargs -0 md5sum)
+}
 
 mkdir -p "$tree/src/market" "$tree/tests/market"
 cat >"$tree/CMakeLists.txt" <<'END'
@@ -61,7 +63,7 @@ END
 cat >"$tree/src/market/fee.cpp" <<'END'
 #include "market/fee.h"
 int fee(int shares) {
-  return lots(shares) + 7;  // + 8 is a comment
+  return lots(shares) + 7;  // not + 8
 }
 int unseen(int shares) {
   return shares - 7;
@@ -101,7 +103,8 @@ expect 'killed by unit_market 3' '100.0 % killed'
 [[ $said != *survives* ]] || expect 'no survivor'  # which is not said
 printf 'src/market/fee.cpp: return shares - 9;\n    becomes return {};\n    Gone.\n' \
   >>"$tree/tests/mutants.txt"
-printf 'src/market/fee.cpp: return lots(shares) + 7;  // + 8 is a comment\n    becomes return {};  // + 8 is a comment\n' \
+line='return lots(shares) + 7;  // not + 8'
+printf 'src/market/fee.cpp: %s\n    becomes return {};  // not + 8\n' "$line" \
   >>"$tree/tests/mutants.txt"
 run 1 --count 4 --seed 5
 expect 'names what is no mutant: src/market/fee.cpp: return shares - 9;' \
