@@ -14,7 +14,6 @@ import shutil
 import signal
 import subprocess
 import threading
-import time
 
 import mutations
 
@@ -28,11 +27,22 @@ ALWAYS = [["unit_allocations"],
 BESIDE = {"base": [["unit_clocks"]]}
 MEMORY = 3 << 30  # bytes of addresses
 FILE_SIZE = 256 << 20
-COMPILE_S = 120  # processor time
+COMPILE_S = 120  # processor time; and five times as long while others work for it
+SLEEP_S = 30  # no unit program sleeps for more than some of them
+LOOK_S = 0.25
 
 
 class Stopped(Exception):
     """By Ctrl-C or SIGTERM."""
+
+
+def is_asleep(pid):
+    """Each of its threads."""
+    try:
+        threads = list(pathlib.Path(f"/proc/{pid}/task").glob("*/stat"))
+        return all(thread.read_text().rpartition(") ")[2][:1] not in "RD" for thread in threads)
+    except OSError:  # a thread has ended
+        return False
 
 
 class Processes:
@@ -41,8 +51,9 @@ class Processes:
     def __init__(self):
         self.lock, self.running, self.stopped = threading.Lock(), set(), False
 
-    def run(self, words, cwd, cpu_s, wall_s, stdout=subprocess.DEVNULL):
-        """The exit status, negative for a signal; None if it took too long."""
+    def run(self, words, cwd, cpu_s, idle_s, stdout=subprocess.DEVNULL):
+        """The exit status, negative for a signal; None if it took too long: in processor time, or
+        asleep. What waits for a processor is neither, as the machine may be busy."""
         limits = ["prlimit", f"--cpu={cpu_s}:{cpu_s + 1}", f"--as={MEMORY}", "--core=0",
                   f"--fsize={FILE_SIZE}", "--"]
         with self.lock:
@@ -54,9 +65,12 @@ class Processes:
                                             "GTEST_FAIL_FAST": "1"}, start_new_session=True)
             self.running.add(process)
         try:
-            status = process.wait(wall_s)
-            return None if status in (-signal.SIGXCPU, -signal.SIGKILL) else status
-        except subprocess.TimeoutExpired:
+            while idle_s > 0:
+                try:
+                    status = process.wait(LOOK_S)
+                    return None if status in (-signal.SIGXCPU, -signal.SIGKILL) else status
+                except subprocess.TimeoutExpired:
+                    idle_s -= LOOK_S if is_asleep(process.pid) else 0
             return None
         finally:
             self.end(process)
@@ -132,20 +146,20 @@ class Build:
 
 
 class Limits:
-    """How long each program may run: some times what the unchanged one takes, in processor time,
-    as the machine may be busy; what hangs ends by the wall clock."""
+    """How long each program may run, in seconds of processor time and of sleep: some times what the
+    unchanged one takes."""
 
     def __init__(self, build, processes, folders, scratch):
         self.of = {}
         for words in {tuple(words) for folder in folders for words in build.programs_of(folder)}:
             scratch.mkdir(parents=True, exist_ok=True)
-            began, used = time.monotonic(), resource.getrusage(resource.RUSAGE_CHILDREN)
+            used = resource.getrusage(resource.RUSAGE_CHILDREN)
             status = processes.run([str(build.built / words[0]), *words[1:]], scratch, 600, 600)
-            took, now = time.monotonic() - began, resource.getrusage(resource.RUSAGE_CHILDREN)
+            now = resource.getrusage(resource.RUSAGE_CHILDREN)
             if status != 0:
                 raise SystemExit(f"mutants: {words[0]} fails before anything is changed")
             cpu_s = now.ru_utime + now.ru_stime - used.ru_utime - used.ru_stime
-            self.of[words[0]] = math.ceil(4 * cpu_s) + 3, 6 * took + 20
+            self.of[words[0]] = math.ceil(4 * cpu_s) + 3, SLEEP_S
 
 
 class Trial:
@@ -213,7 +227,7 @@ class Trial:
                  for word in words if word != "-Werror"]
         at = next((at for at, word in enumerate(words) if word.startswith("-I")), 1)
         words[at:at] = [f"-I{self.folder / 'src'}", "-w"]
-        if self.processes.run(words, self.build.built, COMPILE_S, 10 * COMPILE_S) != 0:
+        if self.processes.run(words, self.build.built, COMPILE_S, 5 * COMPILE_S) != 0:
             return False
         self.made.update((made, ours) for made in group)
         return True
@@ -234,4 +248,4 @@ class Trial:
         at = next((at for at, word in enumerate(replaced) if word.endswith(".a")), len(replaced))
         words = replaced[1:at] if replaced[0] == ":" else replaced[:at]
         return self.processes.run([*words, *ours, *replaced[at:], *self.build.linker],
-                                  self.build.built, COMPILE_S, 10 * COMPILE_S) == 0
+                                  self.build.built, COMPILE_S, 5 * COMPILE_S) == 0
