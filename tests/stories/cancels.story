@@ -6,16 +6,14 @@ let hit  55=AAPL|54=1|38=100|40=1|59=3|18=i
 # --- The cancel stands ---
 
 story takes_a_live_order_off_the_book_without_a_trade
-BETA  > D 11=b1|&sell|38=300
-BETA  < 8 150=0|37=$id|17=$exec
-feed    5 300 @ 190.00 last
+BETA rests 11=b1|&sell|38=300|37=$id|17=$exec
 ALPHA > D 11=a1|&sell
 ALPHA < 8 34=2|150=0|37=$id+1|17=$exec+1
 feed    5 400 @ 190.00 last
 ALPHA > F 11=c1|41=a1|55=AAPL|54=2|38=100
 ALPHA < 8 34=3|37=$id+1|11=c1|17=$exec+2|20=0|150=4|39=4|55=AAPL|54=2|38=100|18=i|40=2|47=P|59=0|41=a1|44=190|32=0|31=0|151=0|14=0|6=0|!30|!58|!103
 feed    5 300 @ 190.00 last
-counts  orders+2 accepts+2 cancels+1
+counts  orders+1 accepts+1 cancels+1
 ALPHA > D 11=a2|&hit|38=500
 ALPHA < 8 150=0
 ALPHA < 8 150=1|32=300|151=200|17=$exec+4
@@ -25,9 +23,7 @@ feed    T 300 @ 190.00; 5 0 @ 190.00 last
 counts  orders+1 accepts+1 fills+2 cancels+1
 
 story of_a_part_filled_order_tells_what_was_executed
-ALPHA > D 11=a1|&sell|38=300
-ALPHA < 8 150=0
-feed    5 300 @ 190.00 last
+ALPHA rests 11=a1|&sell|38=300
 BETA  > D 11=b1|&hit
 BETA  < 8 150=0
 BETA  < 8 150=2
@@ -36,66 +32,50 @@ feed    T 100 @ 190.00; 5 200 @ 190.00 last
 ALPHA > F 11=c1|41=a1
 ALPHA < 8 150=4|39=4|38=300|151=0|14=100|6=190
 feed    5 0 @ 190.00 last
-counts  orders+2 accepts+2 fills+2 cancels+1
+counts  orders+1 accepts+1 fills+2 cancels+1
 
 story reads_nothing_of_the_request_but_the_two_names
-ALPHA > D 11=a1|&sell
-ALPHA < 8 150=0|37=$id
-feed    5 100 @ 190.00 last
+ALPHA rests 11=a1|&sell|37=$id
 ALPHA > F 11=c1|41=a1|55=MSFT|54=1|38=99999|37=4711|44=1
 ALPHA < 8 150=4|55=AAPL|54=2|38=100|37=$id|44=190
 feed    5 0 @ 190.00 last
-counts  orders+1 accepts+1 cancels+1
+counts  cancels+1
 
 # The order's own name, a live one, one that is too long and one that no order may have.
 story does_not_check_its_own_name
-ALPHA > D 11=c2|&sell
-ALPHA < 8 150=0
-feed    5 100 @ 190.00 last
-ALPHA > D 11=a1|&sell
-ALPHA < 8 150=0
-feed    5 200 @ 190.00 last
+ALPHA rests 11=c2|&sell
+ALPHA rests 11=a1|&sell
 ALPHA > F 11=a1|41=a1
 ALPHA < 8 150=4|41=a1|11=a1
 feed    5 100 @ 190.00 last
-ALPHA > D 11=a1|&sell
-ALPHA < 8 150=0
-feed    5 200 @ 190.00 last
+ALPHA rests 11=a1|&sell
 ALPHA > F 11=c2|41=a1
 ALPHA < 8 150=4|41=a1|11=c2
 feed    5 100 @ 190.00 last
-ALPHA > D 11=a1|&sell
-ALPHA < 8 150=0
-feed    5 200 @ 190.00 last
+ALPHA rests 11=a1|&sell
 ALPHA > F 11=this-name-is-longer-than-20-bytes|41=a1
 ALPHA < 8 150=4|41=a1|11=this-name-is-longer-than-20-bytes
 feed    5 100 @ 190.00 last
-ALPHA > D 11=a1|&sell
-ALPHA < 8 150=0
-feed    5 200 @ 190.00 last
+ALPHA rests 11=a1|&sell
 ALPHA > F 11=with,comma"@|41=a1
 ALPHA < 8 150=4|41=a1|11=with,comma"@
 feed    5 100 @ 190.00 last
-counts  orders+5 accepts+5 cancels+4
+counts  cancels+4
 ALPHA > F 11=c3|41=c2
 ALPHA < 8 150=4|41=c2
 feed    5 0 @ 190.00 last
 counts  cancels+1
 
 story without_a_name_is_answered_under_the_orders_own_and_no_other
-ALPHA > D 11=a1|&sell
-ALPHA < 8 150=0
-feed    5 100 @ 190.00 last
+ALPHA rests 11=a1|&sell
 ALPHA > F 41=a1
 ALPHA < 8 150=4|11=a1|!41
 feed    5 0 @ 190.00 last
-ALPHA > D 11=a2|&sell
-ALPHA < 8 150=0
-feed    5 100 @ 190.00 last
+ALPHA rests 11=a2|&sell
 ALPHA > F 11=|41=a2
 ALPHA < 8 150=4|11=a2|!41
 feed    5 0 @ 190.00 last
-counts  orders+2 accepts+2 cancels+2
+counts  cancels+2
 
 story is_an_order_event_of_the_order_it_cancels
 ALPHA > D 11=a1|&sell
@@ -130,30 +110,26 @@ counts  orders+2 accepts+2 fills+2 cancels+1
 
 story of_an_order_closed_1999_ms_ago_comes_too_late_without_a_line
 inside only: to the millisecond
-ALPHA > D 11=a1|&sell
-ALPHA < 8 150=0
-feed    5 100 @ 190.00 last
+ALPHA rests 11=a1|&sell
 BETA  > D 11=b1|&hit
 BETA  < 8 150=0
 BETA  < 8 150=2
 ALPHA < 8 150=2
 feed    T 100 @ 190.00; 5 0 @ 190.00 last
-counts  orders+2 accepts+2 fills+2
+counts  orders+1 accepts+1 fills+2
 after   1999ms
 ALPHA > F 11=c1|41=a1
 ALPHA < 9 37=NONE|11=c1|41=a1|39=2|102=0|434=1|58=Too late to cancel|!17|!150
 counts  late_cancels+1 cancel_rejects+1
 
 story of_an_order_closed_2_s_ago_is_for_an_unknown_order_that_was_filled
-ALPHA > D 11=a1|&sell
-ALPHA < 8 150=0
-feed    5 100 @ 190.00 last
+ALPHA rests 11=a1|&sell
 BETA  > D 11=b1|&hit
 BETA  < 8 150=0
 BETA  < 8 150=2
 ALPHA < 8 150=2
 feed    T 100 @ 190.00; 5 0 @ 190.00 last
-counts  orders+2 accepts+2 fills+2
+counts  orders+1 accepts+1 fills+2
 after   2s
 ALPHA > F 11=c1|41=a1
 ALPHA < 9 37=NONE|11=c1|41=a1|39=2|102=1|434=1|58=Unknown order
@@ -190,27 +166,23 @@ log     bench: stale cancel for %s%n%d (unknown order)
 counts  stale_cancels+1 cancel_rejects+1
 
 story of_an_order_of_another_owner_is_for_an_unknown_order
-ALPHA > D 11=a1|&sell
-ALPHA < 8 150=0
-feed    5 100 @ 190.00 last
+ALPHA rests 11=a1|&sell
 BETA  > F 11=c1|41=a1
 BETA  < 9 39=8|58=Unknown order
 log     bench: stale cancel for a1 (unknown order)
 ALPHA > F 11=c1|41=a1
 ALPHA < 8 150=4|14=0
 feed    5 0 @ 190.00 last
-counts  orders+1 accepts+1 stale_cancels+1 cancel_rejects+1 cancels+1
+counts  stale_cancels+1 cancel_rejects+1 cancels+1
 
 # A refused cancel does not renew the closing.
 story a_second_time_comes_too_late
 inside only: to the millisecond
-ALPHA > D 11=a1|&sell
-ALPHA < 8 150=0
-feed    5 100 @ 190.00 last
+ALPHA rests 11=a1|&sell
 ALPHA > F 11=c1|41=a1
 ALPHA < 8 150=4
 feed    5 0 @ 190.00 last
-counts  orders+1 accepts+1 cancels+1
+counts  cancels+1
 after   1999ms
 ALPHA > F 11=c2|41=a1
 ALPHA < 9 39=2|102=0|58=Too late to cancel
@@ -241,22 +213,16 @@ counts  orders+1 accepts+1 cancels+1
 
 # What the book offers below does not matter.
 story lost_race_fills_at_the_orders_own_limit
-BETA  > D 11=b1|&sell|44=189.00
-BETA  < 8 150=0
-feed    5 100 @ 189.00 last
-BETA  > D 11=b2|&sell|54=1|44=188.00
-BETA  < 8 150=0
-feed    8 100 @ 188.00 last
-ALPHA > D 11=a1|&sell|44=250.00
-ALPHA < 8 150=0
-feed    5 100 @ 250.00 last
+BETA rests 11=b1|&sell|44=189.00
+BETA rests 11=b2|&sell|54=1|44=188.00
+ALPHA rests 11=a1|&sell|44=250.00
 control fill_on_cancel
 ALPHA > F 11=c1|41=a1
 ALPHA < 8 150=2|31=250
 ALPHA < 9
 log     bench: cancel of a1 loses the race to a fill (filled in full, cancel rejected 'too late to cancel')
 feed    T 100 @ 250.00; 5 0 @ 250.00 last
-counts  orders+3 accepts+3 race_fills+1 fills+1 cancel_rejects+1
+counts  race_fills+1 fills+1 cancel_rejects+1
 BETA  > F 11=c1|41=b1
 BETA  < 8 150=4|14=0
 feed    5 0 @ 189.00 last
@@ -268,36 +234,26 @@ counts  cancels+2
 story lost_race_is_never_cut_by_the_partial_fill_script
 script partial_fill_every=1
 control fill_on_cancel
-ALPHA > D 11=a1|&sell
-ALPHA < 8 150=0
-feed    5 100 @ 190.00 last
+ALPHA rests 11=a1|&sell
 ALPHA > F 11=c1|41=a1
 ALPHA < 8 150=2|32=100|151=0
 ALPHA < 9
 log     bench: cancel of a1 loses the race to a fill (filled in full, cancel rejected 'too late to cancel')
 feed    T 100 @ 190.00; 5 0 @ 190.00 last
-counts  orders+1 accepts+1 race_fills+1 fills+1 cancel_rejects+1
+counts  race_fills+1 fills+1 cancel_rejects+1
 
 # All in one turn: what GAMMA's orders have filled is owed to ALPHA and BETA until its end, but for the
 # owner of the race, who is told of all that is older first.
 story lost_race_brings_what_this_owner_is_owed_and_leaves_the_others_in_their_order
 GAMMA > 0
-ALPHA > D 11=a1|&sell
-ALPHA < 8 150=0
-feed    5 100 @ 190.00 last
-BETA  > D 11=b1|&sell
-BETA  < 8 150=0
-feed    5 200 @ 190.00 last
-ALPHA > D 11=a2|&sell|38=300
-ALPHA < 8 150=0
-feed    5 500 @ 190.00 last
-BETA  > D 11=b2|&sell|38=300|44=190.01
-BETA  < 8 150=0
-feed    5 300 @ 190.01 last
+ALPHA rests 11=a1|&sell
+BETA rests 11=b1|&sell
+ALPHA rests 11=a2|&sell|38=300
+BETA rests 11=b2|&sell|38=300|44=190.01
 ALPHA > D 11=a3|&sell|38=500|44=190.02
 ALPHA < 8 34=4|150=0
 feed    5 500 @ 190.02 last
-counts  orders+5 accepts+5
+counts  orders+1 accepts+1
 control fill_on_cancel
 GAMMA > D 11=g1|&hit|38=300
 + GAMMA > D 11=g2|&hit|38=250
@@ -323,9 +279,7 @@ log     bench: cancel of a3 loses the race to a fill (filled in full, cancel rej
 counts  orders+2 accepts+2 fills+11 race_fills+1 cancel_rejects+1
 
 story lost_race_of_a_part_filled_order_fills_what_is_left
-ALPHA > D 11=a1|&sell|38=300
-ALPHA < 8 150=0
-feed    5 300 @ 190.00 last
+ALPHA rests 11=a1|&sell|38=300
 BETA  > D 11=b1|&hit
 BETA  < 8 150=0
 BETA  < 8 150=2
@@ -337,13 +291,11 @@ ALPHA < 8 150=2|39=2|32=200|14=300|151=0
 ALPHA < 9 39=2
 feed    T 200 @ 190.00; 5 0 @ 190.00 last
 log     bench: cancel of a1 loses the race to a fill (filled in full, cancel rejected 'too late to cancel')
-counts  orders+2 accepts+2 fills+3 race_fills+1 cancel_rejects+1
+counts  orders+1 accepts+1 fills+3 race_fills+1 cancel_rejects+1
 
 story lost_race_leaves_a_closing_that_the_next_cancel_is_too_late_for
 control fill_on_cancel
-ALPHA > D 11=a1|&sell
-ALPHA < 8 150=0
-feed    5 100 @ 190.00 last
+ALPHA rests 11=a1|&sell
 ALPHA > F 11=c1|41=a1
 ALPHA < 8 150=2
 ALPHA < 9
@@ -351,23 +303,15 @@ feed    T 100 @ 190.00; 5 0 @ 190.00 last
 log     bench: cancel of a1 loses the race to a fill (filled in full, cancel rejected 'too late to cancel')
 ALPHA > F 11=c2|41=a1
 ALPHA < 9 37=NONE|39=2|102=0|58=Too late to cancel
-counts  orders+1 accepts+1 fills+1 race_fills+1 late_cancels+1 cancel_rejects+2
+counts  fills+1 race_fills+1 late_cancels+1 cancel_rejects+2
 
 # Too late, or for an unknown order: not counted.
 story lost_race_counts_only_cancels_that_found_a_live_order
 script fill_on_cancel_every=2
-ALPHA > D 11=a1|&sell
-ALPHA < 8 150=0
-feed    5 100 @ 190.00 last
-ALPHA > D 11=a2|&sell
-ALPHA < 8 150=0|37=$second
-feed    5 200 @ 190.00 last
-ALPHA > D 11=a3|&sell
-ALPHA < 8 150=0
-feed    5 300 @ 190.00 last
-ALPHA > D 11=a4|&sell
-ALPHA < 8 150=0
-feed    5 400 @ 190.00 last
+ALPHA rests 11=a1|&sell
+ALPHA rests 11=a2|&sell|37=$second
+ALPHA rests 11=a3|&sell
+ALPHA rests 11=a4|&sell
 ALPHA > F 11=c1|41=a1
 ALPHA < 8 150=4|41=a1
 feed    5 300 @ 190.00 last
@@ -389,16 +333,12 @@ ALPHA < 8 150=2
 ALPHA < 9
 log     bench: cancel of a4 loses the race to a fill (filled in full, cancel rejected 'too late to cancel')
 feed    T 100 @ 190.00; 5 0 @ 190.00 last
-counts  orders+4 accepts+4 fills+2 race_fills+2 cancels+2 cancel_rejects+4 late_cancels+1 stale_cancels+1
+counts  fills+2 race_fills+2 cancels+2 cancel_rejects+4 late_cancels+1 stale_cancels+1
 
 story lost_race_one_shots_take_the_next_cancels_and_a_refused_one_spends_none
 control fill_on_cancel
-ALPHA > D 11=a1|&sell
-ALPHA < 8 150=0
-feed    5 100 @ 190.00 last
-ALPHA > D 11=a2|&sell
-ALPHA < 8 150=0
-feed    5 200 @ 190.00 last
+ALPHA rests 11=a1|&sell
+ALPHA rests 11=a2|&sell
 ALPHA > F 11=c0|41=zz
 ALPHA < 9
 log     bench: stale cancel for zz (unknown order)
@@ -410,20 +350,14 @@ feed    T 100 @ 190.00; 5 100 @ 190.00 last
 ALPHA > F 11=c2|41=a2
 ALPHA < 8 150=4
 feed    5 0 @ 190.00 last
-counts  orders+2 accepts+2 fills+1 race_fills+1 cancels+1 cancel_rejects+2 stale_cancels+1
+counts  fills+1 race_fills+1 cancels+1 cancel_rejects+2 stale_cancels+1
 
 # The second cancel is lost for both reasons: none is left for the third.
 story lost_race_by_a_rule_spends_a_one_shot_too
 script fill_on_cancel_every=2
-ALPHA > D 11=a1|&sell
-ALPHA < 8 150=0
-feed    5 100 @ 190.00 last
-ALPHA > D 11=a2|&sell
-ALPHA < 8 150=0
-feed    5 200 @ 190.00 last
-ALPHA > D 11=a3|&sell
-ALPHA < 8 150=0
-feed    5 300 @ 190.00 last
+ALPHA rests 11=a1|&sell
+ALPHA rests 11=a2|&sell
+ALPHA rests 11=a3|&sell
 ALPHA > F 11=c1|41=a1
 ALPHA < 8 150=4
 feed    5 200 @ 190.00 last
@@ -436,7 +370,7 @@ feed    T 100 @ 190.00; 5 100 @ 190.00 last
 ALPHA > F 11=c3|41=a3
 ALPHA < 8 150=4
 feed    5 0 @ 190.00 last
-counts  orders+3 accepts+3 fills+1 race_fills+1 cancels+2 cancel_rejects+1
+counts  fills+1 race_fills+1 cancels+2 cancel_rejects+1
 
 story lost_race_its_order_events_come_in_the_order_of_its_messages
 script fill_on_cancel_every=1

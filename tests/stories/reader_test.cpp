@@ -107,6 +107,9 @@ TEST(Reader, a_client_comes_and_goes) {
   EXPECT_EQ(step_of("ALPHA disconnects").kind, Kind::DISCONNECT);
   EXPECT_EQ(step_of("ALPHA resets").kind, Kind::RESET);
   EXPECT_EQ(step_of("ALPHA closed").kind, Kind::CLOSED);
+  const Step rests = step_of("ALPHA rests 11=a1|37=$id");
+  EXPECT_EQ(rests.kind, Kind::REST);
+  EXPECT_EQ(text_of(rests.fields), "11=a1|37=$id");
   const Step raw = step_of("ALPHA >> 8=FIX.4.2|9=x");
   EXPECT_EQ(raw.kind, Kind::RAW);
   EXPECT_EQ(raw.words, "8=FIX.4.2|9=x");

@@ -28,8 +28,7 @@ class RealWorld : public World {
   std::vector<client::OrderEvent> take_events() override { return exchange_.events(); }
   client::ControlStats stats() override;
   void end() override;
-  /// Behind the report of a fill, where the steady clock's milliseconds change within a turn.
-  bool has_stray_heartbeats() const override { return true; }
+  bool time_passes() const override { return true; }
 
  private:
   void carry_out(const Act& act);

@@ -59,6 +59,17 @@ std::vector<Spoilt> spoilt_stories() {
              "tag 34 is not so"),
       spoilt("a_close_not_named", "BETA    closed\n", "", "not named: BETA is closed"),
       spoilt("a_close_that_does_not_come", "BETA    > 5\nBETA    < 5\n", "", "BETA is not closed"),
+      // A beginning.
+      spoilt("an_order_that_does_not_rest",
+             "ALPHA > D 11=a1|55=AAPL|54=2|38=300|40=2|44=190.00|18=i\n",
+             "ALPHA rests 11=a1|55=AAPL|54=2|38=300|40=2|44=190.00|18=i|59=3\n", "no level"),
+      spoilt("an_order_that_is_refused",
+             "ALPHA > D 11=a1|55=AAPL|54=2|38=300|40=2|44=190.00|18=i\n",
+             "ALPHA rests 11=a1|55=AAPL|54=2|38=0|40=2|44=190.00|18=i\n", "tag 150 is not so"),
+      spoilt("an_order_that_trades", "BETA    > 1 112=x\n",
+             "BETA rests 11=b1|55=AAPL|54=2|38=300|40=2|44=190.00|18=i\n"
+             "ALPHA rests 11=a2|55=AAPL|54=1|38=100|40=2|44=190.00|18=i\n",
+             "no order that rests but T 100"),
       // The feed.
       spoilt("a_trade_not_named", "T 300 @ 190.00 id $trade; ", "", "the feed shows: T 300"),
       spoilt("a_level_not_named", "feed    5 300 @ 190.00 last\n", "", "not named: the feed shows"),

@@ -209,6 +209,9 @@ void Reader::read_client_step(Step& step, std::string_view rest) {
     step.words = take_word(rest);
     if (step.words.empty()) refuse("no MsgType");
     step.fields = fields_of(rest);
+  } else if (verb == "rests") {
+    step.kind = Kind::REST;
+    step.fields = fields_of(rest);
   } else if (verb == ">>") {
     step.kind = Kind::RAW;
   } else if (verb == "connects" && rest.empty()) {
@@ -220,7 +223,7 @@ void Reader::read_client_step(Step& step, std::string_view rest) {
   } else if (verb == "closed" && rest.empty()) {
     step.kind = Kind::CLOSED;
   } else {
-    refuse("a client does >, >>, connects, disconnects or resets, hears <, or is closed");
+    refuse("a client does >, >>, rests, connects, disconnects or resets, hears <, or is closed");
   }
   const bool is_first = met_.insert(step.connection).second;
   if (is_first && step.kind != Kind::CONNECT) now_.story.logged_on.push_back(step.connection);

@@ -28,6 +28,7 @@ enum class Kind {
   // What else happens to the exchange:
   CONTROL,  // a command, and the reply that must come
   PASS,     // time
+  REST,     // a client's order is sent, acknowledged and comes to rest
   // What must come of it:
   HEAR,  // the connection's next message
   CLOSED,

@@ -7,6 +7,7 @@
 #include <set>
 #include <stdexcept>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "stories/event_words.h"
@@ -69,6 +70,7 @@ class Telling {
   Act act_of(const Step& step);
   std::vector<FieldWords> filled(const std::vector<FieldWords>& fields) const;
 
+  void rest(const Step& step);
   void hear(const Step& step);
   void check_field(const FixMessage& message, const FieldWords& field);
   void check_closed(const Step& step);
@@ -245,9 +247,12 @@ std::vector<FieldWords> Telling::filled(const std::vector<FieldWords>& fields) c
 void Telling::carry_out(const Step& step) {
   switch (step.kind) {
     case Kind::PASS:
-      demand_nothing_else();
+      // Where time passes by itself, what it brings may come while the story is getting there.
+      if (!world_.time_passes()) demand_nothing_else();
       world_.pass(step.ms);
       return collect();
+    case Kind::REST:
+      return rest(step);
     case Kind::HEAR:
       return hear(step);
     case Kind::CLOSED:
@@ -263,6 +268,35 @@ void Telling::carry_out(const Step& step) {
     default:
       fail("is no step of its own");
   }
+}
+
+/// What any order does that comes to rest, so that a story can begin behind it.
+void Telling::rest(const Step& step) {
+  Step order = step;
+  Step answer = step;
+  order.kind = Kind::SEND;
+  order.words = "D";
+  answer.kind = Kind::HEAR;
+  answer.words = "8";
+  answer.fields = {{150, "0"}, {39, "0"}};
+  const auto is_of_the_answer = [](const FieldWords& field) {
+    return field.tag == 37 || field.tag == 17;
+  };
+  for (const FieldWords& field : step.fields) {
+    if (is_of_the_answer(field)) answer.fields.push_back(field);
+  }
+  std::erase_if(order.fields, is_of_the_answer);
+  do_acts({&order});
+  hear(answer);
+  if (feed_.empty()) fail("the feed shows no level");
+  const auto* const level = std::get_if<client::LevelUpdate>(&feed_.front());
+  if (level == nullptr || level->size == 0 || !level->last_of_event) {
+    fail("the feed shows no order that rests but " + words_of(feed_.front(), with_symbols_, true));
+  }
+  feed_.pop_front();
+  if (!events_.empty() && events_.front().starts_with("new ")) events_.pop_front();
+  ++counted_["orders"];
+  ++counted_["accepts"];
 }
 
 void Telling::hear(const Step& step) {
@@ -401,7 +435,7 @@ void Telling::demand_nothing_else() {
 
 /// Where the machine's clock alone may bring Heartbeats, they are passed over.
 void Telling::drop_beats(const std::string& connection) {
-  if (!world_.has_stray_heartbeats()) return;
+  if (!world_.time_passes()) return;
   std::deque<FixMessage>& waiting = fix_.waiting(connection);
   while (!waiting.empty() && is_beat(waiting.front())) {
     fix_.next_in(connection) = waiting.front().seq() + 1;

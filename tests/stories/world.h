@@ -47,8 +47,9 @@ class World {
   /// comes ahead of the exchange's own close.
   virtual void end() = 0;
 
-  /// A Heartbeat may come that the clock of the machine alone decides about.
-  virtual bool has_stray_heartbeats() const = 0;
+  /// Time passes by itself, not in pass() alone. Then a stray Heartbeat may come behind the report
+  /// of a fill, when the steady clock's milliseconds change within a turn.
+  virtual bool time_passes() const = 0;
 };
 
 /// Lines that come by the clock alone.
