@@ -67,14 +67,16 @@ feed    5 0 @ 190.00 last
 counts  cancels+1
 
 story without_a_name_is_answered_under_the_orders_own_and_no_other
-ALPHA rests 11=a1|&sell
+ALPHA rests 11=a1|&sell|37=$id
 ALPHA > F 41=a1
 ALPHA < 8 150=4|11=a1|!41
 feed    5 0 @ 190.00 last
+event   cancel a1 oid $id AAPL S 100 @ 190 cum 0 leaves 0 last 0 "cancel"
 ALPHA rests 11=a2|&sell
 ALPHA > F 11=|41=a2
 ALPHA < 8 150=4|11=a2|!41
 feed    5 0 @ 190.00 last
+event   cancel a2 oid $id+1 AAPL S 100 @ 190 cum 0 leaves 0 last 0 "cancel"
 counts  cancels+2
 
 story is_an_order_event_of_the_order_it_cancels
@@ -83,11 +85,11 @@ ALPHA < 8 150=0|37=$id
 feed    5 100 @ 190.00 last
 event   new a1 oid $id AAPL S 100 @ 190 cum 0 leaves 100 last 0 ""
 ALPHA > F 11=c1|41=a1
++ ALPHA > F 11=c2|41=a1
 ALPHA < 8 150=4
+ALPHA < 9 37=NONE|11=c2|41=a1|39=2|102=0|434=1|58=Too late to cancel
 feed    5 0 @ 190.00 last
 event   cancel a1 oid $id AAPL S 100 @ 190 cum 0 leaves 0 last 0 "cancel"
-ALPHA > F 11=c2|41=a1
-ALPHA < 9 11=c2
 event   cancel_reject a1 oid 0 - - 0 @ 0 cum 0 leaves 0 last 0 "Too late to cancel"
 counts  orders+1 accepts+1 cancels+1 cancel_rejects+1 late_cancels+1
 
@@ -141,17 +143,46 @@ story of_an_order_never_seen_is_for_an_unknown_order
 ALPHA > F 11=c1|41=zz
 ALPHA < 9 34=2|37=NONE|11=c1|41=zz|39=8|102=1|434=1|58=Unknown order
 log     bench: stale cancel for zz (unknown order)
+event   cancel_reject zz oid 0 - - 0 @ 0 cum 0 leaves 0 last 0 "Unknown order"
 counts  stale_cancels+1 cancel_rejects+1
 ALPHA > D 11=a1|&sell
-ALPHA < 8 34=3|150=0|17=$exec
+ALPHA < 8 34=3|150=0|17=$exec|37=$id
 feed    5 100 @ 190.00 last
+event   new a1 oid $id AAPL S 100 @ 190 cum 0 leaves 100 last 0 ""
 ALPHA > F 11=c1|41=zz
 ALPHA < 9 34=4
 log     bench: stale cancel for zz (unknown order)
+event   cancel_reject zz oid 0 - - 0 @ 0 cum 0 leaves 0 last 0 "Unknown order"
 ALPHA > D 11=a2|&sell
 ALPHA < 8 34=5|150=0|17=$exec+1
 feed    5 200 @ 190.00 last
+event   new a2 oid $id+1 AAPL S 100 @ 190 cum 0 leaves 100 last 0 ""
 counts  orders+2 accepts+2 stale_cancels+1 cancel_rejects+1
+
+story of_an_order_that_the_ladder_refused_is_for_an_unknown_order
+ALPHA > D 11=a1|&sell|44=190.005
+ALPHA < 8 150=8|58=InvalidPrice
+ALPHA > F 11=c1|41=a1
+ALPHA < 9 39=8|102=1|58=Unknown order
+log     bench: stale cancel for a1 (unknown order)
+counts  stale_cancels+1 cancel_rejects+1
+
+# The refusal overtakes the fill, which is told at the end of the turn.
+story of_an_order_filled_earlier_in_the_turn_is_refused_before_the_fill_is_told
+BETA  > 0
+ALPHA rests 11=a1|&sell|37=$id
+BETA  > D 11=b1|&hit|40=2|44=190.00
++ ALPHA > F 11=c1|41=a1
+BETA  < 8 150=0|11=b1
+BETA  < 8 150=2|11=b1
+ALPHA < 9 34=3|37=NONE|11=c1|41=a1|39=2|102=0|434=1|58=Too late to cancel
+ALPHA < 8 34=4|150=2|11=a1|32=100|151=0|14=100
+feed    T 100 @ 190.00; 5 0 @ 190.00 last
+event   new b1 oid $id+1 AAPL B 100 @ 190 cum 0 leaves 100 last 0 ""
+event   fill b1 oid $id+1 AAPL B 100 @ 190 cum 100 leaves 0 last 100 ""
+event   cancel_reject a1 oid 0 - - 0 @ 0 cum 0 leaves 0 last 0 "Too late to cancel"
+event   fill a1 oid $id AAPL S 100 @ 190 cum 100 leaves 0 last 100 ""
+counts  orders+1 accepts+1 fills+2 late_cancels+1 cancel_rejects+1
 
 story without_any_names_is_for_an_unknown_order
 ALPHA > F 55=AAPL
@@ -297,12 +328,12 @@ story lost_race_leaves_a_closing_that_the_next_cancel_is_too_late_for
 control fill_on_cancel
 ALPHA rests 11=a1|&sell
 ALPHA > F 11=c1|41=a1
++ ALPHA > F 11=c2|41=a1
 ALPHA < 8 150=2
 ALPHA < 9
+ALPHA < 9 37=NONE|39=2|102=0|58=Too late to cancel
 feed    T 100 @ 190.00; 5 0 @ 190.00 last
 log     bench: cancel of a1 loses the race to a fill (filled in full, cancel rejected 'too late to cancel')
-ALPHA > F 11=c2|41=a1
-ALPHA < 9 37=NONE|39=2|102=0|58=Too late to cancel
 counts  fills+1 race_fills+1 late_cancels+1 cancel_rejects+2
 
 # Too late, or for an unknown order: not counted.
@@ -313,12 +344,12 @@ ALPHA rests 11=a2|&sell|37=$second
 ALPHA rests 11=a3|&sell
 ALPHA rests 11=a4|&sell
 ALPHA > F 11=c1|41=a1
++ ALPHA > F 11=c2|41=a1
++ ALPHA > F 11=c3|41=zz
 ALPHA < 8 150=4|41=a1
+ALPHA < 9 37=NONE|58=Too late to cancel
+ALPHA < 9 37=NONE|58=Unknown order
 feed    5 300 @ 190.00 last
-ALPHA > F 11=c2|41=a1
-ALPHA < 9 37=NONE
-ALPHA > F 11=c3|41=zz
-ALPHA < 9 37=NONE
 log     bench: stale cancel for zz (unknown order)
 ALPHA > F 11=c4|41=a2
 ALPHA < 8 150=2
@@ -335,6 +366,7 @@ log     bench: cancel of a4 loses the race to a fill (filled in full, cancel rej
 feed    T 100 @ 190.00; 5 0 @ 190.00 last
 counts  fills+2 race_fills+2 cancels+2 cancel_rejects+4 late_cancels+1 stale_cancels+1
 
+# And whoever stands ahead in the queue.
 story lost_race_one_shots_take_the_next_cancels_and_a_refused_one_spends_none
 control fill_on_cancel
 ALPHA rests 11=a1|&sell
@@ -342,13 +374,13 @@ ALPHA rests 11=a2|&sell
 ALPHA > F 11=c0|41=zz
 ALPHA < 9
 log     bench: stale cancel for zz (unknown order)
-ALPHA > F 11=c1|41=a1
-ALPHA < 8 150=2
+ALPHA > F 11=c1|41=a2
+ALPHA < 8 150=2|11=a2
 ALPHA < 9
-log     bench: cancel of a1 loses the race to a fill (filled in full, cancel rejected 'too late to cancel')
+log     bench: cancel of a2 loses the race to a fill (filled in full, cancel rejected 'too late to cancel')
 feed    T 100 @ 190.00; 5 100 @ 190.00 last
-ALPHA > F 11=c2|41=a2
-ALPHA < 8 150=4
+ALPHA > F 11=c2|41=a1
+ALPHA < 8 150=4|41=a1
 feed    5 0 @ 190.00 last
 counts  fills+1 race_fills+1 cancels+1 cancel_rejects+2 stale_cancels+1
 

@@ -109,6 +109,22 @@ ALPHA < 8 150=5|55=LONGSYMBOL1
 feed    5 600 @ 190.00 last
 counts  replaces+1 replace_rejects+1
 
+story a_refusal_is_an_order_event_under_the_old_name_with_the_new_as_its_ref
+ALPHA rests 11=a1|&sell|37=$id
+ALPHA > G 11=a2|&to|38=0
+ALPHA < 9 11=a2|41=a1
+event   replace_reject a1 oid $id - - 0 @ 0 cum 0 leaves 0 last 0 "InvalidOrderQty" ref a2
+control replace_reject
+ALPHA > G 11=a2|&to
+ALPHA < 9 11=a2|41=a1
+log     bench: scripted replace reject for a1 -> a2 (the order stands as it was)
+event   replace_reject a1 oid $id - - 0 @ 0 cum 0 leaves 0 last 0 "bench:scripted_replace_reject" ref a2
+ALPHA > G 11=a2|&to
+ALPHA < 8 150=5
+feed    5 600 @ 190.00 last
+event   replace a2 oid $id AAPL S 600 @ 190 cum 0 leaves 600 last 0 "" ref a1
+counts  replaces+1 replace_rejects+2
+
 # Each line mends what answered before.
 story a_request_with_many_faults_gets_the_word_of_the_first
 ALPHA rests 11=a1|&sell
@@ -300,6 +316,22 @@ ALPHA < 8 150=1|11=a2|37=$id|32=1
 feed    T 300 @ 190.01; T 1 @ 190.01; 5 99 @ 190.01 last
 counts  orders+1 accepts+1 replaces+1 fills+4
 
+story to_another_price_and_back_does_not_bring_the_place_back
+ALPHA rests 11=a1|&sell|38=300
+BETA  rests 11=b1|&sell|38=300
+ALPHA > G 11=a2|&to|38=200|44=190.01
+ALPHA < 8 150=5|11=a2|41=a1|38=200|44=190.01|151=200
+feed    5 300 @ 190.00; 5 200 @ 190.01 last
+ALPHA > G 11=a3|&to|41=a2|38=200
+ALPHA < 8 150=5|11=a3|41=a2|44=190|151=200
+feed    5 500 @ 190.00; 5 0 @ 190.01 last
+GAMMA > D 11=g1|&hit|38=300
+GAMMA < 8 150=0
+GAMMA < 8 150=2
+BETA  < 8 150=2|11=b1
+feed    T 300 @ 190.00; 5 200 @ 190.00 last
+counts  orders+1 accepts+1 replaces+2 fills+2
+
 # 600 are open of 1000: 1000 leaves 600 open, 1001 one more.
 story is_judged_by_open_shares_and_not_by_order_size
 ALPHA rests 11=a1|&sell
@@ -404,6 +436,38 @@ ALPHA > F 11=c2|41=a2
 ALPHA < 8 150=4|41=a2|37=$id
 feed    5 0 @ 190.00 last
 counts  replaces+1 cancels+1 replace_rejects+2 cancel_rejects+1 late_cancels+2 stale_cancels+1
+
+# It names the new order then.
+story the_old_name_is_free_again
+ALPHA rests 11=a1|&sell|37=$id
+ALPHA > G 11=a2|&to|44=190.01
+ALPHA < 8 150=5|11=a2|41=a1
+feed    5 0 @ 190.00; 5 600 @ 190.01 last
+ALPHA rests 11=a1|&sell|44=190.02|37=$id+1
+ALPHA > F 11=c2|41=a2
+ALPHA < 8 150=4|11=c2|41=a2|37=$id|44=190.01
+feed    5 0 @ 190.01 last
+ALPHA > F 11=c3|41=a1
+ALPHA < 8 150=4|11=c3|41=a1|37=$id+1|44=190.02
+feed    5 0 @ 190.02 last
+counts  replaces+1 cancels+2
+
+# Under the old name and as it was when it happened.
+story a_fill_of_the_turn_is_told_behind_the_replace
+BETA  > 0
+ALPHA rests 11=a1|&sell|38=300|37=$id
+BETA  > D 11=b1|&hit|38=100|40=2|44=190.00
++ ALPHA > G 11=a2|&to|38=250|!44
+BETA  < 8 150=0
+BETA  < 8 150=2|17=$exec
+ALPHA < 8 34=3|150=5|11=a2|41=a1|37=$id|38=250|151=150|14=100|6=190|17=$exec+1
+ALPHA < 8 34=4|150=1|39=1|11=a1|37=$id|38=300|32=100|31=190|151=200|14=100|17=$exec+2
+feed    T 100 @ 190.00; 5 200 @ 190.00 last; 5 150 @ 190.00 last
+event   new b1 oid $id+1 AAPL B 100 @ 190 cum 0 leaves 100 last 0 ""
+event   fill b1 oid $id+1 AAPL B 100 @ 190 cum 100 leaves 0 last 100 ""
+event   replace a2 oid $id AAPL S 250 @ 190 cum 100 leaves 150 last 0 "" ref a1
+event   fill a1 oid $id AAPL S 300 @ 190 cum 100 leaves 200 last 100 ""
+counts  orders+1 accepts+1 replaces+1 fills+2
 
 story may_take_a_name_that_was_closed_a_moment_ago_and_keep_its_place
 ALPHA rests 11=a1|&sell|37=$id
