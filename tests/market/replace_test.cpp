@@ -15,7 +15,6 @@ namespace quorl::test {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr std::string_view SELL_1000 = "35=D|11=a1|55=AAPL|54=2|38=1000|40=2|44=190.00|59=0|18=i";
 constexpr std::string_view REPLACE = "35=G|11=a2|41=a1|55=AAPL|54=2|38=600|44=190.00";
