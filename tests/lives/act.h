@@ -32,6 +32,12 @@ enum class Kind : uint8_t {
 };
 constexpr size_t KINDS = 19;
 
+/// Any number chooses one.
+template <typename List>
+const auto& pick(const List& list, size_t choice) {
+  return list[choice % list.size()];
+}
+
 struct Act {
   Kind kind = Kind::TURNS;
   uint8_t who = 0;

@@ -32,15 +32,9 @@ namespace {
 namespace client = quorl::client;
 
 constexpr uint32_t SESSION = 77;
-constexpr uint64_t NS_PER_MS = 1'000'000;
 constexpr uint64_t OPENS_AT_NS = 1'700'049'600'000'000'000;  // 2023-11-15 12:00:00
 constexpr day::Network::Ports PORTS{.fix = 7001, .snap = 7002, .control = 7003, .gap_fill = 7004};
 const std::string ORDER_EVENTS = "orders.jsonl";
-
-template <typename List>
-const auto& pick(const List& list, size_t choice) {
-  return list[choice % list.size()];
-}
 
 const std::vector<const char*> SYMBOLS = {"AAPL:190.00", "AAPL:190.00,MSFT:410.00", "PENNY:0.85",
                                           "LOW:0.02,HIGH:100000"};
@@ -149,7 +143,9 @@ Life::Life(uint32_t setup, const Tampering& tampering) : tampering_(tampering) {
   const char* const scenario = pick(SCENARIOS, setup >> 8 & 0xff);
   ::setenv("QUORL_SCENARIO", scenario, 1);
   may_cross_ = std::string_view(scenario).find("partial_fill") != std::string_view::npos;
-  network_.on_wait = [this] { return day::Network::Wait{NS_PER_MS, std::exchange(sleep_ns_, 0)}; };
+  network_.on_wait = [this] {
+    return day::Network::Wait{day::NS_PER_MS, std::exchange(sleep_ns_, 0)};
+  };
   network_.on_datagram = [this](day::Kind kind, std::string_view bytes) {
     opening_.emplace_back(kind, bytes);
     if (feed_) hear();
@@ -241,7 +237,7 @@ void Life::act(const Act& act) {
     case Kind::SLEEP: {
       constexpr std::array<uint64_t, 9> SLEEPS_MS = {1,    40,   299,   300,  1000,
                                                      2000, 2500, 10001, 80000};
-      sleep_ns_ += pick(SLEEPS_MS, act.a) * NS_PER_MS;
+      sleep_ns_ += pick(SLEEPS_MS, act.a) * day::NS_PER_MS;
       return turns(1);
     }
     case Kind::REFUSED_ACCEPT:
