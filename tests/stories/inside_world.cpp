@@ -6,6 +6,7 @@
 #include <string_view>
 #include <utility>
 
+#include "day/day_clock.h"
 #include "quorl/client/bytes.h"
 #include "quorl/client/iex_tp.h"
 
@@ -72,7 +73,7 @@ void InsideWorld::settle() {
 void InsideWorld::pass(uint64_t ms) {
   while (ms != 0) {
     const uint64_t step = std::min(ms, MOST_WAIT_MS);
-    wait_ns_ = step * WholeExchange::NS_PER_MS;
+    wait_ns_ = step * day::NS_PER_MS;
     exchange_.turn();
     ms -= step;
   }
@@ -93,7 +94,7 @@ bool InsideWorld::closed(const std::string& connection, bool) {
 
 std::vector<std::string> InsideWorld::take_replies() { return std::exchange(replies_, {}); }
 
-std::vector<client::DeepMessage> InsideWorld::take_feed() {
+std::vector<client::DeepMessage> InsideWorld::take_feed(bool) {
   std::vector<client::DeepMessage> messages;
   for (const std::string& datagram : exchange_.network.take_feed()) {
     for (const client::TpMessage& message :
