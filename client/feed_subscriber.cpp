@@ -8,7 +8,7 @@
 namespace quorl::client {
 namespace {
 
-constexpr std::chrono::milliseconds WAIT_STEP{50};
+constexpr std::chrono::milliseconds LOOK_STEP{50};
 
 bool is_of_session(const RawPacket& raw, uint32_t session) {
   constexpr size_t SESSION_AT = 8;
@@ -88,7 +88,7 @@ bool FeedSubscriber::wait_until(const std::function<bool()>& done,
     if (done()) return true;
     if (deadline.expired()) return false;
     const auto step = std::min<std::chrono::milliseconds>(
-        WAIT_STEP, std::chrono::milliseconds(deadline.remaining_ms()));
+        LOOK_STEP, std::chrono::milliseconds(deadline.remaining_ms()));
     early_ = receiver_.take(Deadline::after(step));
   }
 }

@@ -109,7 +109,7 @@ GapFillAnswer GapFillClient::collect(Deadline deadline) {
 GapFillAnswer GapFillClient::fetch_raw(ByteView request, std::chrono::milliseconds patience) {
   socket_ = UdpSocket::on_loopback();  // what a former answer left behind stays behind
   send(request);
-  send(encode({.session_id = session_}));
+  send(encode(GapFillRequest{.session_id = session_}));
   return collect(Deadline::after(patience));
 }
 
@@ -135,7 +135,7 @@ std::map<uint64_t, TpMessage> GapFillClient::fetch_all(uint64_t first, uint64_t 
 
 GapFillAnswer GapFillClient::status(std::chrono::milliseconds patience) {
   socket_ = UdpSocket::on_loopback();
-  send(encode({.session_id = session_}));
+  send(encode(GapFillRequest{.session_id = session_}));
   return collect(Deadline::after(patience));
 }
 

@@ -14,7 +14,7 @@ namespace {
 constexpr size_t MOST_TRUTH_LEVELS = 10;
 constexpr size_t MOST_FILE_LEVELS = 5;
 
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
+bool is_json_digit(char c) { return c >= '0' && c <= '9'; }
 
 std::string default_text(double value) {
   std::ostringstream text;
@@ -85,7 +85,7 @@ class TextWalk {
     }
     std::string digits(left_.substr(0, point));
     digits += left_.substr(point + 1, DECIMALS);
-    if (!std::all_of(digits.begin(), digits.end(), is_digit) || digits.size() > 18) {
+    if (!std::all_of(digits.begin(), digits.end(), is_json_digit) || digits.size() > 18) {
       fail("a float of four decimals");
     }
     left_.remove_prefix(point + 1 + DECIMALS);

@@ -15,9 +15,9 @@ constexpr const char* COUNTERS[] = {
     "resend_requests", "replays",      "replayed"};
 
 /// Walks a text of fixed words and plain decimal numbers.
-class TextWalk {
+class StatsWalk {
  public:
-  explicit TextWalk(std::string_view text) : text_(text), left_(text) {}
+  explicit StatsWalk(std::string_view text) : text_(text), left_(text) {}
 
   void word(std::string_view expected) {
     if (!left_.starts_with(expected)) fail("\"" + std::string(expected) + "\"");
@@ -59,7 +59,7 @@ class TextWalk {
   std::string_view left_;
 };
 
-BenchStats walk_bench_stats(TextWalk& walk) {
+BenchStats walk_bench_stats(StatsWalk& walk) {
   BenchStats stats;
   for (const char* const& counter : COUNTERS) {
     if (&counter != std::begin(COUNTERS)) walk.word(" ");
@@ -70,7 +70,7 @@ BenchStats walk_bench_stats(TextWalk& walk) {
   return stats;
 }
 
-FaultStats walk_fault_stats(TextWalk& walk) {
+FaultStats walk_fault_stats(StatsWalk& walk) {
   FaultStats stats;
   stats.sent = walk.number_behind("quorl faults: sent ");
   stats.dropped = walk.number_behind(" dropped ");
@@ -82,21 +82,21 @@ FaultStats walk_fault_stats(TextWalk& walk) {
 }  // namespace
 
 BenchStats parse_bench_stats(std::string_view text) {
-  TextWalk walk(text);
+  StatsWalk walk(text);
   BenchStats stats = walk_bench_stats(walk);
   walk.end();
   return stats;
 }
 
 FaultStats parse_fault_stats(std::string_view text) {
-  TextWalk walk(text);
+  StatsWalk walk(text);
   const FaultStats stats = walk_fault_stats(walk);
   walk.end();
   return stats;
 }
 
 ControlStats parse_control_stats(std::string_view text) {
-  TextWalk walk(text);
+  StatsWalk walk(text);
   ControlStats stats;
   stats.counters = walk_bench_stats(walk);
   stats.next_seq = walk.number_behind(" next_seq=");
@@ -110,7 +110,7 @@ ControlStats parse_control_stats(std::string_view text) {
 }
 
 DeepStats parse_deep_stats_line(std::string_view line) {
-  TextWalk walk(line);
+  StatsWalk walk(line);
   DeepStats stats;
   stats.messages = walk.number_behind("[quorl] deep msgs ");
   stats.packets = walk.number_behind(" packets ");

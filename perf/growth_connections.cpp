@@ -18,7 +18,6 @@ namespace perf {
 namespace {
 
 constexpr size_t AT_ONCE = 7;  // fewer than the listener lets wait
-constexpr size_t WIDE = 4000;  // prices a side
 constexpr uint32_t ABSENT_CENTS = 20000;
 
 /// Connections that come and go without a word. On return all have gone.

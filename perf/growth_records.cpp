@@ -19,8 +19,7 @@ namespace client = quorl::client;
 namespace perf {
 namespace {
 
-constexpr size_t WIDE = 4000;       // prices a side
-constexpr uint32_t AT_ONCE = 5000;  // messages of one ResendRequest
+constexpr uint32_t ASKED_AT_ONCE = 5000;  // messages of one ResendRequest
 
 }  // namespace
 
@@ -61,8 +60,8 @@ void measure_resend(const Settings& settings, Report& report) {
     size_t replayed = 0;
     const uint32_t last = session->last_received();
     const double replayed_us = rig.us_of([&] {
-      for (uint32_t first = 1; first <= last; first += AT_ONCE) {
-        replayed += session->fetch_again(first, std::min(first + AT_ONCE - 1, last));
+      for (uint32_t first = 1; first <= last; first += ASKED_AT_ONCE) {
+        replayed += session->fetch_again(first, std::min(first + ASKED_AT_ONCE - 1, last));
       }
     });
     if (replayed != orders) throw WrongReply(std::to_string(replayed) + " reports came again");

@@ -24,7 +24,6 @@ constexpr std::chrono::milliseconds SCHEDULING_TIMES[] = {200ms, 100ms, 50ms};
 constexpr std::chrono::milliseconds SURELY_NONE_FIRED = 280ms;  // they fire after 300 ms
 constexpr size_t BURST = 500;
 constexpr size_t MOST_TURNS = 100;
-constexpr size_t WIDE = 4000;  // prices a side
 
 struct Scheduled {
   size_t orders = 0;     // that could be scheduled in time

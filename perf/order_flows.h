@@ -11,6 +11,9 @@
 
 namespace perf {
 
+/// Prices a side of a wide book.
+constexpr size_t WIDE = 4000;
+
 /// An order of a crowd that rests, in turn on both sides, spread over `prices` a side, so far from
 /// the opening price of 190.00 that nothing meets it. Neighbours in `i` are far apart in price.
 NewOrder resting_order(size_t i, size_t prices);

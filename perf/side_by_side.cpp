@@ -19,8 +19,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr size_t WIDE = 4000;  // prices a side
-
 struct Exchange {
   explicit Exchange(const client::SimulatorOptions& options)
       : server(options, ANY_CPU), feed(server.ports()), session("PERF", Waiting::SLEEPING) {

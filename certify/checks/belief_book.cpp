@@ -21,7 +21,7 @@ namespace client = quorl::client;
 namespace certify {
 namespace {
 
-constexpr const char* FILE_NAME = "book.json";
+constexpr const char* BOOK_FILE = "book.json";
 // The exchange's own book file as it stood before and after the client was stopped, or at a mark.
 constexpr const char* TRUTH_FILES[] = {"truth-book.json", "truth-book-after.json"};
 constexpr size_t LEVELS = 5;
@@ -87,7 +87,7 @@ class BeliefBook : public Check {
   // Behind the exchange's orderly end, which has written the market truth file to its last line.
   void finish(TimeNs) override {
     for (const Taken& taken : taken_) {
-      if (const auto content = read_belief(taken.belief, FILE_NAME)) compare(*content, taken);
+      if (const auto content = read_belief(taken.belief, BOOK_FILE)) compare(*content, taken);
     }
   }
 
@@ -105,7 +105,7 @@ class BeliefBook : public Check {
 
   void compare(const std::string& content, const Taken& taken) {
     seen();
-    const std::string where = name_of(taken.belief, FILE_NAME);
+    const std::string where = name_of(taken.belief, BOOK_FILE);
     client::BookFile believed;
     try {
       believed = client::parse_book_file(content);

@@ -9,7 +9,7 @@
 namespace certify {
 namespace {
 
-constexpr const char* FILE_NAME = "events.jsonl";
+constexpr const char* EVENTS_FILE = "events.jsonl";
 
 class BeliefEvents : public Check {
  public:
@@ -25,7 +25,7 @@ class BeliefEvents : public Check {
   // Decisions come late, so all is compared at the end.
   void finish(TimeNs) override {
     for (const auto& [at, taken] : taken_) {
-      if (const auto content = read_belief(taken, FILE_NAME)) {
+      if (const auto content = read_belief(taken, EVENTS_FILE)) {
         compare(read_events(*content), taken, at);
       }
     }
@@ -35,7 +35,7 @@ class BeliefEvents : public Check {
   void compare(const EventsFile& file, const BeliefTaken& taken, TimeNs at) {
     seen();
     for (const std::string& flaw : file.flaws) {
-      blame({at, name_of(taken, FILE_NAME) + ", " + flaw, {}});
+      blame({at, name_of(taken, EVENTS_FILE) + ", " + flaw, {}});
     }
     if (!truth_.consistent()) {
       return remark("order events and reports do not fit together: events are not compared");
@@ -45,7 +45,7 @@ class BeliefEvents : public Check {
       untold += finding.untold;
       if (finding.wrong.empty()) continue;
       blame({at,
-             name_of(taken, FILE_NAME) + ": the events of " + finding.order +
+             name_of(taken, EVENTS_FILE) + ": the events of " + finding.order +
                  " are not those that the exchange decided",
              std::move(finding.wrong)});
     }

@@ -9,7 +9,7 @@
 namespace certify {
 namespace {
 
-constexpr const char* FILE_NAME = "positions.csv";
+constexpr const char* POSITIONS_FILE = "positions.csv";
 
 class BeliefPositions : public Check {
  public:
@@ -25,7 +25,7 @@ class BeliefPositions : public Check {
   // Decisions come late, so all is compared at the end.
   void finish(TimeNs) override {
     for (const auto& [at, taken] : taken_) {
-      if (const auto content = read_belief(taken, FILE_NAME)) {
+      if (const auto content = read_belief(taken, POSITIONS_FILE)) {
         compare(read_positions(*content), taken, at);
       }
     }
@@ -35,7 +35,7 @@ class BeliefPositions : public Check {
   void compare(const PositionsFile& file, const BeliefTaken& taken, TimeNs at) {
     seen();
     for (const std::string& flaw : file.flaws) {
-      blame({at, name_of(taken, FILE_NAME) + ", " + flaw, {}});
+      blame({at, name_of(taken, POSITIONS_FILE) + ", " + flaw, {}});
     }
     if (!truth_.consistent()) {
       return remark("order events and reports do not fit together: positions are not compared");
@@ -44,7 +44,8 @@ class BeliefPositions : public Check {
     for (PositionFinding& finding : truth_.compare(file.rows, at)) {
       if (finding.kind == PositionFinding::Kind::UNTOLD) ++untold;
       if (finding.kind != PositionFinding::Kind::WRONG) continue;
-      blame({at, name_of(taken, FILE_NAME) + ": " + finding.what, std::move(finding.evidence)});
+      blame(
+          {at, name_of(taken, POSITIONS_FILE) + ": " + finding.what, std::move(finding.evidence)});
     }
     if (untold > 0) {
       remark(std::to_string(untold) + " position(s) differ from the truth by reports that never " +

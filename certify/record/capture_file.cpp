@@ -3,12 +3,6 @@
 #include "certify/record/output_file.h"
 
 namespace certify {
-namespace {
-
-constexpr TimeNs FLUSH_EVERY = 500 * MILLISECOND;
-
-}  // namespace
-
 CaptureFile::CaptureFile(const std::string& path) {
   try {
     writer_.emplace(path, tools::CaptureWriter::IfThere::REPLACE);

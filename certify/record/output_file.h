@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "certify/record/time.h"
+
 namespace certify {
 
 /// A file of a run's folder cannot be made; the text names it and says why.
@@ -12,6 +14,9 @@ class CannotRecord : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
+
+/// What has been written stands in its file after so long, for who reads along.
+constexpr TimeNs FLUSH_EVERY = 500 * MILLISECOND;
 
 /// A file that is written from its beginning, record by record. What cannot be written is said in
 /// failure() and not thrown, since records come from within a tap: from then on nothing is written,

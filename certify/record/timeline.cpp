@@ -6,12 +6,11 @@
 #include <cstdio>
 #include <variant>
 
+#include "certify/record/output_file.h"
 #include "certify/record/sorted_lines.h"
 
 namespace certify {
 namespace {
-
-constexpr TimeNs FLUSH_EVERY = 500 * MILLISECOND;
 
 bool is_left_out(const Event& event) {
   if (const auto* feed = std::get_if<FeedHeard>(&event.what)) return feed->packet.is_heartbeat();

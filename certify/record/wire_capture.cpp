@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "certify/record/byte_view.h"
 #include "certify/record/stream_frame.h"
 #include "tools/capture/udp_frame.h"
 
@@ -16,11 +17,6 @@ constexpr size_t LONGEST_SEGMENT = 32 * 1024;
 constexpr uint32_t PORTS_OF_A_SERVICE = 10'000;
 constexpr size_t ETHERNET_ADDRESS = 6;
 
-client::ByteView view_of(std::string_view bytes) {
-  return {reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()};
-}
-
-size_t index_of(Party party) { return static_cast<size_t>(party); }
 Party other(Party party) { return party == Party::CLIENT ? Party::EXCHANGE : Party::CLIENT; }
 
 uint16_t port_of(const ServicePorts& ports, Service service) {

@@ -5,6 +5,7 @@
 #include <optional>
 #include <utility>
 
+#include "certify/record/byte_view.h"
 #include "certify/record/fix_cutter.h"
 #include "certify/record/gap_request.h"
 #include "certify/record/image_line.h"
@@ -14,12 +15,6 @@ namespace client = quorl::client;
 
 namespace certify {
 namespace {
-
-client::ByteView view_of(std::string_view bytes) {
-  return {reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()};
-}
-
-size_t index_of(Party party) { return static_cast<size_t>(party); }
 
 /// Both ways of a connection, each with what it needs to be read.
 struct FixLine {

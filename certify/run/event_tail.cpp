@@ -13,7 +13,7 @@ namespace client = quorl::client;
 namespace certify {
 namespace {
 
-constexpr size_t MOST_AT_ONCE = 1024 * 1024;
+constexpr size_t MOST_BYTES_AT_ONCE = 1024 * 1024;
 
 }  // namespace
 
@@ -22,7 +22,7 @@ EventTail::~EventTail() {
 }
 
 std::vector<client::OrderEvent> EventTail::take() {
-  while (partial_.size() < MOST_AT_ONCE && read_more()) {
+  while (partial_.size() < MOST_BYTES_AT_ONCE && read_more()) {
   }
   std::vector<client::OrderEvent> events;
   size_t begin = 0;

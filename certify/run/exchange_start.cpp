@@ -13,7 +13,7 @@ namespace certify {
 namespace {
 
 constexpr unsigned MOST_STARTS = 5;
-constexpr TimeNs PATIENCE = 30 * SECOND;
+constexpr TimeNs START_PATIENCE = 30 * SECOND;
 constexpr int LOOK_MS = 20;
 
 /// The session in the line that tells that all its ports listen.
@@ -51,7 +51,7 @@ void read_lines(ExchangeProcess& exchange, Beginning& beginning) {
 
 Beginning await_service(ExchangeProcess& exchange, int stop) {
   Beginning beginning;
-  const TimeNs deadline = now_ns() + PATIENCE;
+  const TimeNs deadline = now_ns() + START_PATIENCE;
   while (now_ns() < deadline) {
     pollfd set[] = {{stop, POLLIN, 0}, {exchange.fd(), POLLIN, 0}};
     (void)::poll(set, 2, LOOK_MS);

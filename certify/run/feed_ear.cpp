@@ -10,7 +10,7 @@ namespace client = quorl::client;
 namespace certify {
 namespace {
 
-constexpr unsigned MOST_AT_ONCE = 512;
+constexpr unsigned MOST_DATAGRAMS_AT_ONCE = 512;
 constexpr size_t LARGEST = 2048;  // a packet of the feed has 1500 bytes at most
 
 }  // namespace
@@ -20,7 +20,7 @@ FeedEar::FeedEar(const std::string& group, uint16_t port)
 
 void FeedEar::take(const std::function<void(client::ByteView packet)>& heard) {
   std::array<uint8_t, LARGEST> bytes;
-  for (unsigned i = 0; i < MOST_AT_ONCE; ++i) {
+  for (unsigned i = 0; i < MOST_DATAGRAMS_AT_ONCE; ++i) {
     iovec piece{bytes.data(), bytes.size()};
     alignas(cmsghdr) char control[256];
     msghdr message{};

@@ -15,7 +15,7 @@ namespace client = quorl::client;
 namespace certify {
 namespace {
 
-constexpr TimeNs PATIENCE = 2 * SECOND;
+constexpr TimeNs REPLY_PATIENCE = 2 * SECOND;
 
 std::string logon(const std::string& comp_id, uint64_t seq) {
   return client::compose_fix(
@@ -48,7 +48,7 @@ bool Intruder::gone(TimeNs now) {
   char answer[4096];
   const ssize_t got = ::recv(fd_, answer, sizeof answer, MSG_DONTWAIT);
   const bool nothing_yet = got < 0 && (errno == EAGAIN || errno == EINTR);
-  return !nothing_yet || now - came_at_ > PATIENCE;
+  return !nothing_yet || now - came_at_ > REPLY_PATIENCE;
 }
 
 }  // namespace certify

@@ -18,8 +18,8 @@ namespace client = quorl::client;
 namespace certify {
 namespace {
 
-constexpr int LOOK_MS = 20;
-constexpr TimeNs PATIENCE = 5 * SECOND;
+constexpr int LOOK_AGAIN_MS = 20;
+constexpr TimeNs END_PATIENCE = 5 * SECOND;
 
 int complain(const std::string& what) {
   std::cerr << "quorl-certify: " << what << '\n';
@@ -53,10 +53,10 @@ ClientProcess::Command command_for(const NoPlanOptions& options, const Surroundi
 /// Until the command has ended, by itself or because of the signal.
 void attend(ClientProcess& process, ExchangeProcess& exchange, const tools::StopSignal& stop) {
   bool told = false;
-  while (!process.over(now_ns(), PATIENCE)) {
+  while (!process.over(now_ns(), END_PATIENCE)) {
     std::vector<pollfd> set;
     exchange.collect(set);
-    (void)::poll(set.data(), set.size(), LOOK_MS);
+    (void)::poll(set.data(), set.size(), LOOK_AGAIN_MS);
     (void)exchange.take_lines();
     if (stop.came()) process.ask_to_end(now_ns());
     if (const auto end = exchange.poll_exit(); end && !told) {
@@ -68,11 +68,11 @@ void attend(ClientProcess& process, ExchangeProcess& exchange, const tools::Stop
 
 void end(ExchangeProcess& exchange) {
   exchange.ask_to_end();
-  const TimeNs deadline = now_ns() + PATIENCE;
+  const TimeNs deadline = now_ns() + END_PATIENCE;
   while (!exchange.poll_exit() && now_ns() < deadline) {
     std::vector<pollfd> set;
     exchange.collect(set);
-    (void)::poll(set.data(), set.size(), LOOK_MS);
+    (void)::poll(set.data(), set.size(), LOOK_AGAIN_MS);
     (void)exchange.take_lines();
   }
 }

@@ -10,7 +10,7 @@ namespace {
 
 constexpr size_t MOST_SOCKETS = 64;
 /// Whoever sends faster than can be passed on must not hold up the other taps.
-constexpr int MOST_READS_AT_ONCE = 64;
+constexpr int MOST_DATAGRAMS_AT_ONCE = 64;
 constexpr TimeNs NEXT_TRY = MILLISECOND;
 
 }  // namespace
@@ -37,7 +37,7 @@ void DatagramTap::serve() {
 }
 
 void DatagramTap::take_requests() {
-  for (int i = 0; i < MOST_READS_AT_ONCE && requests_wait_ && requests_.has_room(); ++i) {
+  for (int i = 0; i < MOST_DATAGRAMS_AT_ONCE && requests_wait_ && requests_.has_room(); ++i) {
     const Received got = receive(listening_, context_.buffer.data(), context_.buffer.size());
     if (got.size >= 0) {
       take(Party::CLIENT, number_of(got.from), got);
@@ -55,7 +55,7 @@ void DatagramTap::take_replies() {
 void DatagramTap::take_replies_of(uint32_t number) {
   const auto socket = sockets_.find(number);
   bool more = socket != sockets_.end();
-  for (int i = 0; i < MOST_READS_AT_ONCE && more && replies_.has_room(); ++i) {
+  for (int i = 0; i < MOST_DATAGRAMS_AT_ONCE && more && replies_.has_room(); ++i) {
     const Received got =
         receive(socket->second.to_exchange, context_.buffer.data(), context_.buffer.size());
     if (got.size >= 0) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -8,6 +9,8 @@
 namespace certify {
 
 enum class Party : uint8_t { CLIENT, EXCHANGE };
+constexpr size_t index_of(Party party) { return static_cast<size_t>(party); }
+
 enum class Service : uint8_t { FIX, IMAGES, GAP_FILL };
 
 /// One way through a tap: a TCP connection of the client, or for gap fill one socket of it, known

@@ -222,6 +222,8 @@ class Trial:
             together = self.new_file(".cpp")
             together.write_text("".join(f'#include "{path}"\n' for path in sources))
             sources = [together]
+        if self.mutant.file.endswith(".cpp") and source != str(self.build.root / self.mutant.file):
+            raise SystemExit(f"mutants: {self.mutant.file} is compiled as a piece of {source}")
         ours = self.new_file(".o")
         words = [str(ours) if word == group[0] else str(sources[0]) if word == source else word
                  for word in words if word != "-Werror"]

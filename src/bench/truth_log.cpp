@@ -13,7 +13,7 @@
 namespace quorl {
 namespace {
 
-constexpr int LEVELS_PER_SIDE = 10;
+constexpr int LEVELS_AROUND = 10;
 
 constexpr size_t LONGEST_PRICE = 32;  // characters
 
@@ -39,7 +39,7 @@ void put_levels(TextWriter& out, const BookSide& side) {
     out.text(written == 0 ? "[" : ",[");
     put_price(out, price);
     out.character(',').number(size).character(']');
-    return ++written < LEVELS_PER_SIDE;
+    return ++written < LEVELS_AROUND;
   });
 }
 
@@ -79,7 +79,7 @@ void write_book_line(Engine& engine, const Stock& stock) {
   constexpr size_t LONGEST_LEVEL = LONGEST_PRICE + 16;
   constexpr size_t AROUND_LEVELS = 128;  // all else of fixed size
   static std::string memory;             // of one line, kept for the next
-  memory.resize(AROUND_LEVELS + stock.symbol.size() + 2 * LEVELS_PER_SIDE * LONGEST_LEVEL);
+  memory.resize(AROUND_LEVELS + stock.symbol.size() + 2 * LEVELS_AROUND * LONGEST_LEVEL);
   TextWriter line(memory.data());
   line.text("{\"seq\":").number(engine.publisher->last_seq());
   line.text(",\"secid\":").number(stock.locate);

@@ -7,24 +7,24 @@
 namespace quorl::client {
 namespace {
 
-const std::string FILL =
+const std::string FILL_LINE =
     R"({"t":1700000000000000001,"ev":"fill","cl":"a1","oid":7,"symbol":"AAPL","side":"B",)"
     R"("qty":500,"px":189.99,"cum":300,"leaves":200,"last_qty":300,"text":""})";
 const std::string REPLACE =
     R"({"t":5,"ev":"replace","cl":"a2","oid":7,"symbol":"AAPL","side":"S","qty":600,"px":190,)"
     R"("cum":0,"leaves":600,"last_qty":0,"text":"","ref":"a1"})";
-const std::string CANCEL_REJECT =
+const std::string CANCEL_REJECT_LINE =
     R"({"t":5,"ev":"cancel_reject","cl":"a1","oid":0,"symbol":"","side":" ","qty":0,"px":0,)"
     R"("cum":0,"leaves":0,"last_qty":0,"text":"Unknown order"})";
 
-std::string with(std::string text, const std::string& what, const std::string& by) {
+std::string altered(std::string text, const std::string& what, const std::string& by) {
   const size_t at = text.find(what);
   EXPECT_NE(at, std::string::npos) << what;
   return text.replace(at, what.size(), by);
 }
 
 TEST(OrderEvents, a_line_is_read_key_by_key) {
-  const OrderEvent event = parse_order_event(FILL);
+  const OrderEvent event = parse_order_event(FILL_LINE);
   EXPECT_EQ(event.t_ns, 1700000000000000001u);
   EXPECT_EQ(event.ev, "fill");
   EXPECT_EQ(event.cl, "a1");
@@ -39,46 +39,49 @@ TEST(OrderEvents, a_line_is_read_key_by_key) {
   EXPECT_EQ(event.text, "");
   EXPECT_FALSE(event.ref.has_value());
   EXPECT_EQ(parse_order_event(REPLACE).ref, "a1");
-  EXPECT_EQ(parse_order_event(CANCEL_REJECT).text, "Unknown order");
+  EXPECT_EQ(parse_order_event(CANCEL_REJECT_LINE).text, "Unknown order");
 }
 
 TEST(OrderEvents, a_line_that_differs_in_form_is_refused) {
-  EXPECT_THROW(parse_order_event(FILL + " "), WireError);
-  EXPECT_THROW(parse_order_event(with(FILL, "\"t\":", "\"t\": ")), WireError);
-  EXPECT_THROW(parse_order_event(with(FILL, "\"fill\"", "\"filled\"")), WireError);
-  EXPECT_THROW(parse_order_event(with(FILL, "\"oid\":7", "\"oid\":\"7\"")), WireError);
-  EXPECT_THROW(parse_order_event(with(FILL, "\"oid\":7", "\"oid\":07")), WireError);
-  EXPECT_THROW(parse_order_event(with(FILL, "\"side\":\"B\"", "\"side\":\"X\"")), WireError);
-  EXPECT_THROW(parse_order_event(with(FILL, "189.99", "189.9900")), WireError);
-  EXPECT_THROW(parse_order_event(with(FILL, "189.99", "1234.567")), WireError);
-  EXPECT_THROW(parse_order_event(with(FILL, "189.99", "nan")), WireError);
-  EXPECT_THROW(parse_order_event(with(FILL, "\"qty\":500", "\"qty\":-1")), WireError);
-  EXPECT_THROW(parse_order_event(with(FILL, "\"qty\":500", "\"qty\":4294967296")), WireError);
-  EXPECT_THROW(parse_order_event(with(FILL, "\"cum\":300,", "")), WireError);
-  EXPECT_THROW(parse_order_event(with(REPLACE, "\"ref\":\"a1\"", "\"ref\":\"\"")), WireError);
+  EXPECT_THROW(parse_order_event(FILL_LINE + " "), WireError);
+  EXPECT_THROW(parse_order_event(altered(FILL_LINE, "\"t\":", "\"t\": ")), WireError);
+  EXPECT_THROW(parse_order_event(altered(FILL_LINE, "\"fill\"", "\"filled\"")), WireError);
+  EXPECT_THROW(parse_order_event(altered(FILL_LINE, "\"oid\":7", "\"oid\":\"7\"")), WireError);
+  EXPECT_THROW(parse_order_event(altered(FILL_LINE, "\"oid\":7", "\"oid\":07")), WireError);
+  EXPECT_THROW(parse_order_event(altered(FILL_LINE, "\"side\":\"B\"", "\"side\":\"X\"")),
+               WireError);
+  EXPECT_THROW(parse_order_event(altered(FILL_LINE, "189.99", "189.9900")), WireError);
+  EXPECT_THROW(parse_order_event(altered(FILL_LINE, "189.99", "1234.567")), WireError);
+  EXPECT_THROW(parse_order_event(altered(FILL_LINE, "189.99", "nan")), WireError);
+  EXPECT_THROW(parse_order_event(altered(FILL_LINE, "\"qty\":500", "\"qty\":-1")), WireError);
+  EXPECT_THROW(parse_order_event(altered(FILL_LINE, "\"qty\":500", "\"qty\":4294967296")),
+               WireError);
+  EXPECT_THROW(parse_order_event(altered(FILL_LINE, "\"cum\":300,", "")), WireError);
+  EXPECT_THROW(parse_order_event(altered(REPLACE, "\"ref\":\"a1\"", "\"ref\":\"\"")), WireError);
 }
 
 TEST(OrderEvents, keys_come_once_and_in_their_order) {
-  EXPECT_THROW(
-      parse_order_event(with(FILL, R"("cum":300,"leaves":200)", R"("leaves":200,"cum":300)")),
-      WireError);
-  EXPECT_THROW(parse_order_event(with(FILL, "\"oid\":7", "\"oid\":7,\"oid\":7")), WireError);
-  EXPECT_THROW(parse_order_event(with(FILL, "\"text\":\"\"", "\"text\":\"\",\"more\":1")),
+  EXPECT_THROW(parse_order_event(
+                   altered(FILL_LINE, R"("cum":300,"leaves":200)", R"("leaves":200,"cum":300)")),
                WireError);
-  EXPECT_THROW(parse_order_event(FILL + FILL), WireError);
+  EXPECT_THROW(parse_order_event(altered(FILL_LINE, "\"oid\":7", "\"oid\":7,\"oid\":7")),
+               WireError);
+  EXPECT_THROW(parse_order_event(altered(FILL_LINE, "\"text\":\"\"", "\"text\":\"\",\"more\":1")),
+               WireError);
+  EXPECT_THROW(parse_order_event(FILL_LINE + FILL_LINE), WireError);
 }
 
 TEST(OrderEvents, what_a_client_put_into_its_names_is_read_as_it_stands) {
   for (const std::string name : {"a\"1", "a\\1", "\\u0061", "\t", "\xe4"}) {
-    EXPECT_EQ(parse_order_event(with(FILL, "\"a1\"", '"' + name + '"')).cl, name);
+    EXPECT_EQ(parse_order_event(altered(FILL_LINE, "\"a1\"", '"' + name + '"')).cl, name);
   }
 }
 
 TEST(OrderEvents, every_line_of_a_file_must_be_whole) {
-  EXPECT_EQ(parse_order_events(FILL + "\n" + REPLACE + "\n").size(), 2u);
+  EXPECT_EQ(parse_order_events(FILL_LINE + "\n" + REPLACE + "\n").size(), 2u);
   EXPECT_TRUE(parse_order_events("").empty());
-  EXPECT_THROW(parse_order_events(FILL + "\n" + REPLACE), WireError);
-  EXPECT_THROW(parse_order_events(FILL + "\n\n"), WireError);
+  EXPECT_THROW(parse_order_events(FILL_LINE + "\n" + REPLACE), WireError);
+  EXPECT_THROW(parse_order_events(FILL_LINE + "\n\n"), WireError);
 }
 
 const std::string BOOK =
@@ -108,11 +111,11 @@ TEST(MarketTruth, a_mark_is_told_from_a_book) {
 }
 
 TEST(MarketTruth, a_line_that_differs_in_form_is_refused) {
-  EXPECT_THROW(parse_market_truth(with(BOOK, "189.9900", "189.99")), WireError);
-  EXPECT_THROW(parse_market_truth(with(BOOK, "189.9800", "189.9900")), WireError);
-  EXPECT_THROW(parse_market_truth(with(BOOK, "189.9800", "190.0100")), WireError);
-  EXPECT_THROW(parse_market_truth(with(BOOK, ",500]", ",0]")), WireError);
-  EXPECT_THROW(parse_market_truth(with(BOOK, "],[", "], [")), WireError);
+  EXPECT_THROW(parse_market_truth(altered(BOOK, "189.9900", "189.99")), WireError);
+  EXPECT_THROW(parse_market_truth(altered(BOOK, "189.9800", "189.9900")), WireError);
+  EXPECT_THROW(parse_market_truth(altered(BOOK, "189.9800", "190.0100")), WireError);
+  EXPECT_THROW(parse_market_truth(altered(BOOK, ",500]", ",0]")), WireError);
+  EXPECT_THROW(parse_market_truth(altered(BOOK, "],[", "], [")), WireError);
   EXPECT_THROW(parse_market_truth(BOOK + "\n"), WireError);
   EXPECT_THROW(parse_market_truth(R"({"mark":"x","seq":9)"), WireError);
   std::string eleven = R"({"seq":1,"secid":1,"symbol":"X","bid":[],"ask":[)";

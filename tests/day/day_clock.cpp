@@ -5,7 +5,6 @@
 namespace day {
 namespace {
 
-constexpr uint64_t NS_PER_MS = 1'000'000;
 constexpr uint64_t START_STEADY_NS = 1'000'000 * NS_PER_MS;
 constexpr uint64_t READING_NS = 7;
 

@@ -9,6 +9,8 @@
 
 namespace day {
 
+constexpr uint64_t NS_PER_MS = 1'000'000;
+
 /// Both clocks to the start of a day; the steady clock begins at 1 000 000 ms.
 void reset_clock(uint64_t system_ns);
 

@@ -13,8 +13,6 @@ namespace {
 
 Network* network = nullptr;  // of the day that runs
 
-constexpr uint64_t NS_PER_MS = 1'000'000;
-
 std::string address_text(const sockaddr_in& address) {
   const uint32_t ip = ntohl(address.sin_addr.s_addr);
   return std::to_string(ip >> 24) + '.' + std::to_string(ip >> 16 & 255) + '.' +

@@ -303,7 +303,6 @@ void Day::run() {
 
 /// Ends the turn: takes what it left, and lets the other side act.
 Network::Wait Day::between_turns() {
-  constexpr uint64_t NS_PER_MS = 1'000'000;
   constexpr int64_t NS_PER_HOUR = 3600'000'000'000;
   collect();
   outputs_.end_turn();

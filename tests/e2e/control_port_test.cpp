@@ -15,6 +15,7 @@
 #include "quorl/client/json_lines.h"
 #include "quorl/client/temp_directory.h"
 #include "quorl/client/udp.h"
+#include "tests/e2e/support/exchange.h"
 #include "tests/e2e/support/one_turn.h"
 #include "tests/e2e/support/watched_exchange.h"
 
@@ -31,8 +32,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::MatchesRegex;
-
-constexpr ExitStatus STATUS_0{.exited = true, .code = 0, .signal = 0};
 
 // --- What is said to a datagram ---
 

@@ -104,12 +104,6 @@ std::vector<size_t> counts(const std::vector<TpPacket>& packets) {
   return counts;
 }
 
-uint64_t system_ns() {
-  return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(
-                                   std::chrono::system_clock::now().time_since_epoch())
-                                   .count());
-}
-
 /// What waits unread at the UDP port, as the kernel's table counts it: an empty datagram too.
 uint64_t unread(uint16_t port) {
   constexpr int HEX = 16;
@@ -137,14 +131,6 @@ void send_and_await(GapFillClient& client, const Exchange& exchange, const Bytes
     if (deadline.expired()) throw client::Timeout("the datagram does not reach the exchange");
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
-}
-
-/// So many symbols that the opening outgrows its first packets: "S1:50,S2:50,...".
-std::string symbols(unsigned count) {
-  std::string text;
-  for (unsigned i = 1; i <= count; ++i) text += "S" + std::to_string(i) + ":50,";
-  text.pop_back();
-  return text;
 }
 
 TEST(GapFill, everything_ever_multicast_comes_back_byte_for_byte_at_its_number_and_offset) {

@@ -62,7 +62,7 @@ TEST(Order, acknowledgement_and_resting_level_stand_field_by_field) {
   expect_counters(exchange, {{"orders", 1}, {"accepts", 1}, {"logins", 1}, {"logons", 1}});
 }
 
-struct Refusal {
+struct RefusedOrder {
   std::string what;
   NewOrder order;
   std::string text;
@@ -79,10 +79,10 @@ NewOrder good_but(Spoil spoil) {
   return order;
 }
 
-std::vector<Refusal> refusals() {
+std::vector<RefusedOrder> refusals() {
   const auto row = [](const std::string& text, const std::string& reason) {
     return [text, reason](const std::string& what, auto spoil) {
-      return Refusal{what, good_but(spoil), text, reason};
+      return RefusedOrder{what, good_but(spoil), text, reason};
     };
   };
   const auto id = row("BrokerOption: invalid ClOrdID", "0");
@@ -96,7 +96,7 @@ std::vector<Refusal> refusals() {
   const auto market_tif = row("InvalidTagCombinationForMarketOrder", "0");
   const auto capacity = row("BrokerOption: invalid OrderCapacity", "0");
   const auto duplicate = row("BrokerOption: duplicate ClOrdID among live orders", "0");
-  std::vector<Refusal> rows;
+  std::vector<RefusedOrder> rows;
   for (const std::string bad :
        {"", "123456789012345678901", "a\"b", "a,b", "a@b", "a|b", "a\xE9,b"}) {
     rows.push_back(id("11=" + bad, [&](NewOrder& o) { o.cl_ord_id = bad; }));
@@ -151,8 +151,8 @@ TEST(Order, each_rule_of_the_ladder_refuses_in_its_own_words_and_leaves_no_trace
   alpha.new_order({.cl_ord_id = "live", .price = "1"});
   alpha.hears("35=8|150=0|37=" + std::to_string(FIRST_ID));
   (void)exchange.news();
-  const std::vector<Refusal> rows = refusals();
-  for (const Refusal& row : rows) {
+  const std::vector<RefusedOrder> rows = refusals();
+  for (const RefusedOrder& row : rows) {
     SCOPED_TRACE(row.what);
     alpha.new_order(row.order);
     const FixMessage report = alpha.next();

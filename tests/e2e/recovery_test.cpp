@@ -359,11 +359,11 @@ client::OrderEvent event_of(const FixMessage& message) {
 }
 
 /// The application messages of each client, by the name that its ClOrdIDs begin with.
-using Told = std::map<std::string, std::map<uint32_t, FixMessage>>;
+using ToldByClient = std::map<std::string, std::map<uint32_t, FixMessage>>;
 
 /// Every line of the order event file was told to the client whose order it is, once, in order,
 /// under the next ExecID, and nobody was told anything else.
-void expect_told_exactly(const Simulator& simulator, const Told& told) {
+void expect_told_exactly(const Simulator& simulator, const ToldByClient& told) {
   std::map<std::string, std::deque<FixMessage>> left;
   for (const auto& [name, messages] : told) {
     for (const auto& [seq, message] : messages) left[name].push_back(message);
@@ -441,7 +441,7 @@ class ReportRecovery : public testing::Test {
   void expect_nothing_lost(const std::vector<RecoveringFixClient*>& clients) {
     exchange().control().ok("pause");
     (void)exchange().turn();
-    Told told;
+    ToldByClient told;
     for (RecoveringFixClient* client : clients) {
       client->recover();
       told[client->session().comp_id()] = client->application_messages();

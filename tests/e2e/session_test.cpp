@@ -59,7 +59,7 @@ TEST(Session, logon_is_answered_and_told_of) {
   EXPECT_FALSE(exchange.control().stats().session_up);
 }
 
-struct Refusal {
+struct RefusedLogon {
   std::string named;  // 49, as sent
   std::string target;
   FixFields body;
@@ -69,7 +69,7 @@ struct Refusal {
 
 TEST(Session, refused_logon_gets_a_logout_with_the_first_reason_and_is_closed) {
   const FixFields good{{98, "0"}, {108, "30"}};
-  const std::vector<Refusal> refusals = {
+  const std::vector<RefusedLogon> refusals = {
       {"ALPHA", "NYSE", good, "1", "TargetCompID 'NYSE' is not IEXG"},
       {"ALPHA", "", good, "1", "TargetCompID '' is not IEXG"},
       {"ALPHA", "iexg", good, "1", "TargetCompID 'iexg' is not IEXG"},
@@ -81,7 +81,7 @@ TEST(Session, refused_logon_gets_a_logout_with_the_first_reason_and_is_closed) {
       {"ALPHA", "IEXG", good, "x", "MsgSeqNum too low, expecting 1 but received 0"}};
   Exchange exchange(still());
   std::map<std::string, uint32_t> next_out;
-  for (const Refusal& refusal : refusals) {
+  for (const RefusedLogon& refusal : refusals) {
     const size_t from = exchange.simulator().line_count();
     FixSession session = exchange.session(refusal.named);
     session.next_in = ++next_out[refusal.named];  // each refusal takes a number of its stream

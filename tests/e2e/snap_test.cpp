@@ -64,12 +64,6 @@ bool is_image(const std::string& reply) { return reply.starts_with("09 00 73 ");
 
 Deadline patience() { return Deadline::after(PATIENCE); }
 
-uint64_t system_ns() {
-  return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(
-                                   std::chrono::system_clock::now().time_since_epoch())
-                                   .count());
-}
-
 /// Returns once the other end's kernel has all that was sent, the end of the stream too.
 void await_delivered(const TcpStream& stream) {
   const Deadline deadline = patience();
@@ -88,14 +82,6 @@ void keep_window_small(const TcpStream& stream) {
   if (::setsockopt(stream.fd(), SOL_SOCKET, SO_RCVBUF, &size, sizeof size) != 0) {
     throw client::SystemError("SO_RCVBUF");
   }
-}
-
-/// So many symbols that the image is large: "S1:50,S2:50,...".
-std::string symbols(unsigned count) {
-  std::string text;
-  for (unsigned i = 1; i <= count; ++i) text += "S" + std::to_string(i) + ":50,";
-  text.pop_back();
-  return text;
 }
 
 /// Writes an image's frames by hand.

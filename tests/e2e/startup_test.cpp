@@ -42,7 +42,6 @@ using testing::MatchesRegex;
 using tools_test::in_own_network;
 using Lines = std::vector<std::string>;
 
-constexpr ExitStatus STATUS_0{.exited = true, .code = 0, .signal = 0};
 constexpr ExitStatus STATUS_1{.exited = true, .code = 1, .signal = 0};
 constexpr ExitStatus STATUS_2{.exited = true, .code = 2, .signal = 0};
 constexpr ExitStatus ABORTED{.exited = false, .code = 0, .signal = SIGABRT};

@@ -26,6 +26,7 @@
 #include "quorl/client/port_slot.h"
 #include "quorl/client/temp_directory.h"
 #include "tests/e2e/support/built.h"
+#include "tests/e2e/support/exchange.h"
 
 namespace client = quorl::client;
 
@@ -38,7 +39,6 @@ using std::chrono::milliseconds;
 using testing::EndsWith;
 using testing::HasSubstr;
 
-constexpr ExitStatus STATUS_0{.exited = true, .code = 0, .signal = 0};
 constexpr milliseconds SOON{200};
 constexpr milliseconds NO_MORE{200};  // an exchange that has not answered by then is held up
 

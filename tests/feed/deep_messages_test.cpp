@@ -10,7 +10,7 @@ namespace {
 using test::Bytes;
 using test::hex;
 
-constexpr uint64_t T = 1'700'000'000'123'456'789;  // 15 CD 85 3D FE 9C 97 17 on the wire
+constexpr uint64_t STAMP = 1'700'000'000'123'456'789;  // 15 CD 85 3D FE 9C 97 17 on the wire
 
 template <typename Message>
 Bytes encoded(const Message& message) {
@@ -21,14 +21,14 @@ Bytes encoded(const Message& message) {
 PriceLevelUpdate level_update() {
   return {.buy = true,
           .event_flags = 1,
-          .timestamp_ns = T,
+          .timestamp_ns = STAMP,
           .symbol = std::string("AAPL"),
           .size = 300,
           .price = 1900150};
 }
 
 TradeReport trade_of(uint32_t size) {
-  return {.timestamp_ns = T,
+  return {.timestamp_ns = STAMP,
           .symbol = std::string("AAPL"),
           .size = size,
           .price = 1900150,
@@ -36,42 +36,43 @@ TradeReport trade_of(uint32_t size) {
 }
 
 TEST(DeepMessages, system_event) {
-  EXPECT_EQ(encoded(SystemEvent{.event = 'O', .timestamp_ns = T}),
+  EXPECT_EQ(encoded(SystemEvent{.event = 'O', .timestamp_ns = STAMP}),
             hex("53 4F 15 CD 85 3D FE 9C 97 17"));
-  EXPECT_EQ(encoded(SystemEvent{.event = 'R', .timestamp_ns = T}),
+  EXPECT_EQ(encoded(SystemEvent{.event = 'R', .timestamp_ns = STAMP}),
             hex("53 52 15 CD 85 3D FE 9C 97 17"));
 }
 
 TEST(DeepMessages, security_directory) {
-  EXPECT_EQ(
-      encoded(SecurityDirectory{
-          .timestamp_ns = T, .symbol = std::string("AAPL"), .adjusted_previous_close = 1900000}),
-      hex("44 00 15 CD 85 3D FE 9C 97 17 41 41 50 4C 20 20 20 20 64 00 00 00"
-          "E0 FD 1C 00 00 00 00 00 01"));
+  EXPECT_EQ(encoded(SecurityDirectory{.timestamp_ns = STAMP,
+                                      .symbol = std::string("AAPL"),
+                                      .adjusted_previous_close = 1900000}),
+            hex("44 00 15 CD 85 3D FE 9C 97 17 41 41 50 4C 20 20 20 20 64 00 00 00"
+                "E0 FD 1C 00 00 00 00 00 01"));
 }
 
 TEST(DeepMessages, trading_status) {
-  EXPECT_EQ(encoded(TradingStatus{.status = 'T', .timestamp_ns = T, .symbol = std::string("AAPL")}),
-            hex("48 54 15 CD 85 3D FE 9C 97 17 41 41 50 4C 20 20 20 20 20 20 20 20"));
+  EXPECT_EQ(
+      encoded(TradingStatus{.status = 'T', .timestamp_ns = STAMP, .symbol = std::string("AAPL")}),
+      hex("48 54 15 CD 85 3D FE 9C 97 17 41 41 50 4C 20 20 20 20 20 20 20 20"));
 }
 
 TEST(DeepMessages, operational_halt_status) {
-  EXPECT_EQ(encoded(OperationalHaltStatus{.timestamp_ns = T, .symbol = std::string("AAPL")}),
+  EXPECT_EQ(encoded(OperationalHaltStatus{.timestamp_ns = STAMP, .symbol = std::string("AAPL")}),
             hex("4F 4E 15 CD 85 3D FE 9C 97 17 41 41 50 4C 20 20 20 20"));
 }
 
 TEST(DeepMessages, short_sale_price_test_status) {
-  EXPECT_EQ(encoded(ShortSalePriceTestStatus{.timestamp_ns = T, .symbol = std::string("AAPL")}),
+  EXPECT_EQ(encoded(ShortSalePriceTestStatus{.timestamp_ns = STAMP, .symbol = std::string("AAPL")}),
             hex("50 00 15 CD 85 3D FE 9C 97 17 41 41 50 4C 20 20 20 20 20"));
 }
 
 TEST(DeepMessages, retail_liquidity_indicator) {
-  EXPECT_EQ(encoded(RetailLiquidityIndicator{.timestamp_ns = T, .symbol = std::string("AAPL")}),
+  EXPECT_EQ(encoded(RetailLiquidityIndicator{.timestamp_ns = STAMP, .symbol = std::string("AAPL")}),
             hex("49 20 15 CD 85 3D FE 9C 97 17 41 41 50 4C 20 20 20 20"));
 }
 
 TEST(DeepMessages, security_event) {
-  EXPECT_EQ(encoded(SecurityEvent{.timestamp_ns = T, .symbol = std::string("AAPL")}),
+  EXPECT_EQ(encoded(SecurityEvent{.timestamp_ns = STAMP, .symbol = std::string("AAPL")}),
             hex("45 4F 15 CD 85 3D FE 9C 97 17 41 41 50 4C 20 20 20 20"));
 }
 
@@ -108,9 +109,9 @@ TEST(DeepMessages, a_trade_of_over_100_shares_is_no_odd_lot_even_if_it_is_no_who
 }
 
 TEST(DeepMessages, a_symbol_of_eight_characters_fills_its_field_and_a_longer_one_is_cut) {
-  EXPECT_EQ(encoded(SecurityEvent{.timestamp_ns = T, .symbol = std::string("LONGSYMB")}),
+  EXPECT_EQ(encoded(SecurityEvent{.timestamp_ns = STAMP, .symbol = std::string("LONGSYMB")}),
             hex("45 4F 15 CD 85 3D FE 9C 97 17 4C 4F 4E 47 53 59 4D 42"));
-  EXPECT_EQ(encoded(SecurityEvent{.timestamp_ns = T, .symbol = std::string("LONGSYMBOL1")}),
+  EXPECT_EQ(encoded(SecurityEvent{.timestamp_ns = STAMP, .symbol = std::string("LONGSYMBOL1")}),
             hex("45 4F 15 CD 85 3D FE 9C 97 17 4C 4F 4E 47 53 59 4D 42"));
 }
 

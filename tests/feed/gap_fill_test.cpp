@@ -23,9 +23,11 @@ namespace {
 using test::Bytes;
 using test::hex;
 using test::joined;
+using test::next_fd;
 using test::Packet;
 using test::packets_of;
 using test::ReservedUdpPort;
+using test::SESSION;
 using test::UdpInbox;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -33,8 +35,6 @@ using testing::Pair;
 using testing::SizeIs;
 using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
-
-constexpr uint32_t SESSION = 0x11223344;
 
 using Ranges = std::vector<std::pair<uint64_t, uint64_t>>;
 
@@ -165,13 +165,6 @@ TEST(GapRequest, ranges_ascend_and_neither_touch_nor_overlap) {
 }
 
 // --- The port ---
-
-/// The descriptor that the next socket will get.
-int next_fd() {
-  const int fd = ::dup(STDERR_FILENO);
-  ::close(fd);
-  return fd;
-}
 
 bool is_open(int fd) { return ::fcntl(fd, F_GETFD) != -1; }
 

@@ -32,20 +32,18 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-constexpr uint64_t T = test::START_SYSTEM_NS;  // 15 CD 85 3D FE 9C 97 17 on the wire
-
 const Bytes ERROR_U = hex("02 00 65 55");
 const Bytes ERROR_A = hex("02 00 65 41");
 const Bytes ERROR_C = hex("02 00 65 43");
 const Bytes ERROR_S = hex("02 00 65 53");
 const Bytes ERROR_R = hex("02 00 65 52");
 
-void put(Bytes& bytes, uint64_t number, size_t width) {
+void put_number(Bytes& bytes, uint64_t number, size_t width) {
   for (size_t i = 0; i < width; ++i) bytes.push_back(static_cast<uint8_t>(number >> (8 * i)));
 }
 
 /// What a well-behaved subscriber sends; each test changes one thing.
-struct Request {
+struct ImageRequest {
   uint16_t length = 57;
   char type = 'r';
   std::string name = "ALPHA";
@@ -57,14 +55,14 @@ struct Request {
   /// As many bytes as the length says, and the two of the length.
   Bytes frame() const {
     Bytes bytes;
-    put(bytes, length, 2);
+    put_number(bytes, length, 2);
     bytes.push_back(static_cast<uint8_t>(type));
     for (size_t i = 0; i < 40; ++i) {
       bytes.push_back(static_cast<uint8_t>(i < name.size() ? name[i] : padding));
     }
-    put(bytes, channel, 4);
-    put(bytes, session, 4);
-    put(bytes, minimum, 8);
+    put_number(bytes, channel, 4);
+    put_number(bytes, session, 4);
+    put_number(bytes, minimum, 8);
     bytes.resize(size_t{length} + 2, 0xEE);
     return bytes;
   }
@@ -102,7 +100,7 @@ struct Image {
   std::vector<Bytes> messages;
 };
 
-Bytes answer(Exchange& exchange, const Request& request) {
+Bytes answer(Exchange& exchange, const ImageRequest& request) {
   Bytes reply;
   standard_error_of([&] { reply = answer_snap_request(exchange.engine, request.frame()); });
   return reply;
@@ -124,7 +122,7 @@ TEST(SnapImage, of_a_small_market_byte_by_byte) {
   exchange.rests({"AAPL buy 300 @ 190.00", "AAPL sell 200 @ 190.01"});
   rest_unflushed(exchange, true, 1899900, 100);
   exchange.engine.system_status = 'R';
-  test::set_system_ns(T);
+  test::set_system_ns(test::START_SYSTEM_NS);
   test::step_system_clock_by(1);  // the segments are stamped first, then the messages
 
   const auto frame = [](const std::string& length, const std::string& payload_length,
@@ -276,7 +274,7 @@ TEST(SnapRequest, a_good_one_gets_the_image_and_is_told_on_standard_error) {
   exchange.rests({"AA buy 100 @ 9.99", "AA buy 100 @ 9.98"});
   Bytes reply;
   EXPECT_EQ(standard_error_of([&] {
-              reply = answer_snap_request(exchange.engine, Request{.minimum = 1}.frame());
+              reply = answer_snap_request(exchange.engine, ImageRequest{.minimum = 1}.frame());
             }),
             "bench: DEEP SNAP served at seq 2 (623 bytes; requested minimum 1)\n");
   EXPECT_THAT(reply, SizeIs(623));
@@ -351,7 +349,7 @@ TEST(SnapRequest, a_number_that_still_waits_in_the_packet_has_been_given_out) {
 
 TEST(SnapRequest, of_several_faults_the_first_of_the_order_u_a_c_s_r_answers) {
   Exchange exchange{"AA:10.00"};
-  Request request{.type = 'x', .name = "", .channel = 2, .session = 3, .minimum = 9};
+  ImageRequest request{.type = 'x', .name = "", .channel = 2, .session = 3, .minimum = 9};
   EXPECT_EQ(answer(exchange, request), ERROR_U);
   request.type = 'r';
   EXPECT_EQ(answer(exchange, request), ERROR_A);
@@ -366,8 +364,8 @@ TEST(SnapRequest, of_several_faults_the_first_of_the_order_u_a_c_s_r_answers) {
 TEST(SnapRequest, a_refusal_is_neither_told_nor_counted) {
   Exchange exchange{"AA:10.00"};
   EXPECT_EQ(standard_error_of([&] {
-              answer_snap_request(exchange.engine, Request{.session = 3}.frame());
-              answer_snap_request(exchange.engine, Request{.minimum = 3}.frame());
+              answer_snap_request(exchange.engine, ImageRequest{.session = 3}.frame());
+              answer_snap_request(exchange.engine, ImageRequest{.minimum = 3}.frame());
             }),
             "");
   EXPECT_EQ(exchange.engine.snapshots_served, 0u);
@@ -441,7 +439,7 @@ class Service {
 TEST(SnapService, one_request_gets_one_reply_and_the_end_of_the_connection) {
   Service service;
   const int peer = service.connect();
-  Service::send(peer, Request{}.frame());
+  Service::send(peer, ImageRequest{}.frame());
   EXPECT_THAT(service.turn(), testing::StartsWith("bench: DEEP SNAP served at seq 0 ("));
   const Received received = Service::receive(peer);
   EXPECT_TRUE(is_image(received.bytes));
@@ -453,7 +451,7 @@ TEST(SnapService, one_request_gets_one_reply_and_the_end_of_the_connection) {
 TEST(SnapService, a_refused_request_gets_its_four_bytes_and_the_end_of_the_connection) {
   Service service;
   const int peer = service.connect();
-  Service::send(peer, Request{.session = 1}.frame());
+  Service::send(peer, ImageRequest{.session = 1}.frame());
   EXPECT_EQ(service.turn(), "");
   const Received received = Service::receive(peer);
   EXPECT_EQ(received.bytes, ERROR_S);
@@ -464,7 +462,7 @@ TEST(SnapService, a_refused_request_gets_its_four_bytes_and_the_end_of_the_conne
 TEST(SnapService, bytes_behind_the_first_request_go_with_the_connection) {
   Service service;
   const int peer = service.connect();
-  Service::send(peer, joined({Request{.session = 1}.frame(), Request{}.frame()}));
+  Service::send(peer, joined({ImageRequest{.session = 1}.frame(), ImageRequest{}.frame()}));
   service.turn();
   service.turn();
   EXPECT_EQ(Service::receive(peer).bytes, ERROR_S);
@@ -474,7 +472,7 @@ TEST(SnapService, bytes_behind_the_first_request_go_with_the_connection) {
 TEST(SnapService, a_request_in_pieces_is_put_together_over_turns) {
   Service service;
   const int peer = service.connect();
-  const Bytes frame = Request{}.frame();
+  const Bytes frame = ImageRequest{}.frame();
   for (size_t i = 0; i + 1 < frame.size(); ++i) {
     Service::send(peer, {frame[i]});
     EXPECT_EQ(service.turn(), "");
@@ -489,7 +487,7 @@ TEST(SnapService, a_request_in_pieces_is_put_together_over_turns) {
 TEST(SnapService, the_longest_request_is_read_piece_by_piece_in_one_turn) {
   Service service;
   const int peer = service.connect();
-  Bytes frame = Request{.length = 65535}.frame();
+  Bytes frame = ImageRequest{.length = 65535}.frame();
   ASSERT_THAT(frame, SizeIs(65537));
   frame.pop_back();
   Service::send(peer, frame);
@@ -517,7 +515,7 @@ TEST(SnapService, a_frame_of_length_1_is_complete_with_its_third_byte) {
 TEST(SnapService, a_frame_of_length_0_is_never_answered_and_ends_with_the_time_limit) {
   Service service;
   const int peer = service.connect();
-  Service::send(peer, joined({hex("00 00"), Request{}.frame()}));
+  Service::send(peer, joined({hex("00 00"), ImageRequest{}.frame()}));
   service.turn();
   service.advance_ms(10000);
   service.turn();
@@ -559,7 +557,7 @@ TEST(SnapService, the_time_limit_counts_from_acceptance_and_not_from_the_last_by
 TEST(SnapService, a_complete_request_is_answered_however_old_the_connection_is) {
   Service service;
   const int peer = service.connect();
-  Service::send(peer, Request{}.frame());
+  Service::send(peer, ImageRequest{}.frame());
   service.advance_ms(20000);
   service.turn();
   EXPECT_TRUE(is_image(Service::receive(peer).bytes));
@@ -568,7 +566,7 @@ TEST(SnapService, a_complete_request_is_answered_however_old_the_connection_is) 
 TEST(SnapService, a_peer_that_ends_in_the_same_pass_gets_nothing_for_its_whole_request) {
   Service service;
   const int peer = service.connect();
-  Service::send(peer, Request{}.frame());
+  Service::send(peer, ImageRequest{}.frame());
   ::shutdown(peer, SHUT_WR);
   EXPECT_EQ(service.turn(), "");
   const Received received = Service::receive(peer);
@@ -582,7 +580,7 @@ TEST(SnapService, a_read_error_closes_without_an_answer) {
   Service service;
   std::array<int, 2> pipe_ends{};
   ASSERT_EQ(0, ::pipe(pipe_ends.data()));  // recv on a pipe fails, and not by EAGAIN
-  service.snaps.push_back({pipe_ends[0], Request{}.frame(), 0});
+  service.snaps.push_back({pipe_ends[0], ImageRequest{}.frame(), 0});
   EXPECT_EQ(service.turn(), "");
   EXPECT_EQ(service.snaps[0].fd, -1);
   EXPECT_EQ(::fcntl(pipe_ends[0], F_GETFD), -1);
@@ -592,7 +590,7 @@ TEST(SnapService, a_read_error_closes_without_an_answer) {
 TEST(SnapService, a_failed_send_loses_the_rest_ends_the_connection_and_raises_no_signal) {
   Service service;
   const int peer = service.connect();
-  Service::send(peer, Request{}.frame());
+  Service::send(peer, ImageRequest{}.frame());
   ::shutdown(peer, SHUT_RD);
   EXPECT_THAT(service.turn(), testing::StartsWith("bench: DEEP SNAP served"));
   EXPECT_EQ(service.snaps[0].fd, -1);
@@ -604,7 +602,7 @@ TEST(SnapService, a_reply_larger_than_the_socket_s_buffer_waits_for_its_reader) 
   const int peer = service.connect();
   const int smallest = 1;
   ::setsockopt(service.snaps[0].fd, SOL_SOCKET, SO_SNDBUF, &smallest, sizeof smallest);
-  Service::send(peer, Request{}.frame());
+  Service::send(peer, ImageRequest{}.frame());
 
   Received received;
   std::thread reader([&] {
@@ -629,11 +627,11 @@ TEST(SnapService, connections_are_served_in_order_and_closed_ones_are_passed_ove
   const int first = service.connect();
   const int second = service.connect();
   const int third = service.connect();
-  Service::send(first, Request{.session = 1}.frame());
+  Service::send(first, ImageRequest{.session = 1}.frame());
   service.turn();
-  Service::send(second, Request{.minimum = 0}.frame());
+  Service::send(second, ImageRequest{.minimum = 0}.frame());
   rest_unflushed(service.exchange, true, 99900, 100);
-  Service::send(third, Request{.minimum = 1}.frame());
+  Service::send(third, ImageRequest{.minimum = 1}.frame());
   EXPECT_THAT(service.turn(),
               testing::MatchesRegex("bench: DEEP SNAP served at seq 1 .*requested minimum 0.\n"
                                     "bench: DEEP SNAP served at seq 1 .*requested minimum 1.\n"));

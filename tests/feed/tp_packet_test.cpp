@@ -13,8 +13,7 @@ namespace {
 
 using test::Bytes;
 using test::hex;
-
-constexpr uint32_t SESSION = 0x11223344;
+using test::SESSION;
 
 Bytes bytes_of(TpPacket& packet) {
   const auto bytes = packet.stamped();

@@ -23,11 +23,13 @@ namespace {
 using test::Bytes;
 using test::hex;
 using test::joined;
+using test::next_fd;
 using test::Packet;
 using test::packets_of;
 using test::PublisherState;
 using test::Retained;
 using test::retained_message;
+using test::SESSION;
 using test::state_of;
 using test::UdpInbox;
 using testing::ElementsAre;
@@ -36,12 +38,9 @@ using testing::SizeIs;
 using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
 
-constexpr uint32_t SESSION = 0x11223344;
-constexpr uint64_t T = test::START_SYSTEM_NS;  // 15 CD 85 3D FE 9C 97 17 on the wire
-
 /// A publisher that sends to us instead of a multicast group.
-struct Feed {
-  Feed() { test::reset_clocks(); }
+struct OwnFeed {
+  OwnFeed() { test::reset_clocks(); }
 
   void append(const Bytes& message) { publisher.append(message.data(), message.size()); }
   void append(size_t size) { append(Bytes(size, 'm')); }
@@ -66,13 +65,6 @@ struct Feed {
   UdpInbox inbox;
   TpPublisher publisher{"127.0.0.1", inbox.port(), "127.0.0.1", SESSION};
 };
-
-/// The descriptor that the next socket will get.
-int next_fd() {
-  const int fd = ::dup(STDERR_FILENO);
-  ::close(fd);
-  return fd;
-}
 
 in_addr_t multicast_interface_of(int fd) {
   in_addr address{};
@@ -131,7 +123,7 @@ class GroupMember {
 // --- Construction ---
 
 TEST(TpPublisher, begins_at_sequence_number_1_and_stream_offset_0_with_an_empty_packet) {
-  Feed feed;
+  OwnFeed feed;
   const PublisherState state = feed.state();
   EXPECT_EQ(state.session_id, SESSION);
   EXPECT_EQ(state.next_seq, 1u);
@@ -192,7 +184,7 @@ TEST(TpPublisher, its_socket_closes_with_it) {
 // --- Packets on the wire ---
 
 TEST(TpPublisher, the_first_packet_byte_by_byte) {
-  Feed feed;
+  OwnFeed feed;
   feed.append(hex("53 4F"));
   feed.append(hex("AA BB CC"));
   feed.publisher.flush();
@@ -203,7 +195,7 @@ TEST(TpPublisher, the_first_packet_byte_by_byte) {
 }
 
 TEST(TpPublisher, the_second_packet_continues_numbers_and_offset) {
-  Feed feed;
+  OwnFeed feed;
   feed.append(hex("01"));
   feed.append(hex("02"));
   feed.publisher.flush();
@@ -219,7 +211,7 @@ TEST(TpPublisher, the_second_packet_continues_numbers_and_offset) {
 }
 
 TEST(TpPublisher, nothing_leaves_before_a_flush) {
-  Feed feed;
+  OwnFeed feed;
   feed.append(10);
   EXPECT_THAT(feed.inbox.take(), IsEmpty());
   EXPECT_EQ(feed.state().waiting, 1u);
@@ -227,7 +219,7 @@ TEST(TpPublisher, nothing_leaves_before_a_flush) {
 }
 
 TEST(TpPublisher, flush_if_pending_sends_only_what_waits) {
-  Feed feed;
+  OwnFeed feed;
   feed.publisher.flush_if_pending();
   EXPECT_EQ(feed.state().packets, 0u);
   feed.append(1);
@@ -238,7 +230,7 @@ TEST(TpPublisher, flush_if_pending_sends_only_what_waits) {
 }
 
 TEST(TpPublisher, flush_itself_does_not_test_for_emptiness) {
-  Feed feed;
+  OwnFeed feed;
   feed.publisher.flush();
   EXPECT_EQ(feed.state().packets, 1u);
   const auto packets = feed.take();
@@ -248,16 +240,16 @@ TEST(TpPublisher, flush_itself_does_not_test_for_emptiness) {
 }
 
 TEST(TpPublisher, flush_stamps_the_system_clock_and_notes_the_steady_one) {
-  Feed feed;
+  OwnFeed feed;
   feed.append(1);
   test::advance_ms(7);
   feed.publisher.flush();
-  EXPECT_EQ(feed.take().at(0).send_time, T + 7'000'000);
+  EXPECT_EQ(feed.take().at(0).send_time, test::START_SYSTEM_NS + 7'000'000);
   EXPECT_EQ(feed.state().last_flush_ms, test::START_STEADY_MS + 7);
 }
 
 TEST(TpPublisher, messages_counts_what_append_was_given_and_packets_what_was_flushed) {
-  Feed feed;
+  OwnFeed feed;
   feed.append(1);
   feed.append(1);
   feed.publisher.flush();
@@ -281,7 +273,7 @@ TEST(TpPublisher, a_failed_send_is_ignored_and_counts_as_sent) {
 // --- The limits of a packet ---
 
 TEST(TpPublisher, a_block_that_ends_at_byte_1500_fits) {
-  Feed feed;
+  OwnFeed feed;
   feed.append(100);
   feed.append(1356);  // 40 + 102 + 1358
   EXPECT_EQ(feed.state().packets, 0u);
@@ -294,7 +286,7 @@ TEST(TpPublisher, a_block_that_ends_at_byte_1500_fits) {
 }
 
 TEST(TpPublisher, a_block_that_would_end_at_byte_1501_goes_into_the_next_packet) {
-  Feed feed;
+  OwnFeed feed;
   feed.append(100);
   feed.append(1357);
   EXPECT_EQ(feed.state().packets, 1u);
@@ -306,7 +298,7 @@ TEST(TpPublisher, a_block_that_would_end_at_byte_1501_goes_into_the_next_packet)
 }
 
 TEST(TpPublisher, the_largest_message_of_all_has_1458_bytes) {
-  Feed feed;
+  OwnFeed feed;
   feed.append(1458);
   EXPECT_EQ(feed.state().packet_size, 1500u);
   feed.publisher.flush();
@@ -314,7 +306,7 @@ TEST(TpPublisher, the_largest_message_of_all_has_1458_bytes) {
 }
 
 TEST(TpPublisher, a_message_that_fits_no_packet_takes_a_number_and_is_kept_but_never_sent) {
-  Feed feed;
+  OwnFeed feed;
   feed.send_packet(10);
   feed.append(1459);
   EXPECT_EQ(feed.state().packets, 1u);
@@ -331,7 +323,7 @@ TEST(TpPublisher, a_message_that_fits_no_packet_takes_a_number_and_is_kept_but_n
 }
 
 TEST(TpPublisher, a_message_that_fits_no_packet_still_flushes_what_waits) {
-  Feed feed;
+  OwnFeed feed;
   feed.append(10);
   feed.append(5000);
   EXPECT_EQ(feed.state().packets, 1u);
@@ -342,7 +334,7 @@ TEST(TpPublisher, a_message_that_fits_no_packet_still_flushes_what_waits) {
 }
 
 TEST(TpPublisher, empty_messages_fill_a_packet_with_730_of_them) {
-  Feed feed;
+  OwnFeed feed;
   for (int i = 0; i < 731; ++i) feed.append(Bytes{});
   const auto packets = feed.take();
   ASSERT_THAT(packets, SizeIs(1));
@@ -353,7 +345,7 @@ TEST(TpPublisher, empty_messages_fill_a_packet_with_730_of_them) {
 // --- The packet begun inside append ---
 
 TEST(TpPublisher, a_packet_begun_inside_append_announces_one_number_too_high) {
-  Feed feed;
+  OwnFeed feed;
   feed.append(1400);  // 1
   feed.append(1000);  // 2: flushes 1 after having taken its number
   feed.append(100);   // 3
@@ -371,14 +363,14 @@ TEST(TpPublisher, a_packet_begun_inside_append_announces_one_number_too_high) {
 }
 
 TEST(TpPublisher, each_packet_begun_inside_append_is_one_too_high_and_not_more) {
-  Feed feed;
+  OwnFeed feed;
   for (int i = 0; i < 4; ++i) feed.append(1400);
   feed.publisher.flush();
   EXPECT_THAT(feed.first_seqs(), ElementsAre(1, 3, 4, 5));
 }
 
 TEST(TpPublisher, a_message_that_overflows_is_retained_with_its_true_number_and_its_true_offset) {
-  Feed feed;
+  OwnFeed feed;
   feed.append(1400);
   feed.append(1000);
   feed.append(100);
@@ -390,7 +382,7 @@ TEST(TpPublisher, a_message_that_overflows_is_retained_with_its_true_number_and_
 }
 
 TEST(TpPublisher, a_packet_announces_the_next_number_as_of_the_flush_before_it) {
-  Feed feed;
+  OwnFeed feed;
   feed.append(5000);  // takes number 1 and flushes nothing
   feed.send_packet();
   feed.send_packet();
@@ -400,7 +392,7 @@ TEST(TpPublisher, a_packet_announces_the_next_number_as_of_the_flush_before_it) 
 // --- What is kept ---
 
 TEST(TpPublisher, retains_each_message_without_its_length_at_the_offset_of_its_block) {
-  Feed feed;
+  OwnFeed feed;
   feed.append(hex("0A 0B"));
   feed.append(hex("0C"));
   feed.publisher.flush();
@@ -430,7 +422,7 @@ TEST(TpPublisher, the_400001st_message_evicts_the_first) {
 }
 
 TEST(TpPublisher, next_block_offset_counts_what_waits_in_the_packet_under_assembly) {
-  Feed feed;
+  OwnFeed feed;
   feed.send_packet(10);
   feed.append(20);
   EXPECT_EQ(feed.state().stream_offset, 12u);
@@ -440,7 +432,7 @@ TEST(TpPublisher, next_block_offset_counts_what_waits_in_the_packet_under_assemb
 // --- Heartbeats ---
 
 TEST(TpPublisher, a_heartbeat_byte_by_byte) {
-  Feed feed;
+  OwnFeed feed;
   feed.append(hex("01"));
   feed.append(hex("02"));
   feed.publisher.flush();
@@ -455,7 +447,7 @@ TEST(TpPublisher, a_heartbeat_byte_by_byte) {
 }
 
 TEST(TpPublisher, a_heartbeat_is_no_packet_of_the_counts_and_moves_no_number) {
-  Feed feed;
+  OwnFeed feed;
   feed.send_packet();
   feed.publisher.send_heartbeat();
   feed.publisher.send_heartbeat();
@@ -468,7 +460,7 @@ TEST(TpPublisher, a_heartbeat_is_no_packet_of_the_counts_and_moves_no_number) {
 }
 
 TEST(TpPublisher, a_heartbeat_flushes_once_what_waits_and_still_follows) {
-  Feed feed;
+  OwnFeed feed;
   feed.append(1);
   feed.publisher.send_heartbeat();
   EXPECT_EQ(feed.state().packets, 1u);
@@ -483,7 +475,7 @@ TEST(TpPublisher, a_heartbeat_flushes_once_what_waits_and_still_follows) {
 }
 
 TEST(TpPublisher, a_heartbeat_is_outside_the_faults) {
-  Feed feed;
+  OwnFeed feed;
   feed.publisher.faults = {.drop_every = 1, .drop_next = 1, .dup_next = 1, .reorder_next = 1};
   CaptureStderr();
   feed.publisher.send_heartbeat();
@@ -495,7 +487,7 @@ TEST(TpPublisher, a_heartbeat_is_outside_the_faults) {
 }
 
 TEST(TpPublisher, a_heartbeat_tells_the_true_next_number_where_the_packet_before_it_did_not) {
-  Feed feed;
+  OwnFeed feed;
   feed.append(1400);
   feed.append(1000);
   feed.publisher.flush();
@@ -504,7 +496,7 @@ TEST(TpPublisher, a_heartbeat_tells_the_true_next_number_where_the_packet_before
 }
 
 TEST(TpPublisher, a_heartbeat_knows_of_a_number_that_was_taken_and_never_sent) {
-  Feed feed;
+  OwnFeed feed;
   feed.append(5000);
   feed.publisher.send_heartbeat();
   feed.send_packet();
@@ -514,7 +506,7 @@ TEST(TpPublisher, a_heartbeat_knows_of_a_number_that_was_taken_and_never_sent) {
 // --- Faults ---
 
 TEST(TpPublisher, a_dropped_packet_is_not_sent_and_leaves_a_hole_in_numbers_and_bytes) {
-  Feed feed;
+  OwnFeed feed;
   feed.publisher.faults.drop_next = 1;
   CaptureStderr();
   feed.append(10);
@@ -533,7 +525,7 @@ TEST(TpPublisher, a_dropped_packet_is_not_sent_and_leaves_a_hole_in_numbers_and_
 }
 
 TEST(TpPublisher, a_dropped_packet_moves_the_time_of_the_last_flush) {
-  Feed feed;
+  OwnFeed feed;
   feed.publisher.faults.drop_next = 1;
   CaptureStderr();
   feed.send_packet();
@@ -542,7 +534,7 @@ TEST(TpPublisher, a_dropped_packet_moves_the_time_of_the_last_flush) {
 }
 
 TEST(TpPublisher, a_duplicated_packet_goes_out_twice_alike_and_counts_once_in_the_stream) {
-  Feed feed;
+  OwnFeed feed;
   feed.publisher.faults.dup_next = 1;
   test::step_system_clock_by(1);
   CaptureStderr();
@@ -560,7 +552,7 @@ TEST(TpPublisher, a_duplicated_packet_goes_out_twice_alike_and_counts_once_in_th
 }
 
 TEST(TpPublisher, a_reordered_packet_leaves_behind_the_next_with_the_header_it_was_stamped_with) {
-  Feed feed;
+  OwnFeed feed;
   feed.publisher.faults.reorder_next = 1;
   CaptureStderr();
   feed.send_packet(10);
@@ -575,17 +567,17 @@ TEST(TpPublisher, a_reordered_packet_leaves_behind_the_next_with_the_header_it_w
   ASSERT_THAT(packets, SizeIs(2));
   EXPECT_EQ(packets[0].first_seq, 2u);
   EXPECT_EQ(packets[0].stream_offset, 12u);
-  EXPECT_EQ(packets[0].send_time, T + 3'000'000);
+  EXPECT_EQ(packets[0].send_time, test::START_SYSTEM_NS + 3'000'000);
   EXPECT_EQ(packets[1].first_seq, 1u);
   EXPECT_EQ(packets[1].stream_offset, 0u);
-  EXPECT_EQ(packets[1].send_time, T);
+  EXPECT_EQ(packets[1].send_time, test::START_SYSTEM_NS);
   EXPECT_EQ(packets[1].size, 52u);
   EXPECT_EQ(feed.state().reordered, 1u);
   EXPECT_EQ(feed.state().dropped + feed.state().duplicated, 0u);
 }
 
 TEST(TpPublisher, a_held_packet_leaves_behind_the_duplicate_of_the_next) {
-  Feed feed;
+  OwnFeed feed;
   feed.publisher.faults.reorder_next = 1;
   CaptureStderr();
   feed.send_packet();
@@ -598,7 +590,7 @@ TEST(TpPublisher, a_held_packet_leaves_behind_the_duplicate_of_the_next) {
 }
 
 TEST(TpPublisher, a_packet_to_be_reordered_and_duplicated_is_held_and_sent_once_later) {
-  Feed feed;
+  OwnFeed feed;
   feed.publisher.faults.dup_next = 1;
   feed.publisher.faults.reorder_next = 1;
   CaptureStderr();
@@ -613,7 +605,7 @@ TEST(TpPublisher, a_packet_to_be_reordered_and_duplicated_is_held_and_sent_once_
 }
 
 TEST(TpPublisher, a_second_held_packet_replaces_the_first_which_is_never_seen) {
-  Feed feed;
+  OwnFeed feed;
   feed.publisher.faults.reorder_next = 2;
   CaptureStderr();
   for (int i = 0; i < 4; ++i) feed.send_packet();
@@ -626,7 +618,7 @@ TEST(TpPublisher, a_second_held_packet_replaces_the_first_which_is_never_seen) {
 }
 
 TEST(TpPublisher, dropped_packets_keep_the_held_one_waiting_behind_them) {
-  Feed feed;
+  OwnFeed feed;
   feed.publisher.faults.reorder_next = 1;
   CaptureStderr();
   feed.send_packet();
@@ -643,7 +635,7 @@ TEST(TpPublisher, dropped_packets_keep_the_held_one_waiting_behind_them) {
 }
 
 TEST(TpPublisher, heartbeats_go_by_without_releasing_the_held_packet) {
-  Feed feed;
+  OwnFeed feed;
   feed.publisher.faults.reorder_next = 1;
   CaptureStderr();
   feed.send_packet();
@@ -655,7 +647,7 @@ TEST(TpPublisher, heartbeats_go_by_without_releasing_the_held_packet) {
 }
 
 TEST(TpPublisher, all_three_faults_on_one_packet_drop_it_and_spare_the_other_two) {
-  Feed feed;
+  OwnFeed feed;
   feed.publisher.faults = {.drop_next = 1, .dup_next = 1, .reorder_next = 1};
   CaptureStderr();
   feed.send_packet();
@@ -665,7 +657,7 @@ TEST(TpPublisher, all_three_faults_on_one_packet_drop_it_and_spare_the_other_two
 }
 
 TEST(TpPublisher, fault_numbers_count_dropped_and_held_packets_but_no_copies_and_no_heartbeats) {
-  Feed feed;
+  OwnFeed feed;
   feed.publisher.faults = {.drop_every = 2, .dup_every = 3, .reorder_next = 1};
   CaptureStderr();
   for (int i = 0; i < 6; ++i) {
@@ -681,7 +673,7 @@ TEST(TpPublisher, fault_numbers_count_dropped_and_held_packets_but_no_copies_and
 }
 
 TEST(TpPublisher, fault_lines_show_the_announced_first_number_even_where_it_is_one_too_high) {
-  Feed feed;
+  OwnFeed feed;
   feed.append(1400);
   feed.append(1400);
   feed.publisher.faults.drop_next = 1;
@@ -691,7 +683,7 @@ TEST(TpPublisher, fault_lines_show_the_announced_first_number_even_where_it_is_o
 }
 
 TEST(TpPublisher, a_recurring_drop_and_a_one_shot_on_one_packet_are_both_spent_on_it) {
-  Feed feed;
+  OwnFeed feed;
   feed.publisher.faults = {.drop_every = 1, .drop_next = 2};
   CaptureStderr();
   feed.send_packet();

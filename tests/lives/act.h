@@ -32,6 +32,12 @@ enum class Kind : uint8_t {
 };
 constexpr size_t KINDS = 19;
 
+/// Any number chooses one.
+template <typename List>
+const auto& pick(const List& list, size_t choice) {
+  return list[choice % list.size()];
+}
+
 struct Act {
   Kind kind = Kind::TURNS;
   uint8_t who = 0;
@@ -45,7 +51,7 @@ struct Act {
   bool operator==(const Act&) const = default;
 };
 
-/// What a life is made of. `setup` chooses symbols, scenario and faults.
+/// What a life is made of. `setup` chooses symbols, scenario, faults, and what is left out.
 struct Script {
   uint32_t setup = 0;
   std::vector<Act> acts;

@@ -76,7 +76,7 @@ TEST(WholeExchange, writes_book_files_in_the_turns_alone) {
   exchange.turn();
   EXPECT_THAT(exchange.take_acts(),
               AllOf(Contains("open book.json.tmp"), Contains("open bbo.txt.tmp")));
-  day::pass_ns(1000 * WholeExchange::NS_PER_MS);  // a turn would write them again
+  day::pass_ns(1000 * day::NS_PER_MS);  // a turn would write them again
   exchange.end();
   const Acts at_the_end = exchange.take_acts();
   EXPECT_THAT(at_the_end, Contains(StartsWith("log quorl faults: ")));

@@ -32,15 +32,9 @@ namespace {
 namespace client = quorl::client;
 
 constexpr uint32_t SESSION = 77;
-constexpr uint64_t NS_PER_MS = 1'000'000;
 constexpr uint64_t OPENS_AT_NS = 1'700'049'600'000'000'000;  // 2023-11-15 12:00:00
 constexpr day::Network::Ports PORTS{.fix = 7001, .snap = 7002, .control = 7003, .gap_fill = 7004};
 const std::string ORDER_EVENTS = "orders.jsonl";
-
-template <typename List>
-const auto& pick(const List& list, size_t choice) {
-  return list[choice % list.size()];
-}
 
 const std::vector<const char*> SYMBOLS = {"AAPL:190.00", "AAPL:190.00,MSFT:410.00", "PENNY:0.85",
                                           "LOW:0.02,HIGH:100000"};
@@ -51,6 +45,9 @@ const std::vector<const char*> SCENARIOS = {
     "reject_every=3,replace_reject_every=2",
     "fill_on_cancel_every=2,unsolicited_cancel_every=3",
     "disconnect_after=5,lapse_ms=700",
+    "unsolicited_cancel_every=3",
+    "replace_reject_every=2",
+    "lapse_ms=400",
     "reject_every=5,partial_fill_every=3,fill_on_cancel_every=3,unsolicited_cancel_every=4,"
     "replace_reject_every=4,lapse_ms=300,disconnect_after=9"};
 const std::vector<std::vector<const char*>> FAULTS = {
@@ -60,6 +57,9 @@ const std::vector<std::vector<const char*>> FAULTS = {
     {"--dup-every", "2"},
     {"--reorder-every", "2"},
     {"--drop-every", "7", "--dup-every", "3", "--reorder-every", "5", "--drop-burst", "9:4"}};
+/// What some lives do without.
+enum Absent : uint32_t { CONTROL_PORT = 1, FILES = 2 };
+constexpr uint32_t ABSENCES = 8;  // most lives have everything
 const std::vector<const char*> INTERVALS = {"40", "0", "-1", "5"};
 
 quorl::RunConfig configuration(uint32_t setup) {
@@ -70,16 +70,8 @@ quorl::RunConfig configuration(uint32_t setup) {
                                    "7002",
                                    "--gapfill-port",
                                    "7004",
-                                   "--control-port",
-                                   "7003",
                                    "--session",
                                    "77",
-                                   "--book-out",
-                                   "book.json",
-                                   "--bbo-out",
-                                   "bbo.txt",
-                                   "--truth-out",
-                                   "truth.jsonl",
                                    "--symbols",
                                    pick(SYMBOLS, setup & 0xff),
                                    "--interval-ms",
@@ -88,6 +80,12 @@ quorl::RunConfig configuration(uint32_t setup) {
                                    "0.4",
                                    "--step-bps",
                                    "3"};
+  const uint32_t absent = (setup >> 19) % ABSENCES;
+  if (absent != CONTROL_PORT) argv.insert(argv.end(), {"--control-port", "7003"});
+  if (absent != FILES) {
+    argv.insert(argv.end(),
+                {"--book-out", "book.json", "--bbo-out", "bbo.txt", "--truth-out", "truth.jsonl"});
+  }
   const std::vector<const char*>& faults = pick(FAULTS, setup >> 24 & 0xff);
   argv.insert(argv.end(), faults.begin(), faults.end());
   const std::string seed = std::to_string(setup & 0xffff);
@@ -149,7 +147,9 @@ Life::Life(uint32_t setup, const Tampering& tampering) : tampering_(tampering) {
   const char* const scenario = pick(SCENARIOS, setup >> 8 & 0xff);
   ::setenv("QUORL_SCENARIO", scenario, 1);
   may_cross_ = std::string_view(scenario).find("partial_fill") != std::string_view::npos;
-  network_.on_wait = [this] { return day::Network::Wait{NS_PER_MS, std::exchange(sleep_ns_, 0)}; };
+  network_.on_wait = [this] {
+    return day::Network::Wait{day::NS_PER_MS, std::exchange(sleep_ns_, 0)};
+  };
   network_.on_datagram = [this](day::Kind kind, std::string_view bytes) {
     opening_.emplace_back(kind, bytes);
     if (feed_) hear();
@@ -241,7 +241,7 @@ void Life::act(const Act& act) {
     case Kind::SLEEP: {
       constexpr std::array<uint64_t, 9> SLEEPS_MS = {1,    40,   299,   300,  1000,
                                                      2000, 2500, 10001, 80000};
-      sleep_ns_ += pick(SLEEPS_MS, act.a) * NS_PER_MS;
+      sleep_ns_ += pick(SLEEPS_MS, act.a) * day::NS_PER_MS;
       return turns(1);
     }
     case Kind::REFUSED_ACCEPT:
@@ -290,7 +290,9 @@ void Life::command(const Act& act) {
                                                  "nonsense"};
   std::string line = pick(WORDS, act.a);
   if (act.b % 8 != 0) line += " " + std::to_string(act.c % 5 * (line == "lapse" ? 200U : 1U));
-  network_.send_datagram(PORTS.control, line + "\n", 9000);
+  // What seems to come from the exchange itself is passed by.
+  const uint16_t from = act.f == 255 ? PORTS.control : 9000;
+  network_.send_datagram(PORTS.control, line + "\n", from);
 }
 
 void Life::ask_for_messages(const Act& act) {

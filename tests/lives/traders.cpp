@@ -17,11 +17,6 @@ constexpr std::array<const char*, 14> QUANTITIES = {"100", "100", "200", "300", 
                                                     "1",   "50",  "150", "1000",    "5000",
                                                     "7",   "0",   "1e3", "10000000"};
 
-template <typename List>
-const auto& pick(const List& list, size_t choice) {
-  return list[choice % list.size()];
-}
-
 }  // namespace
 
 Traders::Traders(quorl::Engine& engine, day::Network& network, uint16_t port)

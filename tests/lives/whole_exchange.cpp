@@ -15,7 +15,7 @@ namespace {
 
 namespace client = quorl::client;
 
-constexpr uint64_t OPENS_AT_NS = 1'700'049'600'000'000'000;  // 2023-11-15 12:00:00
+constexpr uint64_t OPENED_AT_NS = 1'700'049'600'000'000'000;  // 2023-11-15 12:00:00
 
 quorl::RunConfig config_of(const std::vector<std::string>& options) {
   std::vector<const char*> argv = {
@@ -33,7 +33,7 @@ quorl::RunConfig config_of(const std::vector<std::string>& options) {
 }  // namespace
 
 WholeExchange::WholeExchange(const std::vector<std::string>& options) {
-  day::reset_clock(OPENS_AT_NS);
+  day::reset_clock(OPENED_AT_NS);
   ::unsetenv("BENCH_ORDER_TRUTH");
   ::unsetenv("QUORL_SCENARIO");
   quorl::stop_requested = 0;
@@ -60,7 +60,7 @@ void WholeExchange::begin() {
 
 void WholeExchange::turn(uint64_t behind_ms) {
   if (!has_begun_) begin();
-  day::pass_ns(behind_ms * NS_PER_MS);
+  day::pass_ns(behind_ms * day::NS_PER_MS);
   if (!exchange_->turn()) throw std::logic_error("nobody has asked it to stop");
   outputs.end_turn();
 }

@@ -22,7 +22,6 @@ class WholeExchange {
  public:
   static constexpr day::Network::Ports PORTS{
       .fix = 7001, .snap = 7002, .control = 7003, .gap_fill = 7004};
-  static constexpr uint64_t NS_PER_MS = 1'000'000;
 
   /// Constructed and not begun: its ports are open. `options` come behind those of this class.
   explicit WholeExchange(const std::vector<std::string>& options = {});

@@ -68,6 +68,12 @@ uint64_t number_at(const Bytes& bytes, size_t at, size_t width) {
   return number;
 }
 
+int next_fd() {
+  const int fd = ::dup(STDERR_FILENO);
+  ::close(fd);
+  return fd;
+}
+
 Packet packet_of(const Bytes& datagram) {
   Packet packet;
   packet.size = datagram.size();

@@ -13,6 +13,9 @@ namespace quorl::test {
 
 using Bytes = std::vector<uint8_t>;
 
+/// Of the publishers whose packets are taken apart.
+inline constexpr uint32_t SESSION = 0x11223344;
+
 /// Bytes from pairs of hexadecimal digits; blanks between pairs are ignored.
 Bytes hex(std::string_view text);
 
@@ -21,6 +24,9 @@ Bytes joined(const std::vector<Bytes>& pieces);
 
 /// `width` bytes at `at`, little-endian; fails the test if `bytes` is too short.
 uint64_t number_at(const Bytes& bytes, size_t at, size_t width);
+
+/// The descriptor that the next socket will get.
+int next_fd();
 
 /// One packet of the feed or of a gap fill, taken apart.
 struct Packet {

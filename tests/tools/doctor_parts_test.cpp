@@ -193,7 +193,7 @@ struct Number {
   const char* complaint;
 };
 
-TEST(Numbers, are_read_as_the_exchange_reads_them) {
+TEST(WrittenNumbers, are_read_as_the_exchange_reads_them) {
   constexpr Number NUMBERS[] = {
       {PORT_NUMBER, "80", ""},
       {PORT_NUMBER, " +80 ", ""},

@@ -18,7 +18,7 @@ using capture_bytes::PcapngFile;
 using client::Bytes;
 using testing::HasSubstr;
 
-constexpr const char* GROUP = "239.1.2.3";
+constexpr const char* FEED_GROUP = "239.1.2.3";
 constexpr uint16_t PORT = 5555;
 
 class AFile {
@@ -88,7 +88,7 @@ TEST_P(EveryLink, is_read_from_pcap_and_from_pcapng) {
   PcapFile pcap({.link_type = GetParam().type});
   PcapngFile pcapng(static_cast<uint16_t>(GetParam().type));
   for (const MadeFeed::Packet& packet : a_feed().packets()) {
-    const Bytes frame = GetParam().frame(capture_bytes::udp_packet(GROUP, PORT, packet.bytes));
+    const Bytes frame = GetParam().frame(capture_bytes::udp_packet(FEED_GROUP, PORT, packet.bytes));
     pcap.frame(packet.time_ns, frame);
     pcapng.frame(packet.time_ns, frame);
   }
@@ -114,7 +114,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(Recording, is_read_in_either_byte_order_and_with_microseconds) {
   for (const bool big_endian : {false, true}) {
     PcapFile file({.nanoseconds = false, .big_endian = big_endian});
-    a_feed().add_to(file, GROUP, PORT);
+    a_feed().add_to(file, FEED_GROUP, PORT);
     expect_the_feed(read(file.bytes));  // its times are whole tenths of seconds
   }
 }
@@ -123,7 +123,7 @@ TEST(Recording, keeps_the_nanoseconds) {
   MadeFeed feed;
   feed.opening();
   feed.packets()[0].time_ns += 123456789;
-  const tools::Recording recording = read(feed.on_file(GROUP, PORT).bytes);
+  const tools::Recording recording = read(feed.on_file(FEED_GROUP, PORT).bytes);
   EXPECT_EQ(recording.feeds.at(0).packets.at(0).time_ns, hand_made::NOON + 123456789);
 }
 
@@ -131,7 +131,7 @@ TEST(Recording, puts_fragments_together_in_any_order) {
   PcapFile file;
   size_t turn = 0;
   for (const MadeFeed::Packet& packet : a_feed().packets()) {
-    std::vector<Bytes> fragments = capture_bytes::udp_fragments(GROUP, PORT, packet.bytes, 24);
+    std::vector<Bytes> fragments = capture_bytes::udp_fragments(FEED_GROUP, PORT, packet.bytes, 24);
     ASSERT_GT(fragments.size(), 1u);
     if (turn++ % 2 == 1) std::swap(fragments.front(), fragments.back());
     for (const Bytes& fragment : fragments) {
@@ -142,9 +142,10 @@ TEST(Recording, puts_fragments_together_in_any_order) {
 }
 
 TEST(Recording, counts_a_packet_whose_later_fragments_are_missing_as_cut) {
-  PcapFile file = a_feed().on_file(GROUP, PORT);
+  PcapFile file = a_feed().on_file(FEED_GROUP, PORT);
   const MadeFeed more = MadeFeed(a_feed()).bids(1);
-  const auto fragments = capture_bytes::udp_fragments(GROUP, PORT, more.packets().back().bytes, 48);
+  const auto fragments =
+      capture_bytes::udp_fragments(FEED_GROUP, PORT, more.packets().back().bytes, 48);
   file.frame(more.packets().back().time_ns, capture_bytes::ethernet(fragments[0]));
   const tools::Recording recording = read(file.bytes);
   ASSERT_EQ(recording.feeds.size(), 1u);
@@ -154,7 +155,7 @@ TEST(Recording, counts_a_packet_whose_later_fragments_are_missing_as_cut) {
 
 TEST(Recording, counts_what_the_snap_length_has_cut) {
   PcapFile file({.snap_length = 14 + 20 + 8 + 40});  // a heartbeat fits exactly
-  a_feed().add_to(file, GROUP, PORT);
+  a_feed().add_to(file, FEED_GROUP, PORT);
   const tools::Recording recording = read(file.bytes);
   ASSERT_EQ(recording.feeds.size(), 1u);
   EXPECT_EQ(recording.feeds[0].packets.size(), 1u);
@@ -164,7 +165,7 @@ TEST(Recording, counts_what_the_snap_length_has_cut) {
 TEST(Recording, counts_a_packet_that_breaks_the_format_as_damaged) {
   MadeFeed feed = a_feed();
   feed.packets()[1].bytes.pop_back();
-  const tools::Recording recording = read(feed.on_file(GROUP, PORT).bytes);
+  const tools::Recording recording = read(feed.on_file(FEED_GROUP, PORT).bytes);
   ASSERT_EQ(recording.feeds.size(), 1u);
   EXPECT_EQ(recording.feeds[0].packets.size(), 3u);
   EXPECT_EQ(recording.feeds[0].damaged, 1u);
@@ -175,26 +176,26 @@ TEST(Recording, passes_over_what_is_not_of_a_feed) {
   Bytes ipv6 = capture_bytes::ethernet(Bytes(60, 0x60));
   ipv6[12] = 0x86;
   ipv6[13] = 0xdd;
-  Bytes tcp = capture_bytes::udp_packet(GROUP, PORT, a_feed().packets()[0].bytes);
+  Bytes tcp = capture_bytes::udp_packet(FEED_GROUP, PORT, a_feed().packets()[0].bytes);
   tcp[9] = 6;
   file.frame(1, ipv6)
       .frame(2, capture_bytes::ethernet(tcp))
       .frame(3, Bytes(5, 0))
       .frame(4, capture_bytes::ethernet(Bytes{0x45}))
       .frame(5, capture_bytes::ethernet(
-                    capture_bytes::udp_packet(GROUP, PORT, client::to_bytes("hello"))))
-      .frame(6, capture_bytes::ethernet(capture_bytes::udp_packet(GROUP, PORT, Bytes(60, 1))));
+                    capture_bytes::udp_packet(FEED_GROUP, PORT, client::to_bytes("hello"))))
+      .frame(6, capture_bytes::ethernet(capture_bytes::udp_packet(FEED_GROUP, PORT, Bytes(60, 1))));
   tools::Recording recording = read(file.bytes);
   EXPECT_TRUE(recording.feeds.empty());
   EXPECT_EQ(recording.frames, 6u);
   EXPECT_EQ(recording.datagrams, 2u);
 
-  a_feed().add_to(file, GROUP, PORT);
+  a_feed().add_to(file, FEED_GROUP, PORT);
   expect_the_feed(read(file.bytes));
 }
 
 TEST(Recording, that_ends_inside_a_frame_says_so_and_keeps_what_was_before) {
-  Bytes bytes = a_feed().on_file(GROUP, PORT).bytes;
+  Bytes bytes = a_feed().on_file(FEED_GROUP, PORT).bytes;
   bytes.pop_back();
   const tools::Recording recording = read(bytes);
   ASSERT_EQ(recording.feeds.size(), 1u);
@@ -217,10 +218,10 @@ TEST(Recording, that_is_no_capture_or_one_of_an_unknown_link_is_unusable) {
 
 TEST(Recording, tells_feeds_apart_by_group_port_and_session) {
   PcapFile file;
-  MadeFeed(1).opening().add_to(file, GROUP, PORT);
+  MadeFeed(1).opening().add_to(file, FEED_GROUP, PORT);
   MadeFeed(1).opening().bids(3).add_to(file, "239.1.2.4", PORT);
-  MadeFeed(1).opening().bids(1).add_to(file, GROUP, PORT + 1);
-  MadeFeed(2).opening().bids(2).add_to(file, GROUP, PORT);
+  MadeFeed(1).opening().bids(1).add_to(file, FEED_GROUP, PORT + 1);
+  MadeFeed(2).opening().bids(2).add_to(file, FEED_GROUP, PORT);
   const tools::Recording recording = read(file.bytes);
   std::vector<std::string> texts;
   for (const tools::RecordedFeed& feed : recording.feeds) texts.push_back(describe(feed));
@@ -244,8 +245,8 @@ TEST(Recording, tells_two_runs_of_one_session_apart_but_not_a_late_or_repeated_f
   MadeFeed first_run = MadeFeed(7).opening().bids(2);
   first_run.packets().insert(first_run.packets().begin() + 1, first_run.packets()[0]);
   std::swap(first_run.packets()[1], first_run.packets()[2]);
-  first_run.add_to(file, GROUP, PORT);
-  MadeFeed(7, hand_made::NOON + 60'000'000'000).opening().bids(1).add_to(file, GROUP, PORT);
+  first_run.add_to(file, FEED_GROUP, PORT);
+  MadeFeed(7, hand_made::NOON + 60'000'000'000).opening().bids(1).add_to(file, FEED_GROUP, PORT);
   const tools::Recording recording = read(file.bytes);
   ASSERT_EQ(recording.feeds.size(), 2u);
   EXPECT_EQ(recording.feeds[0].packets.size(), 4u);
@@ -253,7 +254,7 @@ TEST(Recording, tells_two_runs_of_one_session_apart_but_not_a_late_or_repeated_f
 }
 
 TEST(Recording, knows_its_messages_and_how_long_it_lasts) {
-  const tools::Recording recording = read(a_feed().on_file(GROUP, PORT).bytes);
+  const tools::Recording recording = read(a_feed().on_file(FEED_GROUP, PORT).bytes);
   EXPECT_EQ(recording.feeds.at(0).messages(), 13u);
   EXPECT_EQ(recording.feeds.at(0).span_ns(), 300'000'000u);
 }

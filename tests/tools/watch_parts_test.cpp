@@ -23,10 +23,10 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-using Lines = std::vector<std::string>;
+using SaidLines = std::vector<std::string>;
 
 constexpr uint64_t LEVEL_BLOCK = 32;
-constexpr std::chrono::steady_clock::time_point START{std::chrono::hours(100)};
+constexpr std::chrono::steady_clock::time_point BEGIN{std::chrono::hours(100)};
 
 client::TpPacket packet(uint64_t offset, uint64_t announced, size_t messages,
                         uint32_t session = hand_made::SESSION) {
@@ -44,7 +44,7 @@ class Tracker : public testing::Test {
     (void)tracker.follow(packet(1000, 10, 1));
   }
 
-  Lines finds(uint64_t offset, uint64_t announced, size_t messages) {
+  SaidLines finds(uint64_t offset, uint64_t announced, size_t messages) {
     return tracker.follow(packet(offset, announced, messages)).findings;
   }
 
@@ -207,87 +207,87 @@ TEST(TrackerOfManyGaps, counts_those_it_no_longer_keeps) {
 
 TEST(LineLimiter, lets_everything_through_without_a_limit) {
   LineLimiter limiter(0);
-  for (int i = 0; i < 1000; ++i) EXPECT_TRUE(limiter.admits(START, false));
+  for (int i = 0; i < 1000; ++i) EXPECT_TRUE(limiter.admits(BEGIN, false));
   EXPECT_EQ(limiter.rest(), std::nullopt);
 }
 
 TEST(LineLimiter, lets_no_more_than_its_lines_through_in_any_second) {
   LineLimiter limiter(2);
-  EXPECT_TRUE(limiter.admits(START, false));
-  EXPECT_TRUE(limiter.admits(START + milliseconds(900), false));
-  EXPECT_FALSE(limiter.admits(START + milliseconds(999), false));
-  EXPECT_TRUE(limiter.admits(START + milliseconds(1000), false));
-  EXPECT_FALSE(limiter.admits(START + milliseconds(1899), false));
-  EXPECT_TRUE(limiter.admits(START + milliseconds(1900), false));
+  EXPECT_TRUE(limiter.admits(BEGIN, false));
+  EXPECT_TRUE(limiter.admits(BEGIN + milliseconds(900), false));
+  EXPECT_FALSE(limiter.admits(BEGIN + milliseconds(999), false));
+  EXPECT_TRUE(limiter.admits(BEGIN + milliseconds(1000), false));
+  EXPECT_FALSE(limiter.admits(BEGIN + milliseconds(1899), false));
+  EXPECT_TRUE(limiter.admits(BEGIN + milliseconds(1900), false));
 }
 
 TEST(LineLimiter, says_what_it_left_out_a_second_after_the_first_and_once_only) {
   LineLimiter limiter(1);
-  EXPECT_TRUE(limiter.admits(START, false));
+  EXPECT_TRUE(limiter.admits(BEGIN, false));
   EXPECT_EQ(limiter.next_due(), std::nullopt);
-  EXPECT_FALSE(limiter.admits(START + milliseconds(100), false));
-  EXPECT_FALSE(limiter.admits(START + milliseconds(200), true));
-  EXPECT_EQ(limiter.next_due(), START + milliseconds(1100));
-  EXPECT_FALSE(limiter.due(START + milliseconds(1099)).has_value());
-  const auto left_out = limiter.due(START + milliseconds(1100));
+  EXPECT_FALSE(limiter.admits(BEGIN + milliseconds(100), false));
+  EXPECT_FALSE(limiter.admits(BEGIN + milliseconds(200), true));
+  EXPECT_EQ(limiter.next_due(), BEGIN + milliseconds(1100));
+  EXPECT_FALSE(limiter.due(BEGIN + milliseconds(1099)).has_value());
+  const auto left_out = limiter.due(BEGIN + milliseconds(1100));
   ASSERT_TRUE(left_out.has_value());
   EXPECT_EQ(left_out->lines, 2U);
   EXPECT_EQ(left_out->findings, 1U);
-  EXPECT_FALSE(limiter.due(START + seconds(5)).has_value());
+  EXPECT_FALSE(limiter.due(BEGIN + seconds(5)).has_value());
   EXPECT_FALSE(limiter.rest().has_value());
 }
 
 TEST(LineLimiter, counts_what_it_says_of_lines_left_out_as_one_of_its_lines) {
   LineLimiter limiter(1);
-  EXPECT_TRUE(limiter.admits(START, false));
-  EXPECT_FALSE(limiter.admits(START + milliseconds(100), false));
-  EXPECT_TRUE(limiter.admits(START + milliseconds(1000), false));
-  EXPECT_EQ(limiter.next_due(), START + milliseconds(2000));
-  EXPECT_FALSE(limiter.due(START + milliseconds(1100)).has_value());
-  EXPECT_TRUE(limiter.due(START + milliseconds(2000)).has_value());
-  EXPECT_FALSE(limiter.admits(START + milliseconds(2500), false));
-  EXPECT_TRUE(limiter.admits(START + milliseconds(3000), false));
+  EXPECT_TRUE(limiter.admits(BEGIN, false));
+  EXPECT_FALSE(limiter.admits(BEGIN + milliseconds(100), false));
+  EXPECT_TRUE(limiter.admits(BEGIN + milliseconds(1000), false));
+  EXPECT_EQ(limiter.next_due(), BEGIN + milliseconds(2000));
+  EXPECT_FALSE(limiter.due(BEGIN + milliseconds(1100)).has_value());
+  EXPECT_TRUE(limiter.due(BEGIN + milliseconds(2000)).has_value());
+  EXPECT_FALSE(limiter.admits(BEGIN + milliseconds(2500), false));
+  EXPECT_TRUE(limiter.admits(BEGIN + milliseconds(3000), false));
 }
 
 TEST(SilenceWatch, tells_at_three_seconds_and_each_time_it_has_lasted_twice_as_long) {
-  SilenceWatch silence(START);
-  EXPECT_FALSE(silence.tell_if_due(START + milliseconds(2999)).has_value());
-  EXPECT_EQ(silence.next_due(), START + seconds(3));
-  EXPECT_EQ(silence.tell_if_due(START + seconds(3)), seconds(3));
-  EXPECT_FALSE(silence.tell_if_due(START + milliseconds(5999)).has_value());
-  EXPECT_EQ(silence.tell_if_due(START + seconds(6)), seconds(6));
-  EXPECT_EQ(silence.next_due(), START + seconds(12));
-  EXPECT_EQ(silence.heard(START + seconds(7)), seconds(7));
-  EXPECT_EQ(silence.next_due(), START + seconds(10));
+  SilenceWatch silence(BEGIN);
+  EXPECT_FALSE(silence.tell_if_due(BEGIN + milliseconds(2999)).has_value());
+  EXPECT_EQ(silence.next_due(), BEGIN + seconds(3));
+  EXPECT_EQ(silence.tell_if_due(BEGIN + seconds(3)), seconds(3));
+  EXPECT_FALSE(silence.tell_if_due(BEGIN + milliseconds(5999)).has_value());
+  EXPECT_EQ(silence.tell_if_due(BEGIN + seconds(6)), seconds(6));
+  EXPECT_EQ(silence.next_due(), BEGIN + seconds(12));
+  EXPECT_EQ(silence.heard(BEGIN + seconds(7)), seconds(7));
+  EXPECT_EQ(silence.next_due(), BEGIN + seconds(10));
 }
 
 TEST(SilenceWatch, tells_once_of_a_silence_that_nobody_looked_at_meanwhile) {
-  SilenceWatch silence(START);
-  EXPECT_TRUE(silence.tell_if_due(START + seconds(100)).has_value());
-  EXPECT_FALSE(silence.tell_if_due(START + seconds(100)).has_value());
+  SilenceWatch silence(BEGIN);
+  EXPECT_TRUE(silence.tell_if_due(BEGIN + seconds(100)).has_value());
+  EXPECT_FALSE(silence.tell_if_due(BEGIN + seconds(100)).has_value());
 }
 
 TEST(SilenceWatch, says_nothing_of_a_short_pause) {
-  SilenceWatch silence(START);
-  EXPECT_FALSE(silence.heard(START + milliseconds(2999)).has_value());
+  SilenceWatch silence(BEGIN);
+  EXPECT_FALSE(silence.heard(BEGIN + milliseconds(2999)).has_value());
 }
 
 /// A view and what it has printed.
 class TheView {
  public:
   explicit TheView(ViewOptions options = {})
-      : view(with_place(std::move(options)), START,
+      : view(with_place(std::move(options)), BEGIN,
              [this](const std::string& line) { lines.push_back(line); }) {}
 
   void hears(const client::Bytes& bytes, milliseconds at = milliseconds(0)) {
-    view.on_datagram({.bytes = bytes, .from_address = "127.0.0.1", .from_port = 4000}, START + at,
+    view.on_datagram({.bytes = bytes, .from_address = "127.0.0.1", .from_port = 4000}, BEGIN + at,
                      std::chrono::system_clock::time_point(std::chrono::hours(12) + at));
   }
   void hears(uint64_t offset, uint64_t seq, const std::vector<client::Bytes>& messages) {
     hears(client::encode_tp_packet(hand_made::header(offset, seq), messages));
   }
 
-  Lines lines;
+  SaidLines lines;
   View view;
 
  private:
@@ -334,7 +334,7 @@ TEST(View, says_what_is_no_packet_and_goes_on) {
   ASSERT_EQ(shown.lines.size(), 4U);
   EXPECT_THAT(shown.lines[0], HasSubstr("not an IEX-TP packet: 5 bytes from 127.0.0.1:4000: "));
   EXPECT_THAT(shown.lines[3], HasSubstr("  not a DEEP message: "));
-  EXPECT_THAT(shown.view.summary(START), HasSubstr("; 1 not IEX-TP"));
+  EXPECT_THAT(shown.view.summary(BEGIN), HasSubstr("; 1 not IEX-TP"));
 }
 
 TEST(View, stamps_each_line_with_the_time_of_arrival) {
@@ -347,8 +347,8 @@ TEST(View, stamps_each_line_with_the_time_of_arrival) {
 
 TEST(View, asks_in_a_silence_whether_the_exchange_is_there_and_says_its_end) {
   TheView shown;
-  EXPECT_EQ(shown.view.next_due(), START + seconds(3));
-  shown.view.on_time(START + seconds(3), {});
+  EXPECT_EQ(shown.view.next_due(), BEGIN + seconds(3));
+  shown.view.on_time(BEGIN + seconds(3), {});
   EXPECT_THAT(shown.lines,
               ElementsAre("silence: no packet on 239.1.2.3:4444 for 3 s: is the exchange there, on "
                           "this interface (127.0.0.1)?"));
@@ -361,10 +361,10 @@ TEST(View, leaves_out_lines_above_the_limit_and_says_how_many_and_how_many_findi
   shown.hears(0, 1, {hand_made::system_event('O'), hand_made::system_event('S')});
   shown.hears(100, 4, {});  // a gap and a heartbeat: neither is shown, nor was the last message
   EXPECT_EQ(shown.lines.size(), 3U);
-  EXPECT_EQ(shown.view.next_due(), START + seconds(1));
-  shown.view.on_time(START + seconds(1), {});
+  EXPECT_EQ(shown.view.next_due(), BEGIN + seconds(1));
+  shown.view.on_time(BEGIN + seconds(1), {});
   EXPECT_EQ(shown.lines.at(3), "-- 3 lines left out, 1 finding among them");
-  EXPECT_EQ(shown.view.summary(START + seconds(1)),
+  EXPECT_EQ(shown.view.summary(BEGIN + seconds(1)),
             "2 packets (1 heartbeat), 2 messages in 1 s; 1 gap, 1 message still missing; 0 "
             "duplicates; 0 out of order");
   EXPECT_EQ(shown.lines.size(), 4U);
@@ -373,16 +373,16 @@ TEST(View, leaves_out_lines_above_the_limit_and_says_how_many_and_how_many_findi
 TEST(View, says_at_the_end_what_was_left_out_last) {
   TheView shown({.lines_per_second = 1});
   shown.hears(0, 1, {});
-  (void)shown.view.summary(START);
+  (void)shown.view.summary(BEGIN);
   EXPECT_THAT(shown.lines, ElementsAre("session 77", "-- 1 line left out"));
 }
 
 TEST(View, tells_packets_that_this_machine_lost) {
   TheView shown;
-  shown.view.on_kernel_drops(3, START, {});
+  shown.view.on_kernel_drops(3, BEGIN, {});
   EXPECT_THAT(shown.lines, ElementsAre("lost here: this machine threw away 3 packets, which were "
                                        "not read in time"));
-  EXPECT_EQ(shown.view.summary(START + seconds(2)), "no packet on 239.1.2.3:4444 in 2 s");
+  EXPECT_EQ(shown.view.summary(BEGIN + seconds(2)), "no packet on 239.1.2.3:4444 in 2 s");
 }
 
 TEST(Seconds, are_read_as_plain_numbers_and_written_without_needless_digits) {

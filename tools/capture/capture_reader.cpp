@@ -2,13 +2,9 @@
 
 #include <pcap/pcap.h>
 
+#include "tools/capture/span.h"
+
 namespace tools {
-namespace {
-
-constexpr uint64_t NS_PER_S = 1'000'000'000;
-
-}  // namespace
-
 CaptureReader::CaptureReader(const std::string& path) {
   char why[PCAP_ERRBUF_SIZE] = {};
   file_ = ::pcap_open_offline_with_tstamp_precision(path.c_str(), PCAP_TSTAMP_PRECISION_NANO, why);

@@ -9,6 +9,8 @@
 #include <cstring>
 #include <utility>
 
+#include "tools/capture/span.h"
+
 namespace client = quorl::client;
 
 namespace tools {
@@ -17,7 +19,6 @@ namespace {
 constexpr int LONGEST_FRAME = 65535 + 14;  // any IPv4 packet on an Ethernet
 constexpr int64_t FILE_HEADER = 24;
 constexpr int64_t FRAME_HEADER = 16;
-constexpr uint64_t NS_PER_S = 1'000'000'000;
 constexpr mode_t READABLE_BY_ALL = 0644;
 
 }  // namespace

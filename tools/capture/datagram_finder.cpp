@@ -10,11 +10,8 @@ namespace client = quorl::client;
 namespace tools {
 namespace {
 
-constexpr uint8_t UDP = 17;
-constexpr size_t UDP_HEADER = 8;
-
 std::optional<CapturedDatagram> datagram_in(const IpBody& body) {
-  if (body.protocol != UDP || body.bytes.size() < UDP_HEADER) return std::nullopt;
+  if (body.protocol != PROTOCOL_UDP || body.bytes.size() < UDP_HEADER) return std::nullopt;
   const size_t length = big_endian_16(body.bytes, 4);
   if (length < UDP_HEADER) return std::nullopt;
   const size_t end = std::min(length, body.bytes.size());

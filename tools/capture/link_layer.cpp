@@ -11,7 +11,6 @@ namespace {
 
 using client::ByteView;
 
-constexpr uint16_t ETHERTYPE_IPV4 = 0x0800;
 constexpr size_t VLAN_TAG = 4;
 constexpr uint8_t BSD_IPV4 = 2;  // AF_INET, the same number everywhere
 

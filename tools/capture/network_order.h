@@ -7,6 +7,10 @@
 
 namespace tools {
 
+constexpr uint16_t ETHERTYPE_IPV4 = 0x0800;
+constexpr uint8_t PROTOCOL_UDP = 17;
+constexpr uint16_t UDP_HEADER = 8;
+
 // Headers of the network stand in big-endian order. Reading asks that the bytes be there.
 
 inline uint16_t big_endian_16(quorl::client::ByteView bytes, size_t at) {

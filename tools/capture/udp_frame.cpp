@@ -10,10 +10,7 @@ namespace {
 using client::Bytes;
 using client::ByteView;
 
-constexpr uint16_t ETHERTYPE_IPV4 = 0x0800;
 constexpr uint16_t IP_HEADER = 20;
-constexpr uint16_t UDP_HEADER = 8;
-constexpr uint8_t UDP = 17;
 constexpr uint16_t DO_NOT_FRAGMENT = 0x4000;
 constexpr uint8_t TIME_TO_LIVE = 1;
 
@@ -34,7 +31,7 @@ Bytes ip_header(const Endpoint& from, const Endpoint& group, uint16_t total, uin
   put_big_endian_16(header, 0);
   put_big_endian_16(header, DO_NOT_FRAGMENT);
   client::put_u8(header, TIME_TO_LIVE);
-  client::put_u8(header, UDP);
+  client::put_u8(header, PROTOCOL_UDP);
   put_big_endian_16(header, checksum);
   put_big_endian_32(header, from.address);
   put_big_endian_32(header, group.address);
@@ -56,7 +53,7 @@ uint16_t udp_checksum(const Endpoint& from, const Endpoint& group, ByteView payl
   Bytes covered;
   put_big_endian_32(covered, from.address);
   put_big_endian_32(covered, group.address);
-  put_big_endian_16(covered, UDP);
+  put_big_endian_16(covered, PROTOCOL_UDP);
   put_big_endian_16(covered, length);
   client::put_bytes(covered, udp_header(from, group, length, 0));
   client::put_bytes(covered, payload);

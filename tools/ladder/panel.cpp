@@ -14,7 +14,7 @@ namespace client = quorl::client;
 
 constexpr std::array<const char*, 8> LINE_GLYPHS = {"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
 constexpr std::array<const char*, 7> BAR_ENDS = {"▏", "▎", "▍", "▌", "▋", "▊", "▉"};
-constexpr size_t HEAD_ROWS = 2;
+constexpr size_t PANEL_HEAD_ROWS = 2;
 constexpr size_t SIDE_WIDTH = 4;  // "ask "
 constexpr size_t SHORTEST_BAR = 3;
 constexpr size_t LONGEST_BAR = 40;
@@ -109,7 +109,7 @@ class Panel {
         symbol_(symbol),
         state_(state),
         now_ns_(now_ns),
-        content_(state, place.rows - HEAD_ROWS) {
+        content_(state, place.rows - PANEL_HEAD_ROWS) {
     const size_t fixed = SIDE_WIDTH + content_.price_width + 1 + content_.size_width + 1;
     const size_t trades =
         2 + 2 + content_.price_width + 1 + content_.trade_width + (wide() ? TIME_WIDTH : 0);
@@ -169,7 +169,7 @@ class Panel {
   /// Offers upwards from the middle, bids downwards from it.
   void draw_side(const std::vector<Level>& levels, const char* side, Style style) {
     const bool upwards = style == Style::SELL;
-    const size_t middle = place_.row + HEAD_ROWS + (place_.rows - HEAD_ROWS) / 2;
+    const size_t middle = place_.row + PANEL_HEAD_ROWS + (place_.rows - PANEL_HEAD_ROWS) / 2;
     for (size_t i = 0; i < levels.size(); ++i) {
       const size_t row = upwards ? middle - 1 - i : middle + i;
       size_t column = place_.column;
@@ -186,7 +186,7 @@ class Panel {
   void draw_trades() {
     for (size_t i = 0; i < content_.trades.size(); ++i) {
       const Trade& trade = content_.trades[i];
-      const size_t row = place_.row + HEAD_ROWS + i;
+      const size_t row = place_.row + PANEL_HEAD_ROWS + i;
       size_t column = bar_column_ + bar_ + 2;
       if (wide()) {
         grid_.put(row, column, time_of_day(trade.timestamp_ns), Style::FAINT);

@@ -8,7 +8,7 @@ namespace {
 using namespace std::chrono_literals;
 using Names = std::set<std::string>;
 
-Verdict of(const OrderTalk& talk, const char* check) { return talk.verdicts().at(check); }
+Verdict belief_of(const OrderTalk& talk, const char* check) { return talk.verdicts().at(check); }
 
 /// An order filled, one that rests partly filled, one replaced and one refused.
 void trades(OrderTalk& talk) {
@@ -74,7 +74,7 @@ TEST(BeliefPositions, a_malformed_line_is_named_with_its_word) {
   OrderTalk talk;
   talk.believes("positions.csv", "cl_ord_id,state,cum,leaves,avg_px\no1,open,many,0,0\n");
   talk.closing().ends();
-  const Verdict verdict = of(talk, "belief.positions");
+  const Verdict verdict = belief_of(talk, "belief.positions");
   ASSERT_EQ(verdict.faults.size(), 1U);
   EXPECT_EQ(verdict.faults[0].what, "positions.csv, line 2: 'many' is no number of shares");
 }
@@ -84,8 +84,8 @@ TEST(BeliefPositions, every_difference_is_counted_and_ten_are_quoted) {
   std::string content;
   for (int i = 0; i < 12; ++i) content += "x" + std::to_string(i) + ",open,0,100,0\n";
   talk.believes("positions.csv", content).closing().ends();
-  EXPECT_EQ(of(talk, "belief.positions").fault_count, 12U);
-  EXPECT_EQ(of(talk, "belief.positions").faults.size(), 10U);
+  EXPECT_EQ(belief_of(talk, "belief.positions").fault_count, 12U);
+  EXPECT_EQ(belief_of(talk, "belief.positions").faults.size(), 10U);
 }
 
 TEST(BeliefPositions, what_was_true_within_the_grace_may_still_be_believed) {
@@ -103,7 +103,7 @@ TEST(BeliefPositions, what_the_client_was_never_told_is_not_its_belief_s_fault) 
   talk.dialogue.exchange_closes().closes();
   talk.wait(20s).believes("positions.csv", "o1,open,0,100,0\n").closing().ends();
   EXPECT_EQ(talk.failures(), Names{"recovery.reports"});
-  EXPECT_EQ(of(talk, "belief.positions").remarks.size(), 1U);
+  EXPECT_EQ(belief_of(talk, "belief.positions").remarks.size(), 1U);
 }
 
 TEST(BeliefPositions, an_order_that_the_exchange_never_had_is_pending_or_given_up) {
@@ -121,7 +121,7 @@ TEST(BeliefPositions, an_unread_file_and_no_file_are_not_seen) {
   trades(talk);
   talk.closing().ends();
   for (const char* name : {"belief.positions", "belief.events", "belief.book"}) {
-    EXPECT_EQ(of(talk, name).outcome, Outcome::NOT_SEEN);
+    EXPECT_EQ(belief_of(talk, name).outcome, Outcome::NOT_SEEN);
   }
 }
 
@@ -137,7 +137,7 @@ TEST(BeliefEvents, the_same_events_pass_in_any_order_and_at_any_time) {
   talk.order("o1").accepts("o1").fills("o1", 100).wait(2s);
   talk.believes("events.jsonl", EVENTS).closing().ends();
   EXPECT_EQ(talk.failures(), Names{});
-  EXPECT_EQ(of(talk, "belief.events").outcome, Outcome::PASSED);
+  EXPECT_EQ(belief_of(talk, "belief.events").outcome, Outcome::PASSED);
 }
 
 TEST(BeliefEvents, what_differs_is_missing_and_too_many) {
@@ -147,7 +147,7 @@ TEST(BeliefEvents, what_differs_is_missing_and_too_many) {
   content.replace(content.find("\"last_qty\":100"), 14, "\"last_qty\":50");
   talk.believes("events.jsonl", content).closing().ends();
   EXPECT_EQ(talk.failures(), Names{"belief.events"});
-  const Verdict verdict = of(talk, "belief.events");
+  const Verdict verdict = belief_of(talk, "belief.events");
   ASSERT_EQ(verdict.faults.size(), 1U);
   EXPECT_EQ(verdict.faults[0].evidence.size(), 2U);
 }
@@ -175,7 +175,7 @@ TEST(Duplicates, a_fill_that_comes_again_is_not_booked_again) {
     talk.order("o1", 300).accepts("o1").fills("o1", 100).wait(1s).replays(2).replays(3).wait(2s);
     talk.believes("positions.csv", "o1,open," + std::string(cum) + ",185\n").closing().ends();
     EXPECT_EQ(talk.failures(), fails ? Names{"session.duplicates"} : Names{});
-    EXPECT_EQ(of(talk, "session.duplicates").occasions, 1U);
+    EXPECT_EQ(belief_of(talk, "session.duplicates").occasions, 1U);
   }
 }
 
@@ -191,7 +191,7 @@ TEST(Duplicates, a_fill_that_first_came_as_a_replay_was_no_repetition) {
   talk.order("o1", 300).accepts("o1").loses().fills("o1", 100).loses(false).replays(3).wait(2s);
   talk.believes("positions.csv", "o1,open,100,200,185\n").closing().ends();
   EXPECT_EQ(talk.failures(), Names{});
-  EXPECT_EQ(of(talk, "session.duplicates").outcome, Outcome::NOT_SEEN);
+  EXPECT_EQ(belief_of(talk, "session.duplicates").outcome, Outcome::NOT_SEEN);
 }
 
 TEST(Duplicates, an_event_taken_twice_shows_in_the_events) {

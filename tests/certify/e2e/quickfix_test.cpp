@@ -14,7 +14,7 @@ namespace {
 
 using testing::HasSubstr;
 
-constexpr std::chrono::seconds PATIENCE_WITH_ALL{280};
+constexpr std::chrono::seconds ENGINE_PATIENCE{280};
 
 // Without those of the feed, which it does not take.
 constexpr const char* FIX_PLANS[] = {"calm",
@@ -51,14 +51,14 @@ TEST(QuickFix, example_passes_the_plans_that_concern_fix) {
   }
   words.insert(words.end(), {"--skip", "feed", "--jobs", "4"});
   // An engine of its own pace may miss a plan's occasion, which proves nothing: then once more.
-  constexpr int PROVES_NOTHING = 3;
+  constexpr int NO_OCCASION = 3;
   tools_test::Said said;
-  for (int tries = 0; tries == 0 || (said.status == PROVES_NOTHING && tries < 3); ++tries) {
+  for (int tries = 0; tries == 0 || (said.status == NO_OCCASION && tries < 3); ++tries) {
     const auto run = certification.start(
         words,
         {QUICKFIX_CLIENT, "--settings", settings_in(certification.place()), "--port", "{fix_port}",
          "--symbols", "AAPL", "--orders", "1000", "--seconds", "100", "--comp-id", "{plan}"});
-    said = run->end(PATIENCE_WITH_ALL);
+    said = run->end(ENGINE_PATIENCE);
   }
   EXPECT_EQ(said.status, 0) << said.out << said.err;
   EXPECT_THAT(said.out, HasSubstr("12 plans:  12 passed"));

@@ -15,7 +15,7 @@ using testing::HasSubstr;
 using testing::IsSupersetOf;
 
 // A copy, as the checks stand above the plans. The program reads plans with their own names.
-const std::set<std::string> CHECKS = {
+const std::set<std::string> ALL_CHECKS = {
     "session.frames",
     "session.header",
     "session.times",
@@ -72,7 +72,7 @@ TEST(ShippedPlans, are_one_for_each_misbehaviour) {
 class ShippedPlan : public testing::TestWithParam<std::string> {};
 
 TEST_P(ShippedPlan, is_read_and_says_what_a_good_client_does) {
-  const Plan plan = load_plan(GetParam(), CHECKS);
+  const Plan plan = load_plan(GetParam(), ALL_CHECKS);
   EXPECT_NE(plan.title, "");
   EXPECT_THAT(plan.purpose, HasSubstr("\n\nA good client "))
       << "what comes, and what is to be done";
@@ -82,7 +82,7 @@ TEST_P(ShippedPlan, is_read_and_says_what_a_good_client_does) {
 }
 
 TEST_P(ShippedPlan, ends_soon_and_proves_that_it_came_about) {
-  const Plan plan = load_plan(GetParam(), CHECKS);
+  const Plan plan = load_plan(GetParam(), ALL_CHECKS);
   EXPECT_FALSE(plan.end.empty());
   EXPECT_LE(plan.limit, Milliseconds(90000));
   EXPECT_FALSE(plan.require.empty());
@@ -90,7 +90,7 @@ TEST_P(ShippedPlan, ends_soon_and_proves_that_it_came_about) {
 
 /// A repair that may take as long as the run goes on behind the last fault is never judged.
 TEST_P(ShippedPlan, leaves_more_time_than_a_repair_is_allowed) {
-  const Plan plan = load_plan(GetParam(), CHECKS);
+  const Plan plan = load_plan(GetParam(), ALL_CHECKS);
   if (!plan.expect.contains("feed.recovered")) return;
   const auto after = std::find_if(plan.end.begin(), plan.end.end(),
                                   [](const Term& term) { return term.kind == Term::Kind::AFTER; });

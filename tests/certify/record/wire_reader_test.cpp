@@ -15,9 +15,9 @@ using testing::IsEmpty;
 using testing::SizeIs;
 
 constexpr uint32_t SESSION = 7;
-constexpr Line FIX{Service::FIX, 1};
-constexpr Line IMAGE{Service::IMAGES, 1};
-constexpr Line GAP{Service::GAP_FILL, 3};
+constexpr Line FIX_LINE{Service::FIX, 1};
+constexpr Line IMAGE_LINE{Service::IMAGES, 1};
+constexpr Line GAP_LINE{Service::GAP_FILL, 3};
 
 class WireReaderTest : public testing::Test, protected EventListener {
  protected:
@@ -65,11 +65,11 @@ std::string image_reply(uint64_t seq, const std::string& data) {
 // --- FIX ---
 
 TEST_F(WireReaderTest, AFixConnectionFromItsBeginningToItsEnd) {
-  reader.on_opened(FIX, true, now);
-  pass(FIX, Party::CLIENT, "??" + client::frame_fix("35=A|34=1|"));
-  pass(FIX, Party::EXCHANGE, client::frame_fix("35=A|34=1|") + "8=FIX.4.2\x01");
-  end(FIX, Party::EXCHANGE, true);
-  end(FIX, Party::CLIENT);
+  reader.on_opened(FIX_LINE, true, now);
+  pass(FIX_LINE, Party::CLIENT, "??" + client::frame_fix("35=A|34=1|"));
+  pass(FIX_LINE, Party::EXCHANGE, client::frame_fix("35=A|34=1|") + "8=FIX.4.2\x01");
+  end(FIX_LINE, Party::EXCHANGE, true);
+  end(FIX_LINE, Party::CLIENT);
   EXPECT_THAT(
       lines,
       ElementsAre("FIX 1     connected", "FIX 1   > no message: 2 bytes '?\?'",
@@ -80,10 +80,10 @@ TEST_F(WireReaderTest, AFixConnectionFromItsBeginningToItsEnd) {
 
 TEST_F(WireReaderTest, AMessageIsHeardWhenItsLastByteIs) {
   const std::string message = client::frame_fix("35=0|");
-  pass(FIX, Party::EXCHANGE, message.substr(0, 10));
+  pass(FIX_LINE, Party::EXCHANGE, message.substr(0, 10));
   EXPECT_THAT(lines, IsEmpty());
   now = 5000;
-  pass(FIX, Party::EXCHANGE, message.substr(10));
+  pass(FIX_LINE, Party::EXCHANGE, message.substr(10));
   EXPECT_EQ(only<FixHeard>().taken, 5000);
   EXPECT_EQ(events[0].at, 5005);
 }
@@ -91,16 +91,16 @@ TEST_F(WireReaderTest, AMessageIsHeardWhenItsLastByteIs) {
 TEST_F(WireReaderTest, ConnectionsAndWaysDoNotMix) {
   const std::string message = client::frame_fix("35=0|");
   const Line other{Service::FIX, 2};
-  pass(FIX, Party::CLIENT, message.substr(0, 10));
+  pass(FIX_LINE, Party::CLIENT, message.substr(0, 10));
   pass(other, Party::CLIENT, message);
-  pass(FIX, Party::EXCHANGE, message);
-  pass(FIX, Party::CLIENT, message.substr(10));
+  pass(FIX_LINE, Party::EXCHANGE, message);
+  pass(FIX_LINE, Party::CLIENT, message.substr(10));
   EXPECT_THAT(lines, ElementsAre("FIX 2   > heartbeat       35=0", "FIX 1   < heartbeat       35=0",
                                  "FIX 1   > heartbeat       35=0"));
 }
 
 TEST_F(WireReaderTest, AFrameWithABadCheckSumIsOneMessageThatTheExchangeDrops) {
-  pass(FIX, Party::CLIENT, client::with_soh("8=FIX.4.2|9=5|35=0|10=000|"));
+  pass(FIX_LINE, Party::CLIENT, client::with_soh("8=FIX.4.2|9=5|35=0|10=000|"));
   EXPECT_FALSE(only<FixHeard>().message.taken_by_exchange());
 }
 
@@ -120,7 +120,7 @@ TEST_F(WireReaderTest, WhoseHalfMessageWasCutShortIsTold) {
 }
 
 TEST_F(WireReaderTest, WhatNeverReachedTheClientIsSaid) {
-  reader.on_ended({.line = FIX, .by = Party::EXCHANGE, .by_link = true, .lost = 12, .at = 1});
+  reader.on_ended({.line = FIX_LINE, .by = Party::EXCHANGE, .by_link = true, .lost = 12, .at = 1});
   EXPECT_THAT(lines,
               ElementsAre("FIX 1   < ended by the link",
                           "link      FIX 1: 12 bytes of the exchange never reached the client"));
@@ -129,14 +129,14 @@ TEST_F(WireReaderTest, WhatNeverReachedTheClientIsSaid) {
 // --- Gap fill ---
 
 TEST_F(WireReaderTest, AGoodGapRequest) {
-  pass(GAP, Party::CLIENT, gap_request({.session_id = SESSION, .ranges = {{5, 9}, {10, 12}}}));
+  pass(GAP_LINE, Party::CLIENT, gap_request({.session_id = SESSION, .ranges = {{5, 9}, {10, 12}}}));
   EXPECT_TRUE(only<GapRequested>().well_formed);
   EXPECT_THAT(lines, ElementsAre("gap 3   > asks for 5 to 9, 10 to 12"));
 }
 
 TEST_F(WireReaderTest, GapRequestsThatTheExchangeDoesNotAnswer) {
   const auto ask = [&](const client::GapFillRequest& request) {
-    pass(GAP, Party::CLIENT, gap_request(request));
+    pass(GAP_LINE, Party::CLIENT, gap_request(request));
     EXPECT_FALSE(std::get<GapRequested>(events.back().what).well_formed);
   };
   ask({.session_id = 8});
@@ -148,8 +148,8 @@ TEST_F(WireReaderTest, GapRequestsThatTheExchangeDoesNotAnswer) {
   ask({.session_id = SESSION, .ranges = {{9, 5}}});
   ask({.session_id = SESSION, .ranges = {{5, 9}}, .range_count = 2});
   ask({.session_id = SESSION, .range_count = 0xffffffff});
-  pass(GAP, Party::CLIENT, "");
-  pass(GAP, Party::CLIENT, "123456789012345");
+  pass(GAP_LINE, Party::CLIENT, "");
+  pass(GAP_LINE, Party::CLIENT, "123456789012345");
   const std::string malformed = "gap 3   > malformed request: ";
   EXPECT_THAT(
       lines, ElementsAre(
@@ -168,10 +168,10 @@ TEST_F(WireReaderTest, GapRequestsThatTheExchangeDoesNotAnswer) {
 TEST_F(WireReaderTest, AGapRequestHasRoomFor127Ranges) {
   client::GapFillRequest request{.session_id = SESSION};
   for (uint64_t i = 0; i < 127; ++i) request.ranges.push_back({2 * i, 2 * i});
-  pass(GAP, Party::CLIENT, gap_request(request));
+  pass(GAP_LINE, Party::CLIENT, gap_request(request));
   EXPECT_TRUE(std::get<GapRequested>(events.back().what).well_formed);
   request.ranges.push_back({1000, 1000});
-  pass(GAP, Party::CLIENT, gap_request(request));
+  pass(GAP_LINE, Party::CLIENT, gap_request(request));
   EXPECT_FALSE(std::get<GapRequested>(events.back().what).well_formed);
   EXPECT_EQ(std::get<GapRequested>(events.back().what).ranges.size(), 128U);  // it says too many
 }
@@ -184,8 +184,8 @@ TEST_F(WireReaderTest, GapRepliesArePackets) {
                                 .stream_offset = 12,
                                 .first_seq = 5,
                                 .send_time_ns = 1};
-  pass(GAP, Party::EXCHANGE, client::to_text(client::encode_tp_packet(header, {{1, 2}, {3}})));
-  pass(GAP, Party::EXCHANGE, "rubbish");
+  pass(GAP_LINE, Party::EXCHANGE, client::to_text(client::encode_tp_packet(header, {{1, 2}, {3}})));
+  pass(GAP_LINE, Party::EXCHANGE, "rubbish");
   ASSERT_THAT(lines, SizeIs(2));
   EXPECT_EQ(lines[0], "gap 3   < brings 5 to 6");
   EXPECT_THAT(lines[1], testing::StartsWith("link      gap fill 3: a reply that is no packet: "));
@@ -231,15 +231,15 @@ TEST_F(WireReaderTest, EveryCutOfAnImageIsABrokenImage) {
 }
 
 TEST_F(WireReaderTest, AnImageThatIsNotAsLongAsItSaysIsNotComplete) {
-  pass(IMAGE, Party::CLIENT, image_request({.session_id = SESSION}));
-  pass(IMAGE, Party::EXCHANGE, image_frame("s" + le(23, 8)) + image_frame("x" + le(71, 8)));
+  pass(IMAGE_LINE, Party::CLIENT, image_request({.session_id = SESSION}));
+  pass(IMAGE_LINE, Party::EXCHANGE, image_frame("s" + le(23, 8)) + image_frame("x" + le(71, 8)));
   EXPECT_FALSE(std::get<ImageReplied>(events.back().what).complete);
 }
 
 TEST_F(WireReaderTest, ImagesThatAreRefused) {
-  pass(IMAGE, Party::CLIENT, image_request({.session_id = SESSION, .minimum_seq = 99}));
-  pass(IMAGE, Party::EXCHANGE, image_frame("eR"));
-  end(IMAGE, Party::EXCHANGE);
+  pass(IMAGE_LINE, Party::CLIENT, image_request({.session_id = SESSION, .minimum_seq = 99}));
+  pass(IMAGE_LINE, Party::EXCHANGE, image_frame("eR"));
+  end(IMAGE_LINE, Party::EXCHANGE);
   EXPECT_THAT(lines, ElementsAre("image 1 > asks for an image at 99 or later",
                                  "image 1 < refused: R, the feed is not so far yet"));
 }
@@ -260,33 +260,33 @@ TEST_F(WireReaderTest, ImageRequestsThatAreRefusedForTheirForm) {
 }
 
 TEST_F(WireReaderTest, AnImageRequestThatNeverIsWholeIsNamedAtItsEnd) {
-  pass(IMAGE, Party::CLIENT, image_request({.session_id = SESSION}).substr(0, 12));
-  end(IMAGE, Party::CLIENT);
-  end(IMAGE, Party::EXCHANGE);
+  pass(IMAGE_LINE, Party::CLIENT, image_request({.session_id = SESSION}).substr(0, 12));
+  end(IMAGE_LINE, Party::CLIENT);
+  end(IMAGE_LINE, Party::EXCHANGE);
   EXPECT_THAT(lines,
               ElementsAre("image 1 > malformed request: 12 bytes of it had come, of 59, when "
                           "the client ended its side"));
 }
 
 TEST_F(WireReaderTest, AnImageRequestOfLengthZeroIsNeverWhole) {
-  pass(IMAGE, Party::CLIENT, std::string(100'000, '\0'));
-  end(IMAGE, Party::EXCHANGE);
+  pass(IMAGE_LINE, Party::CLIENT, std::string(100'000, '\0'));
+  end(IMAGE_LINE, Party::EXCHANGE);
   EXPECT_THAT(lines,
               ElementsAre("image 1 > malformed request: 2 bytes of it had come, of 2, and a "
                           "length of 0 is never whole, when the exchange gave it up after 10 s"));
 }
 
 TEST_F(WireReaderTest, WhoEndsItsSideBehindTheRequestIsNotAnswered) {
-  pass(IMAGE, Party::CLIENT, image_request({.session_id = SESSION}));
-  end(IMAGE, Party::CLIENT);
-  end(IMAGE, Party::EXCHANGE);
+  pass(IMAGE_LINE, Party::CLIENT, image_request({.session_id = SESSION}));
+  end(IMAGE_LINE, Party::CLIENT);
+  end(IMAGE_LINE, Party::EXCHANGE);
   EXPECT_THAT(lines, ElementsAre("image 1 > asks for an image",
                                  "image 1 < no answer: the client ended its side first"));
 }
 
 TEST_F(WireReaderTest, ALinkThatIsCutIsNobodysFault) {
-  pass(IMAGE, Party::CLIENT, image_request({.session_id = SESSION}));
-  end(IMAGE, Party::CLIENT, true, true);
+  pass(IMAGE_LINE, Party::CLIENT, image_request({.session_id = SESSION}));
+  end(IMAGE_LINE, Party::CLIENT, true, true);
   EXPECT_FALSE(std::get<ImageReplied>(events.back().what).client_left);
   const Line half{Service::IMAGES, 2};
   lines.clear();
@@ -296,9 +296,9 @@ TEST_F(WireReaderTest, ALinkThatIsCutIsNobodysFault) {
 }
 
 TEST_F(WireReaderTest, WhoOnlyConnectsForAnImageAsksForNothing) {
-  reader.on_opened(IMAGE, true, now);
-  end(IMAGE, Party::CLIENT);
-  end(IMAGE, Party::EXCHANGE);
+  reader.on_opened(IMAGE_LINE, true, now);
+  end(IMAGE_LINE, Party::CLIENT);
+  end(IMAGE_LINE, Party::EXCHANGE);
   EXPECT_THAT(lines, IsEmpty());
 }
 

@@ -10,14 +10,14 @@
 namespace certify {
 namespace {
 
-nlohmann::json report_of(const RunResult& run) {
+nlohmann::json json_of(const RunResult& run) {
   std::ostringstream out;
   write_report_json(run, out);
   return nlohmann::json::parse(out.str());
 }
 
 TEST(ReportJson, says_how_the_run_ended) {
-  const auto report = report_of(nothing_run());
+  const auto report = json_of(nothing_run());
   EXPECT_EQ(report["status"], "proves nothing");
   EXPECT_EQ(report["plan"]["name"], "drop");
   EXPECT_EQ(report["seed"], UINT64_MAX);
@@ -29,7 +29,7 @@ TEST(ReportJson, says_how_the_run_ended) {
 }
 
 TEST(ReportJson, has_every_verdict_with_its_evidence) {
-  const auto checks = report_of(failed_run())["checks"];
+  const auto checks = json_of(failed_run())["checks"];
   ASSERT_EQ(checks.size(), 4U);
   EXPECT_EQ(checks[1]["outcome"], "not seen");
   EXPECT_EQ(checks[3]["check"], "feed.requests_formed");
@@ -40,7 +40,7 @@ TEST(ReportJson, has_every_verdict_with_its_evidence) {
 }
 
 TEST(ReportJson, bears_bytes_that_are_no_text) {
-  const auto report = report_of(hostile_run());
+  const auto report = json_of(hostile_run());
   const std::string what = report["checks"][0]["faults"][0]["what"];
   EXPECT_THAT(what, testing::StartsWith("]]> <b>&amp;\" ' \x1b[31m \r\n\t"));
   EXPECT_THAT(what, testing::HasSubstr("\xef\xbf\xbd"));

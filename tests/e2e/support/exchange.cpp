@@ -1,5 +1,6 @@
 #include "tests/e2e/support/exchange.h"
 
+#include <chrono>
 #include <cmath>
 #include <stdexcept>
 #include <utility>
@@ -30,6 +31,19 @@ client::SimulatorOptions still(std::vector<std::string> arguments) {
   client::SimulatorOptions options = living(client::still_market());
   options.arguments.insert(options.arguments.end(), arguments.begin(), arguments.end());
   return options;
+}
+
+uint64_t system_ns() {
+  return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                   std::chrono::system_clock::now().time_since_epoch())
+                                   .count());
+}
+
+std::string symbols(unsigned count) {
+  std::string text;
+  for (unsigned i = 1; i <= count; ++i) text += "S" + std::to_string(i) + ":50,";
+  text.pop_back();
+  return text;
 }
 
 client::Price4 to_price4(const std::string& text) { return std::llround(std::stod(text) * 10000); }

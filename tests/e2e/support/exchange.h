@@ -21,6 +21,15 @@ client::SimulatorOptions living(std::vector<std::string> arguments = {});
 /// The same, with a market in which nothing happens after the opening but what clients do.
 client::SimulatorOptions still(std::vector<std::string> arguments = {});
 
+/// The end that a simulator comes to when it is asked to stop.
+inline constexpr client::ExitStatus STATUS_0{.exited = true, .code = 0, .signal = 0};
+
+/// What the exchange's own stamps are compared with.
+uint64_t system_ns();
+
+/// So many symbols that openings and images are large: "S1:50,S2:50,...".
+std::string symbols(unsigned count);
+
 /// Prices as the orders of a test name them: to_price4("190.05") is 1900500.
 client::Price4 to_price4(const std::string& text);
 
