@@ -51,7 +51,7 @@ class Processes:
     def __init__(self):
         self.lock, self.running, self.stopped = threading.Lock(), set(), False
 
-    def run(self, words, cwd, cpu_s, idle_s, stdout=subprocess.DEVNULL):
+    def run(self, words, cwd, cpu_s, idle_s, scratch=None):
         """The exit status, negative for a signal; None if it took too long: in processor time, or
         asleep. What waits for a processor is neither, as the machine may be busy."""
         limits = ["prlimit", f"--cpu={cpu_s}:{cpu_s + 1}", f"--as={MEMORY}", "--core=0",
@@ -60,9 +60,10 @@ class Processes:
             if self.stopped:
                 raise Stopped
             process = subprocess.Popen([*limits, *words], cwd=cwd, stdin=subprocess.DEVNULL,
-                                       stdout=stdout, stderr=subprocess.STDOUT,
-                                       env={**os.environ, "TMPDIR": str(cwd), "GTEST_BRIEF": "1",
-                                            "GTEST_FAIL_FAST": "1"}, start_new_session=True)
+                                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                       env={**os.environ, "TMPDIR": str(scratch or cwd),
+                                            "GTEST_BRIEF": "1", "GTEST_FAIL_FAST": "1"},
+                                       start_new_session=True)
             self.running.add(process)
         try:
             while idle_s > 0:
@@ -222,12 +223,14 @@ class Trial:
             together = self.new_file(".cpp")
             together.write_text("".join(f'#include "{path}"\n' for path in sources))
             sources = [together]
+        if self.mutant.file.endswith(".cpp") and source != str(self.build.root / self.mutant.file):
+            raise SystemExit(f"mutants: {self.mutant.file} is compiled as a piece of {source}")
         ours = self.new_file(".o")
         words = [str(ours) if word == group[0] else str(sources[0]) if word == source else word
                  for word in words if word != "-Werror"]
         at = next((at for at, word in enumerate(words) if word.startswith("-I")), 1)
         words[at:at] = [f"-I{self.folder / 'src'}", "-w"]
-        if self.processes.run(words, self.build.built, COMPILE_S, 5 * COMPILE_S) != 0:
+        if self.processes.run(words, self.build.built, COMPILE_S, 5 * COMPILE_S, self.folder) != 0:
             return False
         self.made.update((made, ours) for made in group)
         return True
@@ -248,4 +251,4 @@ class Trial:
         at = next((at for at, word in enumerate(replaced) if word.endswith(".a")), len(replaced))
         words = replaced[1:at] if replaced[0] == ":" else replaced[:at]
         return self.processes.run([*words, *ours, *replaced[at:], *self.build.linker],
-                                  self.build.built, COMPILE_S, 5 * COMPILE_S) == 0
+                                  self.build.built, COMPILE_S, 5 * COMPILE_S, self.folder) == 0

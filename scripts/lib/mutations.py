@@ -300,6 +300,8 @@ def mutants_of(file, text):
 
 def apply(mutant, text):
     lines = text.split("\n")
+    if lines[mutant.line - 1].strip() != mutant.before:
+        raise SystemExit(f"mutants: {mutant.file} has been changed since the draw")
     lines[mutant.line - 1] = mutant.after
     if mutant.swallows:
         lines[mutant.line] = ""
