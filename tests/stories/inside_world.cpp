@@ -72,7 +72,7 @@ void InsideWorld::settle() {
 void InsideWorld::pass(uint64_t ms) {
   while (ms != 0) {
     const uint64_t step = std::min(ms, MOST_WAIT_MS);
-    wait_ns_ = step * WholeExchange::NS_PER_MS;
+    wait_ns_ = step * day::NS_PER_MS;
     exchange_.turn();
     ms -= step;
   }
