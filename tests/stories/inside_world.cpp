@@ -6,6 +6,7 @@
 #include <string_view>
 #include <utility>
 
+#include "day/day_clock.h"
 #include "quorl/client/bytes.h"
 #include "quorl/client/iex_tp.h"
 

@@ -15,7 +15,7 @@ ALPHA > D 11=a2|&bad
 ALPHA < 8 34=3|150=8
 ALPHA > 1
 ALPHA < 0 34=4|!112
-counts  orders+1 accepts+1 rejects+1
+counts  orders+1 accepts+1
 each @time
 | first | second
 ALPHA > 2 7=1|16=0

@@ -1,5 +1,7 @@
 # Logon, Logout and the numbers between them.
 
+let order 55=AAPL|54=1|38=100|40=2|44=100|18=i
+
 story logon_and_logout
 ALPHA connects
 ALPHA > A 98=0|108=30
@@ -113,21 +115,23 @@ counts  orders+4 accepts+4 fills+4
 
 # With a stream of nobody's, not even of the nameless one. "" and an absent type, too.
 story any_other_message_before_logon_closes_the_connection_without_an_answer
-each @type
-| 0 | 1 | 2 | 3 | 4 | 5 | D | F | G | Q | AA | %s%n%d |
+# Each from its own file descriptor.
+each @type @fd
+| 0 | a | 1 | b | 2 | c | 3 | d | 4  | e | 5      | f | D | g
+| F | h | G | i | Q | j | 8 | k | AA | l | %s%n%d | m |   | n
 X connects
-X > X 35=@type|34=9|49=ALPHA|11=a1|55=AAPL|54=1|38=100|40=2|44=100|18=i
+X > X 35=@type|34=9|49=ALPHA|11=a1|&order
 X closed
-log   bench: message 35=@type before Logon from fd $fd — connection closed
+log   bench: message 35=@type before Logon from fd $@fd — connection closed
 end
 X connects
 X > X !35|34=1|49=ALPHA
 X closed
-log   bench: message 35= before Logon from fd $fd — connection closed
+log   bench: message 35= before Logon from fd $absent — connection closed
 X connects
 X > X 35=D|!49|34=1|11=a1
 X closed
-log   bench: message 35=D before Logon from fd $fd — connection closed
+log   bench: message 35=D before Logon from fd $nameless — connection closed
 X connects
 X > A !49|34=1|98=0|108=30
 X < 5 34=1|58=Logon rejected: SenderCompID (49) missing
@@ -202,8 +206,8 @@ counts  cancels+1
 # --- The end ---
 
 story a_close_is_told_once_with_the_orders_that_rest
-ALPHA rests 11=a1|55=AAPL|54=1|38=100|40=2|44=100|18=i
-ALPHA rests 11=a2|55=AAPL|54=1|38=100|40=2|44=100|18=i
+ALPHA rests 11=a1|&order
+ALPHA rests 11=a2|&order
 ALPHA disconnects
 log     bench: client ALPHA disconnected (2 resting order(s) kept)
 ALPHA connects
@@ -220,7 +224,7 @@ counts  logons+1
 story a_close_alone_is_told_of_all_that_comes_with_it
 ALPHA > 0 34=2
 STRANGER connects
-ALPHA > D 34=3|11=a1|55=AAPL|54=1|38=100|40=2|44=100|18=i
+ALPHA > D 34=3|11=a1|&order
 + ALPHA > 5 34=4
 + ALPHA disconnects
 log     bench: client ALPHA disconnected (0 resting order(s) kept)
@@ -236,7 +240,7 @@ counts  logons+1
 
 story a_logout_is_the_last_that_acts_in_one_read
 ALPHA > 5
-+ ALPHA > D 11=a1|55=AAPL|54=1|38=100|40=2|44=100|18=i
++ ALPHA > D 11=a1|&order
 ALPHA < 5 34=2
 ALPHA closed
 log     bench: client ALPHA logged out (0 resting order(s) kept)
