@@ -72,7 +72,7 @@ BETA  < 8 34=2|43=Y|150=8|11=b1
 BETA  < 4 34=3|43=Y|36=4
 log     bench: ResendRequest from BETA 7=2 16=0 -> serving 2..3
 log     bench: resend done: replayed 1 application message(s), 1 GapFill(s)
-counts  orders+1 accepts+1 cancel_rejects+1 replace_rejects+1 stale_cancels+1 logons+1 resend_requests+1 replays+1 replayed+1
+counts  orders+1 accepts+1 cancel_rejects+1 replace_rejects+1 stale_cancels+2 logons+1 resend_requests+1 replays+1 replayed+1
 
 story driven_before_the_threshold_uses_up_the_scripted_one
 script disconnect_after=5
