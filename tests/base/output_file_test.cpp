@@ -9,6 +9,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "base/stop.h"
 
@@ -134,6 +135,20 @@ TEST_F(OutputFiles, gives_up_a_reader_that_stalls_once_a_stop_is_requested) {
   EXPECT_FALSE(file.is_writable());
   file.close();
   ::close(reader);
+}
+
+TEST_F(OutputFiles, are_written_without_waiting_whatever_their_descriptor) {
+  int lowest = 0;  // that is free
+  std::vector<int> taken;
+  while (lowest < 20) {  // above each of the commands of fcntl
+    taken.push_back(::dup(STDERR_FILENO));
+    ASSERT_GE(taken.back(), 0);
+    lowest = taken.back() + 1;
+  }
+  OutputFile file;
+  file.open_emptied(path);
+  EXPECT_NE(::fcntl(lowest, F_GETFL) & O_NONBLOCK, 0);
+  for (const int fd : taken) ::close(fd);
 }
 
 }  // namespace

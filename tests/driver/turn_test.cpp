@@ -1087,5 +1087,17 @@ TEST(Turn, without_a_control_port_nothing_reads_its_socket) {
   EXPECT_FALSE(bench.exchange.engine.paused);
 }
 
+TEST(Turn, the_steady_clock_may_have_begun_just_now_for_the_first_files) {
+  Bench bench;
+  const TemporaryPath bbo;
+  bench.config.bbo_out = bbo.path;
+  test::set_steady_ms(249);
+  bench.turn();
+  EXPECT_FALSE(bbo.exists());
+  test::set_steady_ms(250);
+  bench.turn();
+  EXPECT_TRUE(bbo.exists());
+}
+
 }  // namespace
 }  // namespace quorl

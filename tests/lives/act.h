@@ -51,7 +51,7 @@ struct Act {
   bool operator==(const Act&) const = default;
 };
 
-/// What a life is made of. `setup` chooses symbols, scenario and faults.
+/// What a life is made of. `setup` chooses symbols, scenario, faults, and what is left out.
 struct Script {
   uint32_t setup = 0;
   std::vector<Act> acts;

@@ -30,7 +30,7 @@ void FeedWitness::follow(uint64_t up_to) {
   const quorl::TpPublisher& publisher = *engine_.publisher;
   for (; next_seq_ < up_to; ++next_seq_) {
     const quorl::RetainedMessage message = publisher.retained(next_seq_);
-    holds(message.stream_offset == next_offset_, "offsets add up, at " + std::to_string(next_seq_));
+    holds(message.stream_offset == next_offset_, "offsets add up, at ", next_seq_);
     offsets_.push_back(next_offset_);
     seq_of_offset_[next_offset_] = next_seq_;
     next_offset_ += message.bytes.size() + 2;
@@ -47,7 +47,7 @@ void FeedWitness::follow(uint64_t up_to) {
 uint64_t FeedWitness::seq_at(uint64_t offset, const std::string& of) const {
   if (offset == next_offset_) return next_seq_;
   const auto found = seq_of_offset_.find(offset);
-  holds(found != seq_of_offset_.end(), "a message begins where " + of + " says");
+  holds(found != seq_of_offset_.end(), "a message begins where ", of, " says");
   return found->second;
 }
 
@@ -65,7 +65,7 @@ void FeedWitness::look_at_packet(std::string_view datagram) {
     holds(at < next_seq_ && offsets_[at - 1] == message.stream_offset,
           "the messages of a packet follow on from each other");
     const client::Bytes kept = bytes_of(engine_.publisher->retained(at).bytes);
-    holds(kept == message.bytes, "what is kept is what was sent, at " + std::to_string(at));
+    holds(kept == message.bytes, "what is kept is what was sent, at ", at);
     ++at;
   }
   packets_sent_.insert(packet.header.stream_offset);
@@ -81,7 +81,7 @@ void FeedWitness::look_at_gap_reply(std::string_view datagram) {
   for (const client::TpMessage& message : packet.messages) {
     holds(at < next_seq_, "a gap fill brings what there is");
     const client::Bytes kept = bytes_of(engine_.publisher->retained(at).bytes);
-    holds(kept == message.bytes, "a gap fill brings what was sent, at " + std::to_string(at));
+    holds(kept == message.bytes, "a gap fill brings what was sent, at ", at);
     ++at;
   }
 }
@@ -93,7 +93,7 @@ void FeedWitness::look_at_image(std::string_view reply) {
   holds(image->seq == next_seq_ - 1, "an image stands behind the last number given out");
   holds(image->stream_offset == next_offset_, "an image says where the feed goes on");
   const std::string difference = client::compare_levels(image->book().books(), book_.books());
-  holds(difference.empty(), "an image shows what the feed shows: " + difference);
+  holds(difference.empty(), "an image shows what the feed shows: ", difference);
 }
 
 void FeedWitness::look() {
@@ -133,7 +133,7 @@ void FeedWitness::compare_books(const client::BookBuilder& shown, const std::str
     const inside::ShownLevels asks(book.asks.begin(), book.asks.end());
     holds(bids == inside::shown_levels(engine_, stock, inside::BUYS) &&
               asks == inside::shown_levels(engine_, stock, inside::SELLS),
-          whose + " is the exchange's: " + stock.symbol);
+          whose, " is the exchange's: ", stock.symbol);
   }
 }
 

@@ -68,7 +68,8 @@ void FixWitness::on_message(const client::FixMessage& message) {
 }
 
 void FixWitness::on_first_sending(const client::FixMessage& message, Stream& stream) {
-  holds(stream.used.insert(message.seq()).second, "a number is used once: " + message.text());
+  holds(stream.used.insert(message.seq()).second,
+        "a number is used once: ", [&] { return message.text(); });
   if (message.type() == "8" || message.type() == "9") {
     stream.new_bodies[message.seq()] = body_of(message);
   }
@@ -79,7 +80,8 @@ void FixWitness::on_replay(const client::FixMessage& message) {
   for (const auto* bodies : {&stream.bodies, &stream.new_bodies}) {
     const auto first = bodies->find(message.seq());
     if (first == bodies->end()) continue;
-    holds(first->second == body_of(message), "a replay says what was said: " + message.text());
+    holds(first->second == body_of(message),
+          "a replay says what was said: ", [&] { return message.text(); });
   }
 }
 
@@ -96,7 +98,7 @@ bool FixWitness::take_stored(const std::string& owner, const quorl::FixStream& m
     composed.push_back({owner, message.seq, message.msg_type, fields_of(body)});
     const auto heard = stream.new_bodies.find(message.seq);
     if (heard != stream.new_bodies.end()) {
-      holds(heard->second == body, "what is kept is what was sent: " + heard->second);
+      holds(heard->second == body, "what is kept is what was sent: ", heard->second);
       stream.bodies.insert(stream.new_bodies.extract(heard));
     }
   }
@@ -120,29 +122,33 @@ std::vector<Composed> FixWitness::look(bool& complete) {
 }
 
 void FixWitness::look_at_report(const Composed& report) {
-  const std::string said = report.owner + " 34=" + std::to_string(report.seq) +
-                           " 37=" + report.value(37) + " 150=" + report.value(150);
-  holds(exec_ids_.insert(report.value(17)).second, "an ExecID is used once: " + said);
+  const auto said = [&report] {
+    return report.owner + " 34=" + std::to_string(report.seq) + " 37=" + report.value(37) +
+           " 150=" + report.value(150);
+  };
+  holds(exec_ids_.insert(report.value(17)).second, "an ExecID is used once: ", said);
   const uint64_t ordered = number(report.value(38));
   const uint64_t open = number(report.value(151));
   const uint64_t done = number(report.value(14));
   const std::string& type = report.value(150);
   if (type == "4" || type == "8") {
-    holds(open == 0, "nothing is open of what has ended: " + said);
+    holds(open == 0, "nothing is open of what has ended: ", said);
   } else {
-    holds(open + done == ordered, "a report's shares add up: " + said);
+    holds(open + done == ordered, "a report's shares add up: ", said);
   }
   if (type == "1" || type == "2") look_at_fill(report);
 }
 
 void FixWitness::look_at_fill(const Composed& report) {
-  const std::string said = report.owner + " 34=" + std::to_string(report.seq) +
-                           " 37=" + report.value(37) + " 880=" + report.value(880);
+  const auto said = [&report] {
+    return report.owner + " 34=" + std::to_string(report.seq) + " 37=" + report.value(37) +
+           " 880=" + report.value(880);
+  };
   const auto trade = feed_.trades().find(number(report.value(880)));
-  holds(trade != feed_.trades().end(), "a fill is a trade of the feed: " + said);
-  holds(number(report.value(32)) == trade->second.size, "share by share: " + said);
-  holds(report.value(31) == client::price_text(trade->second.price), "at its price: " + said);
-  holds(++fills_of_trade_[report.value(880)] <= 2, "a trade has two sides: " + said);
+  holds(trade != feed_.trades().end(), "a fill is a trade of the feed: ", said);
+  holds(number(report.value(32)) == trade->second.size, "share by share: ", said);
+  holds(report.value(31) == client::price_text(trade->second.price), "at its price: ", said);
+  holds(++fills_of_trade_[report.value(880)] <= 2, "a trade has two sides: ", said);
   const double dollars = static_cast<double>(trade->second.size) *
                          (static_cast<double>(trade->second.price) / 10000.0);
   fills_[report.value(37)].ahead[number(report.value(14))] = {
@@ -154,13 +160,13 @@ void FixWitness::add_up(const std::string& order_id, Fills& fills) const {
   while (!fills.ahead.empty()) {
     const auto& [sum, fill] = *fills.ahead.begin();
     const bool follows = sum == fills.shares + fill.shares;
-    holds(follows || lost_some_, "the reports of an order add up: 37=" + order_id);
+    holds(follows || lost_some_, "the reports of an order add up: 37=", order_id);
     if (!follows) return;
     fills.shares = sum;
     fills.dollars += fill.dollars;
     const double average = fills.dollars / static_cast<double>(sum);
     holds(std::fabs(fill.average - average) < 0.0001,
-          "the average is that of the fills: 37=" + order_id + " 14=" + std::to_string(sum));
+          "the average is that of the fills: 37=", order_id, " 14=", sum);
     fills.ahead.erase(fills.ahead.begin());
   }
 }

@@ -45,6 +45,9 @@ const std::vector<const char*> SCENARIOS = {
     "reject_every=3,replace_reject_every=2",
     "fill_on_cancel_every=2,unsolicited_cancel_every=3",
     "disconnect_after=5,lapse_ms=700",
+    "unsolicited_cancel_every=3",
+    "replace_reject_every=2",
+    "lapse_ms=400",
     "reject_every=5,partial_fill_every=3,fill_on_cancel_every=3,unsolicited_cancel_every=4,"
     "replace_reject_every=4,lapse_ms=300,disconnect_after=9"};
 const std::vector<std::vector<const char*>> FAULTS = {
@@ -54,6 +57,9 @@ const std::vector<std::vector<const char*>> FAULTS = {
     {"--dup-every", "2"},
     {"--reorder-every", "2"},
     {"--drop-every", "7", "--dup-every", "3", "--reorder-every", "5", "--drop-burst", "9:4"}};
+/// What some lives do without.
+enum Absent : uint32_t { CONTROL_PORT = 1, FILES = 2 };
+constexpr uint32_t ABSENCES = 8;  // most lives have everything
 const std::vector<const char*> INTERVALS = {"40", "0", "-1", "5"};
 
 quorl::RunConfig configuration(uint32_t setup) {
@@ -64,16 +70,8 @@ quorl::RunConfig configuration(uint32_t setup) {
                                    "7002",
                                    "--gapfill-port",
                                    "7004",
-                                   "--control-port",
-                                   "7003",
                                    "--session",
                                    "77",
-                                   "--book-out",
-                                   "book.json",
-                                   "--bbo-out",
-                                   "bbo.txt",
-                                   "--truth-out",
-                                   "truth.jsonl",
                                    "--symbols",
                                    pick(SYMBOLS, setup & 0xff),
                                    "--interval-ms",
@@ -82,6 +80,12 @@ quorl::RunConfig configuration(uint32_t setup) {
                                    "0.4",
                                    "--step-bps",
                                    "3"};
+  const uint32_t absent = (setup >> 19) % ABSENCES;
+  if (absent != CONTROL_PORT) argv.insert(argv.end(), {"--control-port", "7003"});
+  if (absent != FILES) {
+    argv.insert(argv.end(),
+                {"--book-out", "book.json", "--bbo-out", "bbo.txt", "--truth-out", "truth.jsonl"});
+  }
   const std::vector<const char*>& faults = pick(FAULTS, setup >> 24 & 0xff);
   argv.insert(argv.end(), faults.begin(), faults.end());
   const std::string seed = std::to_string(setup & 0xffff);
@@ -286,7 +290,9 @@ void Life::command(const Act& act) {
                                                  "nonsense"};
   std::string line = pick(WORDS, act.a);
   if (act.b % 8 != 0) line += " " + std::to_string(act.c % 5 * (line == "lapse" ? 200U : 1U));
-  network_.send_datagram(PORTS.control, line + "\n", 9000);
+  // What seems to come from the exchange itself is passed by.
+  const uint16_t from = act.f == 255 ? PORTS.control : 9000;
+  network_.send_datagram(PORTS.control, line + "\n", from);
 }
 
 void Life::ask_for_messages(const Act& act) {

@@ -82,8 +82,9 @@ void TruthWitness::look(const std::vector<Composed>& composed, bool complete) {
   const std::vector<std::string> said = likenesses(composed);
   const std::vector<std::string> true_ones = likenesses(lines);
   if (complete) {
-    holds(said == true_ones, "each report has its line and each line its report; reports:" +
-                                 joined(said) + "\nlines:" + joined(true_ones));
+    holds(said == true_ones, "each report has its line and each line its report; reports:", [&] {
+      return joined(said) + "\nlines:" + joined(true_ones);
+    });
   }
   std::map<uint64_t, Lines> by_order;
   for (const client::OrderEvent& line : lines) {
@@ -105,50 +106,53 @@ void TruthWitness::count(const client::OrderEvent& line) {
 /// the turn, when a cancel or replace of the same turn has long been told, so that only the sums
 /// tell the true order.
 void TruthWitness::follow(uint64_t order_id, const Lines& lines) {
-  std::string said = "order " + std::to_string(order_id);
-  for (const client::OrderEvent& line : lines) {
-    said += "\n  " + line.ev + " " + line.cl + ": " + std::to_string(line.qty) + " ordered, " +
-            std::to_string(line.leaves) + " open, " + std::to_string(line.cum) + " done, " +
-            std::to_string(line.last_qty) + " of these now";
-  }
+  const auto said = [&] {
+    std::string text = "order " + std::to_string(order_id);
+    for (const client::OrderEvent& line : lines) {
+      text += "\n  " + line.ev + " " + line.cl + ": " + std::to_string(line.qty) + " ordered, " +
+              std::to_string(line.leaves) + " open, " + std::to_string(line.cum) + " done, " +
+              std::to_string(line.last_qty) + " of these now";
+    }
+    return text;
+  };
   const bool is_new = lines.front().ev == "new";
   const auto [found, fresh] = orders_.emplace(order_id, Life{lines.front().qty, 0, 0, false});
-  holds(fresh == is_new, "an order is accepted once, and first: " + said);
+  holds(fresh == is_new, "an order is accepted once, and first: ", said);
   Life& order = found->second;
-  holds(!order.ended, "an order has one end: " + said);
+  holds(!order.ended, "an order has one end: ", said);
 
   std::set<uint64_t> sums = {order.cum};
   std::map<uint64_t, uint64_t> fills;  // shares, by the sum behind them
   unsigned ends = 0;
   for (const client::OrderEvent& line : lines) {
     if (line.ev == "fill") {
-      holds(line.last_qty > 0, "a fill has shares: " + said);
-      holds(fills.emplace(line.cum, line.last_qty).second, "a fill is told once: " + said);
+      holds(line.last_qty > 0, "a fill has shares: ", said);
+      holds(fills.emplace(line.cum, line.last_qty).second, "a fill is told once: ", said);
     } else {
-      holds(line.last_qty == 0, "only a fill has shares: " + said);
+      holds(line.last_qty == 0, "only a fill has shares: ", said);
     }
     if (line.ev == "new") {
-      holds(line.cum == 0 && line.leaves == line.qty, "a new order is open: " + said);
+      holds(line.cum == 0 && line.leaves == line.qty, "a new order is open: ", said);
     }
     if (line.ev == "cancel") {
-      holds(line.leaves == 0, "nothing is open of what has ended: " + said);
+      holds(line.leaves == 0, "nothing is open of what has ended: ", said);
       ++ends;
     } else {
-      holds(line.leaves + line.cum == line.qty, "ordered = open + done: " + said);
+      holds(line.leaves + line.cum == line.qty, "ordered = open + done: ", said);
     }
     if (line.ev == "replace") order.qty = line.qty;
   }
   for (const auto& [cum, shares] : fills) {
-    holds(cum == order.cum + shares, "fills add up: " + said);
+    holds(cum == order.cum + shares, "fills add up: ", said);
     order.cum = cum;
     sums.insert(cum);
   }
   for (const client::OrderEvent& line : lines) {
-    holds(sums.contains(line.cum), "what is done are the fills: " + said);
+    holds(sums.contains(line.cum), "what is done are the fills: ", said);
   }
   order.leaves = ends > 0 ? 0 : order.qty - order.cum;
   if (ends == 0 && order.leaves == 0) ++ends;
-  holds(ends <= 1, "an order has one end: " + said);
+  holds(ends <= 1, "an order has one end: ", said);
   order.ended = ends == 1;
 }
 
@@ -156,15 +160,15 @@ void TruthWitness::look_at_orders() const {
   size_t resting = 0;
   for (const auto& [id, order] : orders_) {
     const quorl::RestingOrder* const rests = engine_.orders.find(id);
-    const std::string said = "order " + std::to_string(id);
+    const auto said = [id = id] { return "order " + std::to_string(id); };
     if (order.ended || order.leaves == 0) {
-      holds(rests == nullptr, "what has ended does not rest: " + said);
+      holds(rests == nullptr, "what has ended does not rest: ", said);
       continue;
     }
     ++resting;
-    holds(rests != nullptr, "an accepted order has an end, or rests: " + said);
+    holds(rests != nullptr, "an accepted order has an end, or rests: ", said);
     holds(rests->qty == order.qty && rests->cum == order.cum && rests->leaves == order.leaves,
-          "it rests as its owner was told: " + said);
+          "it rests as its owner was told: ", said);
   }
   size_t of_clients = 0;
   engine_.orders.for_each(
@@ -179,8 +183,7 @@ void TruthWitness::look_at_counters() const {
     return found == lines_.end() ? uint64_t{0} : found->second;
   };
   const auto equal = [](uint64_t counted, uint64_t seen, const char* name) {
-    holds(counted == seen, std::string("the counter ") + name + " is what was seen: " +
-                               std::to_string(counted) + " and " + std::to_string(seen));
+    holds(counted == seen, "the counter ", name, " is what was seen: ", counted, " and ", seen);
   };
   equal(counters.accepts, count("new"), "accepts");
   equal(counters.fills, count("fill"), "fills");

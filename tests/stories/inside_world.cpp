@@ -94,7 +94,7 @@ bool InsideWorld::closed(const std::string& connection, bool) {
 
 std::vector<std::string> InsideWorld::take_replies() { return std::exchange(replies_, {}); }
 
-std::vector<client::DeepMessage> InsideWorld::take_feed() {
+std::vector<client::DeepMessage> InsideWorld::take_feed(bool) {
   std::vector<client::DeepMessage> messages;
   for (const std::string& datagram : exchange_.network.take_feed()) {
     for (const client::TpMessage& message :

@@ -21,7 +21,7 @@ class InsideWorld : public World {
   std::string take_bytes(const std::string& connection, bool wait) override;
   bool closed(const std::string& connection, bool wait) override;
   std::vector<std::string> take_replies() override;
-  std::vector<client::DeepMessage> take_feed() override;
+  std::vector<client::DeepMessage> take_feed(bool wait) override;
   std::vector<std::string> take_lines() override;
   std::vector<client::OrderEvent> take_events() override;
   client::ControlStats stats() override;

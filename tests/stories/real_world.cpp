@@ -86,8 +86,9 @@ std::vector<std::string> RealWorld::take_replies() {
   return replies;
 }
 
-/// As many packets have come as have left, but for those that a fault holds back.
-std::vector<client::DeepMessage> RealWorld::take_feed() {
+/// As many packets have come as have left, but for those that a fault may hold back. When such a
+/// one leaves, nothing tells of it: it is waited for if a story names it.
+std::vector<client::DeepMessage> RealWorld::take_feed(bool wait) {
   client::FeedSubscriber& feed = exchange_.feed();
   const client::FaultStats faults = exchange_.turn().faults;
   const uint64_t due = faults.sent + faults.duplicated - faults.reordered;
@@ -98,6 +99,9 @@ std::vector<client::DeepMessage> RealWorld::take_feed() {
     return static_cast<uint64_t>(count) >= due;
   };
   feed.await(have_come, "all packets that have left");
+  if (wait && faults.reordered != 0) {
+    (void)feed.wait_until([&] { return feed.messages().size() > feed_taken_; }, patience_);
+  }
   std::vector<client::DeepMessage> messages;
   for (; feed_taken_ < feed.messages().size(); ++feed_taken_) {
     messages.push_back(feed.messages()[feed_taken_].message);

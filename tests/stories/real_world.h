@@ -23,7 +23,7 @@ class RealWorld : public World {
   std::string take_bytes(const std::string& connection, bool wait) override;
   bool closed(const std::string& connection, bool wait) override;
   std::vector<std::string> take_replies() override;
-  std::vector<client::DeepMessage> take_feed() override;
+  std::vector<client::DeepMessage> take_feed(bool wait) override;
   std::vector<std::string> take_lines() override { return exchange_.lines(); }
   std::vector<client::OrderEvent> take_events() override { return exchange_.events(); }
   client::ControlStats stats() override;

@@ -37,7 +37,7 @@ class World {
   virtual std::string take_bytes(const std::string& connection, bool wait) = 0;
   virtual bool closed(const std::string& connection, bool wait) = 0;  // by the exchange
   virtual std::vector<std::string> take_replies() = 0;                // of the control port
-  virtual std::vector<client::DeepMessage> take_feed() = 0;
+  virtual std::vector<client::DeepMessage> take_feed(bool wait) = 0;
   virtual std::vector<std::string> take_lines() = 0;  // of standard error, without periodic ones
   virtual std::vector<client::OrderEvent> take_events() = 0;
 
