@@ -11,7 +11,6 @@
 #include <iterator>
 #include <map>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "quorl/client/errors.h"
@@ -122,61 +121,6 @@ class Resend : public testing::Test {
   size_t marked_ = 0;
 };
 
-TEST_F(Resend, a_range_is_replayed_and_each_run_of_other_numbers_is_one_gap_fill) {
-  FixSession alpha = with_four_messages();
-  EXPECT_THAT(asked(alpha, "1", "0"),
-              ElementsAre("4 34=1 36=2", "8 34=2", "8 34=3", "4 34=4 36=5"));
-  expect_line("bench: ResendRequest from ALPHA 7=1 16=0 -> serving 1..4");
-  expect_line("bench: resend done: replayed 2 application message(s), 2 GapFill(s)");
-  EXPECT_EQ(alpha.next_in, 6u) << "the answer to the TestRequest took 5: a resend takes no numbers";
-  EXPECT_EQ(exchange.counter("resend_requests"), 1u);
-  EXPECT_EQ(exchange.counter("replays"), 1u);
-  EXPECT_EQ(exchange.counter("replayed"), 2u);
-}
-
-TEST_F(Resend, a_range_ends_where_it_says_or_at_the_last_number_sent) {
-  FixSession alpha = with_four_messages();
-  // Each asking makes one more Heartbeat, so the last number rises by one each time.
-  EXPECT_THAT(asked(alpha, "2", "2"), ElementsAre("8 34=2"));
-  EXPECT_THAT(asked(alpha, "3", "100"), ElementsAre("8 34=3", "4 34=4 36=6"));
-  expect_line("7=3 16=100 -> serving 3..5");
-  EXPECT_THAT(asked(alpha, "4", "6"), ElementsAre("4 34=4 36=7"));
-  EXPECT_THAT(asked(alpha, "3", "6"), ElementsAre("8 34=3", "4 34=4 36=7"));
-  EXPECT_THAT(asked(alpha, "1", "1"), ElementsAre("4 34=1 36=2"));
-  EXPECT_THAT(asked(alpha, "7", ""), ElementsAre("4 34=7 36=10"));
-  expect_line("7=7 16=0 -> serving 7..9");
-  EXPECT_THAT(asked(alpha, "9", "4294967295"), ElementsAre("4 34=9 36=11"));
-  EXPECT_THAT(asked(alpha, "10", "many"), ElementsAre("4 34=10 36=12"));
-}
-
-TEST_F(Resend, a_range_that_begins_behind_the_last_number_brings_nothing) {
-  FixSession alpha = with_four_messages();
-  EXPECT_THAT(asked(alpha, "9", "0"), IsEmpty());
-  expect_line("bench: ResendRequest from ALPHA 7=9 16=0 -> serving 9..4");
-  expect_line("bench: resend done: replayed 0 application message(s), 0 GapFill(s)");
-  EXPECT_THAT(asked(alpha, "3", "2"), IsEmpty());
-  expect_line("7=3 16=2 -> serving 3..2");
-  EXPECT_EQ(exchange.counter("resend_requests"), 2u);
-  EXPECT_EQ(exchange.counter("replays"), 0u);
-}
-
-TEST_F(Resend, a_range_from_nought_begins_with_a_gap_fill_of_number_nought) {
-  FixSession alpha = with_four_messages();
-  EXPECT_THAT(asked(alpha, "0", "2"), ElementsAre("4 34=0 36=2", "8 34=2"));
-  EXPECT_THAT(asked(alpha, "", "2"), ElementsAre("4 34=0 36=2", "8 34=2"));
-  EXPECT_THAT(asked(alpha, "first", "1"), ElementsAre("4 34=0 36=2"));
-  expect_line("bench: ResendRequest from ALPHA 7=0 16=1 -> serving 0..1");
-}
-
-TEST_F(Resend, a_range_of_session_messages_counts_as_a_request_and_as_nothing_else) {
-  FixSession alpha = with_four_messages();
-  EXPECT_THAT(asked(alpha, "4", "4"), ElementsAre("4 34=4 36=5"));
-  expect_line("bench: resend done: replayed 0 application message(s), 1 GapFill(s)");
-  EXPECT_EQ(exchange.counter("resend_requests"), 1u);
-  EXPECT_EQ(exchange.counter("replays"), 0u);
-  EXPECT_EQ(exchange.counter("replayed"), 0u);
-}
-
 TEST_F(Resend, a_replay_differs_from_the_first_transmission_in_its_header_alone) {
   exchange.empty_book("AAPL");
   FixSession alpha = logs_on("ALPHA");
@@ -215,65 +159,6 @@ TEST_F(Resend, a_replay_differs_from_the_first_transmission_in_its_header_alone)
   }
 }
 
-TEST_F(Resend, a_gap_fill_carries_its_hole_and_no_original_time) {
-  FixSession alpha = with_four_messages();
-  alpha.resend_request("1", "1");
-  const FixMessage gap_fill = alpha.expect("4");
-  EXPECT_THAT(gap_fill.tags(), ElementsAre(8, 9, 35, 34, 49, 56, 52, 43, 123, 36, 10));
-  EXPECT_EQ(gap_fill.get(43), "Y");
-  EXPECT_EQ(gap_fill.get(123), "Y");
-}
-
-TEST_F(Resend, what_has_been_replayed_is_replayed_again_under_the_same_number) {
-  FixSession alpha = with_four_messages();
-  EXPECT_THAT(asked(alpha, "2", "3"), ElementsAre("8 34=2", "8 34=3"));
-  EXPECT_THAT(asked(alpha, "2", "3"), ElementsAre("8 34=2", "8 34=3"));
-  EXPECT_EQ(exchange.counter("replays"), 2u);
-  EXPECT_EQ(exchange.counter("replayed"), 4u);
-}
-
-TEST_F(Resend, reports_composed_for_an_absent_client_wait_for_its_next_resend_request) {
-  exchange.empty_book("AAPL");
-  FixSession alpha = logs_on("ALPHA");
-  alpha.new_order({.cl_ord_id = "a1", .side = "2", .quantity = "300", .price = "190"});
-  alpha.hears("35=8|34=2|150=0");
-  alpha.logout();  // 34=3
-  FixSession beta = logs_on("BETA");
-  beta.new_order({.cl_ord_id = "b1", .quantity = "100", .price = "190"});
-  beta.hears("35=8|150=0");
-  beta.hears("35=8|150=2");
-  alpha.continuity = Continuity::TRACK;
-  EXPECT_EQ(alpha.logon().seq(), 5u) << "4 went to the fill";
-  expect_line("bench: logon ALPHA 34=4 141=N (stream expected 4, next out 5)");
-  EXPECT_THAT(alpha.missing(), ElementsAre(4));
-  alpha.resend_request("1", "0");
-  const std::vector<FixMessage> again = alpha.drain();
-  EXPECT_THAT(told(again),
-              ElementsAre("4 34=1 36=2", "8 34=2", "4 34=3 36=4", "8 34=4", "4 34=5 36=6"));
-  EXPECT_EQ(again.at(3).get(11), "a1");
-  EXPECT_EQ(again.at(3).get(32), "100");
-  EXPECT_EQ(again.at(3).get(851), "1");
-  EXPECT_THAT(alpha.missing(), IsEmpty());
-}
-
-TEST_F(Resend, a_stream_belongs_to_its_comp_id_and_to_nobody_else) {
-  FixSession alpha = with_four_messages();
-  FixSession beta = logs_on("BETA");
-  EXPECT_THAT(asked(beta, "1", "0"), ElementsAre("4 34=1 36=2"));
-}
-
-TEST_F(Resend, a_reset_logon_empties_the_store) {
-  FixSession alpha = with_four_messages();
-  alpha.logout();
-  const FixMessage reply = alpha.logon({.reset = true});
-  EXPECT_EQ(reply.seq(), 1u);
-  EXPECT_EQ(reply.get(141), "Y");
-  EXPECT_THAT(asked(alpha, "1", "0"), ElementsAre("4 34=1 36=2"));
-  alpha.new_order({.cl_ord_id = "a2", .price = "1"});
-  alpha.hears("35=8|34=3|150=0|11=a2");
-  EXPECT_THAT(asked(alpha, "1", "0"), ElementsAre("4 34=1 36=3", "8 34=3"));
-}
-
 TEST_F(Resend, a_lapse_swallows_a_resend_whole_and_it_is_counted_all_the_same) {
   FixSession alpha = with_four_messages();
   exchange.control().ok("lapse 600000");
@@ -291,125 +176,6 @@ TEST_F(Resend, a_lapse_swallows_a_resend_whole_and_it_is_counted_all_the_same) {
                                                   "8 34=5", "4 34=6 36=8"));
   EXPECT_THAT(alpha.missing(), IsEmpty());
   EXPECT_EQ(exchange.counter("replayed"), 5u);
-}
-
-TEST_F(Resend, a_client_ahead_is_asked_for_the_gap_and_its_message_acts_at_once) {
-  FixSession alpha = logs_on("ALPHA");
-  alpha.next_out = 5;
-  alpha.new_order({.cl_ord_id = "a1", .price = "1"});
-  EXPECT_EQ(told({alpha.next()})[0], "2 34=2 7=2 16=4");
-  alpha.hears("35=8|34=3|150=0|11=a1");
-  expect_line("bench: client ALPHA seq gap expected 2 got 5 (D) — ResendRequest sent");
-  alpha.heartbeat();
-  alpha.hears_nothing();
-}
-
-TEST_F(Resend, a_gap_fill_from_the_client_pulls_its_number_back_and_draws_a_second_request) {
-  FixSession alpha = logs_on("ALPHA");
-  alpha.next_out = 5;
-  alpha.heartbeat();  // 5
-  EXPECT_EQ(told({alpha.next()})[0], "2 34=2 7=2 16=4");
-  alpha.send_message("4", {{123, "Y"}, {36, "5"}}, {.seq = "2", .header_extra = {{43, "Y"}}});
-  expect_line("bench: client ALPHA SequenceReset/GapFill 36=5");
-  alpha.heartbeat();  // 6
-  EXPECT_EQ(told({alpha.next()})[0], "2 34=3 7=5 16=5");
-  expect_line("bench: client ALPHA seq gap expected 5 got 6 (0) — ResendRequest sent");
-  alpha.hears_nothing();
-}
-
-TEST_F(Resend, a_sequence_reset_sets_the_expected_number_whatever_else_it_says) {
-  FixSession alpha = logs_on("ALPHA");
-  alpha.sequence_reset("20", false);
-  expect_line("bench: client ALPHA SequenceReset/GapFill 36=20");
-  alpha.next_out = 20;
-  alpha.hears_nothing();  // 20
-  alpha.send_message("4", {{36, "7"}}, {.seq = "1000"});
-  expect_line("bench: client ALPHA SequenceReset/GapFill 36=7");
-  alpha.next_out = 9;
-  alpha.heartbeat();
-  EXPECT_EQ(told({alpha.next()})[0].substr(7), "7=7 16=8");
-  alpha.sequence_reset("", true);
-  expect_line("bench: client ALPHA SequenceReset/GapFill 36=0");
-  alpha.next_out = 12;
-  alpha.heartbeat();
-  EXPECT_EQ(told({alpha.next()})[0].substr(7), "7=0 16=11");
-  alpha.sequence_reset("soon", true);
-  alpha.next_out = 2;
-  alpha.heartbeat();
-  EXPECT_EQ(told({alpha.next()})[0].substr(7), "7=0 16=1");
-  alpha.hears_nothing();
-}
-
-TEST_F(Resend, a_low_number_is_dropped_as_a_possible_duplicate_and_executed_without_that_flag) {
-  FixSession alpha = with_four_messages();
-  const FixFields order = client::fix_fields("11=b1|55=AAPL|54=1|38=100|40=2|44=1|59=0|18=i|47=P");
-  alpha.send_message("D", order, {.seq = "2", .header_extra = {{43, "Y"}}});
-  alpha.hears_nothing();
-  alpha.send_message("D", order, {.seq = "2"});
-  alpha.hears("35=8|150=0|11=b1");
-  alpha.send_message("1", {{112, "late"}}, {.seq = "0", .header_extra = {{43, "N"}}});
-  alpha.hears("35=0|112=late");
-  alpha.hears_nothing();
-  EXPECT_EQ(lines("seq gap"), 0u);
-}
-
-TEST_F(Resend, a_possible_duplicate_with_the_due_number_or_above_is_an_ordinary_message) {
-  FixSession alpha = logs_on("ALPHA");
-  alpha.send_message("1", {{112, "due"}}, {.header_extra = {{43, "Y"}}});
-  alpha.hears("35=0|112=due");
-  alpha.next_out = 7;
-  alpha.send_message("1", {{112, "ahead"}}, {.header_extra = {{43, "Y"}}});
-  EXPECT_EQ(told({alpha.next()})[0].substr(7), "7=3 16=6");
-  alpha.hears("35=0|112=ahead");
-}
-
-TEST_F(Resend, a_resend_request_leaves_a_gap_without_a_word_and_counts_its_own_number) {
-  FixSession alpha = with_four_messages();
-  alpha.next_out = 50;
-  EXPECT_THAT(asked(alpha, "2", "2"), ElementsAre("8 34=2"));
-  EXPECT_EQ(lines("seq gap"), 0u);
-  alpha.send_message("2", {{7, "3"}, {16, "3"}}, {.seq = "4", .header_extra = {{43, "Y"}}});
-  EXPECT_THAT(told(alpha.drain()), ElementsAre("8 34=3")) << "served, low and flagged as it is";
-  EXPECT_EQ(lines("seq gap"), 0u) << "its low number pulled nothing back";
-}
-
-TEST_F(Resend, a_client_ahead_at_logon_is_asked_behind_the_reply) {
-  FixSession alpha = with_four_messages();
-  alpha.logout();
-  ASSERT_EQ(alpha.next_out, 6u);
-  alpha.next_out = 9;
-  EXPECT_EQ(alpha.logon().seq(), 6u);
-  EXPECT_EQ(told({alpha.next()})[0], "2 34=7 7=6 16=8");
-  expect_line(
-      "bench: logon ALPHA 34=9 141=N (stream expected 6, next out 6) — the client's sequence is "
-      "ahead of ours: ResendRequest sent");
-  alpha.hears_nothing();  // 10 is due
-}
-
-TEST_F(Resend, a_client_that_continues_its_numbers_is_asked_for_nothing) {
-  FixSession alpha = with_four_messages();
-  alpha.logout();
-  EXPECT_EQ(alpha.logon().seq(), 6u);
-  alpha.hears_nothing();
-  expect_line("bench: logon ALPHA 34=6 141=N (stream expected 6, next out 6)");
-  EXPECT_EQ(lines("ahead of ours"), 0u);
-}
-
-TEST_F(Resend, a_client_behind_is_refused_and_each_refusal_takes_a_number_of_the_stream) {
-  FixSession alpha = with_four_messages();
-  alpha.logout();  // 34=5
-  for (const char* seq : {"6", "7"}) {
-    FixSession restarted = exchange.session("ALPHA");
-    restarted.continuity = Continuity::UNCHECKED;
-    restarted.send_logon();
-    restarted.hears("35=5|34=" + std::string(seq) +
-                    "|58=Logon rejected: MsgSeqNum too low, expecting 6 but received 1");
-    restarted.expect_closed();
-  }
-  alpha.continuity = Continuity::TRACK;
-  EXPECT_EQ(alpha.logon().seq(), 8u);
-  EXPECT_THAT(alpha.missing(), ElementsAre(6, 7));
-  EXPECT_THAT(asked(alpha, "5", "0"), ElementsAre("4 34=5 36=9"));
 }
 
 /// Each cancel of an unknown order makes one application message.

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <initializer_list>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "fix/outbox.h"
@@ -96,19 +95,6 @@ std::string without(const std::string& message, std::initializer_list<int> tags)
 
 // --- Serving ---
 
-TEST_F(Resend, of_everything_replays_reports_and_fills_the_gaps_between) {
-  WirePeer alpha = with_two_reports_between_session_messages();
-  EXPECT_THAT(brought_by(alpha, "|7=1|16=0"), ElementsAre("G1-2", "R2", "R3", "G4-5"));
-  EXPECT_EQ(log,
-            "bench: ResendRequest from ALPHA 7=1 16=0 -> serving 1..4\n"
-            "bench: resend done: replayed 2 application message(s), 2 GapFill(s)\n");
-  EXPECT_EQ(stream().next_out(), 5U);
-  EXPECT_EQ(stream().stored_count(), 2U);
-  EXPECT_EQ(counters().resend_requests, 1U);
-  EXPECT_EQ(counters().replays, 1U);
-  EXPECT_EQ(counters().replayed, 2U);
-}
-
 TEST_F(Resend, writes_a_gap_fill_byte_for_byte) {
   WirePeer alpha = with_two_reports_between_session_messages();
   advance_ms(1000);
@@ -148,15 +134,6 @@ TEST_F(Resend, changes_nothing_of_a_report_but_its_marks_time_and_sums) {
     EXPECT_EQ(value_of(fields, 122), "20231114-22:13:20.123");
     EXPECT_EQ(value_of(fields, 52), "20231114-22:14:20.123");
   }
-}
-
-TEST_F(Resend, replays_a_message_again_and_again) {
-  WirePeer alpha = with_two_reports_between_session_messages();
-  EXPECT_THAT(brought_by(alpha, "|7=2|16=2"), ElementsAre("R2"));
-  EXPECT_THAT(brought_by(alpha, "|7=2|16=2"), ElementsAre("R2"));
-  EXPECT_EQ(counters().resend_requests, 2U);
-  EXPECT_EQ(counters().replays, 2U);
-  EXPECT_EQ(counters().replayed, 2U);
 }
 
 TEST_F(Resend, serves_each_range_of_the_table) {
@@ -214,58 +191,6 @@ TEST_F(Resend, covers_each_run_of_missing_numbers_by_one_gap_fill) {
   EXPECT_THAT(brought_by(alpha, "|7=10|16=15"), ElementsAre("G10-16"));
 }
 
-TEST_F(Resend, of_session_messages_only_counts_as_a_request_and_not_as_a_replay) {
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  alpha.says("35=1|34=2");
-  alpha.skips_all();
-  EXPECT_THAT(brought_by(alpha, "|7=1|16=0"), ElementsAre("G1-3"));
-  EXPECT_EQ(counters().resend_requests, 1U);
-  EXPECT_EQ(counters().replays, 0U);
-  EXPECT_EQ(counters().replayed, 0U);
-}
-
-TEST_F(Resend, covers_the_number_of_a_refusing_logout) {
-  gateway.connects().says("35=A|34=1|49=ALPHA|56=NYSE|108=30");
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  EXPECT_THAT(brought_by(alpha, "|7=1|16=0"), ElementsAre("G1-3"));
-}
-
-TEST_F(Resend, reaches_back_over_earlier_connections) {
-  WirePeer first = with_two_reports_between_session_messages();
-  first.closes();
-  gateway.serves();
-  WirePeer second = gateway.logs_on("ALPHA");
-  EXPECT_THAT(brought_by(second, "|7=1|16=0"), ElementsAre("G1-2", "R2", "R3", "G4-6"));
-}
-
-TEST_F(Resend, brings_the_reports_that_were_composed_while_the_owner_was_away) {
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  alpha.says("35=D|34=2|11=a1|55=AAPL|54=1|38=100|40=2|44=100|18=i");
-  alpha.says("35=5|34=3");
-  gateway.exchange.is_hit("AAPL sell 100");
-  gateway.sends_deferred();
-  EXPECT_EQ(stream().next_out(), 5U);
-  WirePeer again = gateway.logs_on("ALPHA");
-  again.says("35=2|34=5|7=4|16=4");
-  again.hears("35=8|34=4|43=Y|150=2|11=a1|31=100");
-}
-
-TEST_F(Resend, brings_nothing_from_before_a_reset) {
-  with_two_reports_between_session_messages();
-  WirePeer alpha = gateway.connects();
-  alpha.says("35=A|34=1|49=ALPHA|56=IEXG|108=30|141=Y");
-  alpha.hears("35=A|34=1");
-  EXPECT_THAT(brought_by(alpha, "|7=1|16=0"), ElementsAre("G1-2"));
-}
-
-TEST_F(Resend, brings_no_other_client_s_messages) {
-  with_two_reports_between_session_messages();
-  WirePeer beta = gateway.logs_on("BETA");
-  beta.says("35=2|34=2|7=1|16=0");
-  beta.hears("35=4|34=1|36=2|56=BETA");
-  beta.hears_nothing();
-}
-
 TEST_F(Resend, gap_fills_what_has_left_the_store_and_walks_a_full_one_in_one_go) {
   WirePeer alpha = gateway.logs_on("ALPHA");
   stores(1, 200001);
@@ -320,87 +245,6 @@ TEST_F(Resend, counts_as_a_send_of_ours) {
   advance_ms(250);
   alpha.says("35=2|34=5|7=4|16=4");
   EXPECT_EQ(alpha.client().last_tx_ms, static_cast<int64_t>(START_STEADY_MS + 250));
-}
-
-// --- The request's own number ---
-
-TEST_F(Resend, leaves_a_gap_in_the_client_s_numbers_unasked_for) {
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  EXPECT_EQ(said_on(alpha, "35=2|34=7|7=1|16=0"),
-            "bench: ResendRequest from ALPHA 7=1 16=0 -> serving 1..1\n"
-            "bench: resend done: replayed 0 application message(s), 1 GapFill(s)\n");
-  alpha.hears("35=4");
-  alpha.hears_nothing();
-  EXPECT_EQ(stream().next_in(), 8U);
-}
-
-TEST_F(Resend, asked_for_under_a_low_number_is_served_even_as_a_replay) {
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  alpha.says("35=0|34=2");
-  alpha.says("35=2|34=1|43=Y|7=1|16=0");
-  alpha.hears("35=4|34=1|36=2");
-  EXPECT_EQ(stream().next_in(), 3U);
-}
-
-// --- The client's SequenceReset ---
-
-TEST_F(Resend, takes_a_sequence_reset_for_the_next_number_whatever_else_it_says) {
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  EXPECT_EQ(said_on(alpha, "35=4|34=2|123=Y|36=9"),
-            "bench: client ALPHA SequenceReset/GapFill 36=9\n");
-  EXPECT_EQ(stream().next_in(), 9U);
-  EXPECT_EQ(said_on(alpha, "35=4|34=77|43=Y|36=4"),
-            "bench: client ALPHA SequenceReset/GapFill 36=4\n");
-  EXPECT_EQ(stream().next_in(), 4U);
-  EXPECT_EQ(said_on(alpha, "35=4|34=1|43=Y|36=6"),
-            "bench: client ALPHA SequenceReset/GapFill 36=6\n");
-  EXPECT_EQ(stream().next_in(), 6U);
-  EXPECT_EQ(alpha.client().last_seq, 1U);
-  alpha.hears_nothing();
-  EXPECT_EQ(stream().next_out(), 2U);
-}
-
-TEST_F(Resend, takes_a_sequence_reset_without_a_number_for_0) {
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  for (const char* number : {"", "|36=", "|36=abc", "|36=18446744073709551616"}) {
-    stream().set_next_in(5);
-    EXPECT_EQ(said_on(alpha, "35=4|34=5" + std::string(number)),
-              "bench: client ALPHA SequenceReset/GapFill 36=0\n");
-    EXPECT_EQ(stream().next_in(), 0U);
-  }
-  EXPECT_EQ(said_on(alpha, "35=0|34=12"),
-            "bench: client ALPHA seq gap expected 0 got 12 (0) — ResendRequest sent\n");
-  alpha.hears("35=2|7=0|16=11");
-}
-
-TEST_F(Resend, draws_a_second_request_once_the_client_has_filled_its_gap) {
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  alpha.says("35=0|34=5");
-  alpha.hears("35=2|7=2|16=4");
-  alpha.says("35=4|34=2|43=Y|123=Y|36=5");
-  EXPECT_EQ(stream().next_in(), 5U);
-  EXPECT_EQ(said_on(alpha, "35=0|34=6"),
-            "bench: client ALPHA seq gap expected 5 got 6 (0) — ResendRequest sent\n");
-  alpha.hears("35=2|7=5|16=5");
-}
-
-TEST_F(Resend, does_not_execute_a_client_s_replay) {
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  alpha.says("35=0|34=4");
-  alpha.hears("35=2|7=2|16=3");
-  alpha.says("35=D|34=2|43=Y|11=a1|55=AAPL|54=1|38=100|40=2|44=100|18=i");
-  alpha.hears_nothing();
-  EXPECT_EQ(order_count(gateway.exchange.engine), 0U);
-  EXPECT_EQ(stream().next_in(), 5U);
-}
-
-TEST_F(Resend, prints_what_the_client_calls_itself_and_its_types_as_they_stand) {
-  WirePeer peer = gateway.logs_on("%s%n");
-  EXPECT_EQ(said_on(peer, "35=%d%n|34=4"),
-            "bench: client %s%n seq gap expected 2 got 4 (%d%n) — ResendRequest sent\n");
-  EXPECT_THAT(said_on(peer, "35=2|34=5|7=1|16=1"),
-              testing::StartsWith("bench: ResendRequest from %s%n 7=1 16=1 -> serving 1..1\n"));
-  EXPECT_EQ(said_on(peer, "35=4|34=6|36=9"), "bench: client %s%n SequenceReset/GapFill 36=9\n");
 }
 
 }  // namespace

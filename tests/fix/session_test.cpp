@@ -171,16 +171,6 @@ TEST_F(Session, reads_more_than_one_buffer_full_in_one_pass) {
   alpha.hears("35=0|112=b");
 }
 
-TEST_F(Session, serves_connections_in_the_order_of_their_acceptance) {
-  WirePeer first = gateway.logs_on("ALPHA");
-  WirePeer second = gateway.logs_on("ALPHA");
-  second.writes(framed("35=1|34=4|112=second"));
-  first.writes(framed("35=1|34=3|112=first"));
-  gateway.serves();
-  first.hears("35=0|34=3|112=first");
-  second.hears("35=0|34=4|112=second");
-}
-
 TEST_F(Session, counts_any_bytes_as_a_sign_of_life) {
   WirePeer alpha = gateway.logs_on("ALPHA");
   advance_ms(700);
@@ -192,45 +182,11 @@ TEST_F(Session, counts_any_bytes_as_a_sign_of_life) {
   EXPECT_EQ(alpha.client().last_rx_ms, static_cast<int64_t>(START_STEADY_MS + 700));
 }
 
-TEST_F(Session, drops_a_garbled_message_without_a_word_and_notices_the_hole_behind_it) {
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  std::string garbled = framed("35=1|34=2|112=a");
-  garbled[garbled.find("112=") + 4] = 'b';
-  alpha.writes(garbled);
-  EXPECT_EQ(standard_error_of([&] { gateway.serves(); }), "");
-  alpha.hears_nothing();
-  EXPECT_EQ(stream().next_in(), 2U);
-  EXPECT_THAT(said_on(alpha, "35=0|34=3"), HasSubstr("seq gap expected 2 got 3 (0)"));
-}
-
-TEST_F(Session, of_a_client_that_closes_is_told_with_its_resting_orders) {
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  alpha.says(new_order(2, "a1"));
-  alpha.says(new_order(3, "a2"));
-  alpha.closes();
-  EXPECT_EQ(standard_error_of([&] { gateway.serves(); }),
-            "bench: client ALPHA disconnected (2 resting order(s) kept)\n");
-  EXPECT_EQ(alpha.client().fd, -1);
-  EXPECT_FALSE(alpha.client().logged_on);
-  EXPECT_EQ(alpha.client().comp_id, "ALPHA");
-  EXPECT_EQ(orders_resting(), 2U);
-  EXPECT_EQ(standard_error_of([&] { gateway.serves(); }), "");  // told once
-}
-
 TEST_F(Session, of_a_nameless_client_that_closes_counts_the_market_s_own_orders) {
   gateway.exchange.rests({"AAPL sell 300 @ 190.01", "AAPL buy 100 @ 189.99"});
   gateway.connects().closes();
   EXPECT_EQ(standard_error_of([&] { gateway.serves(); }),
             "bench: client  disconnected (2 resting order(s) kept)\n");
-}
-
-TEST_F(Session, ends_with_a_read_error_as_with_a_close) {
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  alpha.says("35=1|34=2");
-  alpha.closes();  // with the answer unread: the next read fails with a reset
-  EXPECT_EQ(standard_error_of([&] { gateway.serves(); }),
-            "bench: client ALPHA disconnected (0 resting order(s) kept)\n");
-  EXPECT_EQ(alpha.client().fd, -1);
 }
 
 TEST_F(Session, handles_nothing_that_came_in_one_pass_with_the_close) {
@@ -265,95 +221,7 @@ TEST_F(Session, keeps_the_record_of_a_closed_connection_and_serves_the_others_in
             "bench: client ALPHA SequenceReset/GapFill 36=8\n");
 }
 
-// --- Before Logon ---
-
-TEST_F(Session, closes_on_any_other_message_before_logon_without_an_answer) {
-  for (const char* type : {"0", "1", "2", "3", "4", "5", "D", "F", "G", "Q", "AA", ""}) {
-    SCOPED_TRACE(type);
-    WirePeer peer = gateway.connects();
-    const int fd = peer.client().fd;
-    EXPECT_EQ(said_on(peer, "35=" + std::string(type) + "|34=9|11=a1" + RESTING_BUY),
-              "bench: message 35=" + std::string(type) + " before Logon from fd " +
-                  std::to_string(fd) + " — connection closed\n");
-    peer.is_disconnected();
-    EXPECT_EQ(peer.client().last_seq, 9U);
-  }
-  EXPECT_EQ(orders_resting(), 0U);
-  EXPECT_THAT(sends, IsEmpty());
-  EXPECT_EQ(session_memory_count(gateway.exchange.engine), 0U);
-}
-
-TEST_F(Session, closes_on_a_message_without_a_type_before_logon) {
-  WirePeer peer = gateway.connects();
-  const int fd = peer.client().fd;
-  EXPECT_EQ(said_on(peer, "34=1|49=ALPHA"), "bench: message 35= before Logon from fd " +
-                                                std::to_string(fd) + " — connection closed\n");
-  peer.is_disconnected();
-}
-
-TEST_F(Session, loses_a_logon_that_stands_behind_such_a_message) {
-  WirePeer peer = gateway.connects();
-  peer.writes(framed("35=0|34=1") + framed("35=A|34=1|49=ALPHA|56=IEXG|108=30"));
-  gateway.serves();
-  peer.is_disconnected();
-  EXPECT_EQ(scenario().counters.logons, 0U);
-}
-
-TEST_F(Session, prints_a_type_with_format_characters_as_it_stands) {
-  WirePeer peer = gateway.connects();
-  EXPECT_THAT(said_on(peer, "35=%s%n%d|34=1"),
-              testing::StartsWith("bench: message 35=%s%n%d before Logon from fd "));
-}
-
 // --- Sequence numbers ---
-
-TEST_F(Session, raises_the_expected_number_with_each_message) {
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  EXPECT_EQ(said_on(alpha, "35=0|34=2"), "");
-  EXPECT_EQ(stream().next_in(), 3U);
-  EXPECT_EQ(said_on(alpha, "35=Q|34=3"), "");
-  EXPECT_EQ(stream().next_in(), 4U);
-}
-
-TEST_F(Session, acts_on_a_low_number_without_a_word_and_without_counting_it) {
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  for (int seq = 2; seq < 7; ++seq) alpha.says("35=0|34=" + std::to_string(seq));
-  EXPECT_EQ(said_on(alpha, new_order(1, "a1")), "");
-  alpha.hears("35=8|150=0|11=a1");
-  EXPECT_EQ(stream().next_in(), 7U);
-  EXPECT_EQ(said_on(alpha, "35=0|34=7"), "");
-  EXPECT_EQ(stream().next_in(), 8U);
-}
-
-TEST_F(Session, drops_a_replay_with_a_low_number_without_a_word) {
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  alpha.says("35=0|34=2");
-  for (const char* type : {"D", "1", "5", "Q", "F", ""}) {
-    EXPECT_EQ(said_on(alpha, "35=" + std::string(type) + "|34=2|43=Y|11=a1" + RESTING_BUY), "")
-        << type;
-  }
-  alpha.hears_nothing();
-  EXPECT_EQ(stream().next_in(), 3U);
-  EXPECT_EQ(orders_resting(), 0U);
-}
-
-TEST_F(Session, acts_on_a_replay_that_is_not_below_the_expected_number) {
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  EXPECT_EQ(said_on(alpha, "35=1|34=2|43=Y|112=a"), "");
-  alpha.hears("35=0|112=a");
-  EXPECT_EQ(stream().next_in(), 3U);
-  EXPECT_THAT(said_on(alpha, "35=1|34=5|43=Y|112=b"), HasSubstr("seq gap expected 3 got 5 (1)"));
-  alpha.hears("35=2|7=3|16=4");
-  alpha.hears("35=0|112=b");
-}
-
-TEST_F(Session, takes_only_an_exact_y_for_a_replay) {
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  for (const char* flag : {"N", "y", "YY", ""}) {
-    alpha.says("35=1|34=1|112=a|43=" + std::string(flag));
-    alpha.hears("35=0|112=a");
-  }
-}
 
 TEST_F(Session, asks_for_a_gap_byte_for_byte_and_acts_on_the_message_at_once) {
   WirePeer alpha = gateway.logs_on("ALPHA");
@@ -366,39 +234,10 @@ TEST_F(Session, asks_for_a_gap_byte_for_byte_and_acts_on_the_message_at_once) {
   EXPECT_EQ(stream().next_in(), 6U);
 }
 
-TEST_F(Session, asks_for_each_new_gap_anew) {
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  alpha.says("35=0|34=4");
-  alpha.hears("35=2|7=2|16=3");
-  alpha.says("35=0|34=6");
-  alpha.hears("35=2|7=5|16=5");
-}
-
-TEST_F(Session, counts_a_missing_or_odd_number_as_0) {
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  EXPECT_EQ(said_on(alpha, "35=1|112=a"), "");
-  EXPECT_EQ(alpha.client().last_seq, 0U);
-  EXPECT_EQ(said_on(alpha, "35=1|34=abc|112=b"), "");
-  EXPECT_EQ(said_on(alpha, "35=1|34=|112=c"), "");
-  EXPECT_EQ(said_on(alpha, "35=1|34=99999999999999999999|112=d"), "");
-  for (const char* id : {"a", "b", "c", "d"}) alpha.hears("35=0|112=" + std::string(id));
-  EXPECT_EQ(stream().next_in(), 2U);
-}
-
 TEST_F(Session, takes_the_last_of_two_sequence_numbers) {
   WirePeer alpha = gateway.logs_on("ALPHA");
   EXPECT_EQ(said_on(alpha, "35=0|34=9|34=2"), "");
   EXPECT_EQ(stream().next_in(), 3U);
-}
-
-TEST_F(Session, reads_numbers_by_their_low_32_bits_and_wraps_behind_the_highest) {
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  EXPECT_EQ(said_on(alpha, "35=0|34=4294967298"), "");  // that is 2
-  EXPECT_EQ(stream().next_in(), 3U);
-  EXPECT_EQ(said_on(alpha, "35=0|34=-1"),
-            "bench: client ALPHA seq gap expected 3 got 4294967295 (0) — ResendRequest sent\n");
-  alpha.hears("35=2|7=3|16=4294967294");
-  EXPECT_EQ(stream().next_in(), 0U);
 }
 
 TEST_F(Session, ignores_fields_behind_a_piece_that_is_none) {
@@ -414,35 +253,7 @@ TEST_F(Session, knows_a_type_under_a_tag_that_narrows_to_its_own) {
   alpha.hears("35=0|112=a");
 }
 
-TEST_F(Session, looks_at_no_comp_id_and_no_sending_time_behind_the_logon) {
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  WirePeer beta = gateway.logs_on("BETA");
-  uint32_t seq = 1;
-  for (const char* header : {"49=BETA|56=NYSE|52=19700101-00:00:00", "49=|56=|52=", "49=x|52=noon",
-                             "52=20231114-22:13:20.123", ""}) {
-    SCOPED_TRACE(header);
-    const std::string number = std::to_string(++seq);
-    EXPECT_EQ(said_on(alpha, "35=1|34=" + number + "|" + header + (*header ? "|" : "") + "112=t"),
-              "");
-    alpha.hears("35=0|34=" + number + "|49=IEXG|56=ALPHA|112=t");
-    ASSERT_FALSE(HasFailure());  // nothing can be said on a connection that is closed
-  }
-  alpha.says("35=D|34=7|49=BETA|56=NYSE|52=never|11=a1" + std::string(RESTING_BUY));
-  alpha.hears("35=8|150=0|56=ALPHA|11=a1");
-  EXPECT_THAT(live_names(gateway.exchange.engine), ElementsAre("ALPHA a1"));
-  beta.says("35=F|34=2|49=ALPHA|56=IEXG|11=c1|41=a1");  // still BETA, whatever it says
-  beta.hears("35=9|56=BETA|58=Unknown order");
-  EXPECT_EQ(stream("ALPHA").next_in(), 8U);
-  EXPECT_EQ(stream("BETA").next_in(), 3U);
-}
-
 // --- Session-level messages ---
-
-TEST_F(Session, hears_a_heartbeat_and_says_nothing) {
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  EXPECT_EQ(said_on(alpha, "35=0|34=2|112=x"), "");
-  alpha.hears_nothing();
-}
 
 TEST_F(Session, answers_a_test_request_byte_for_byte) {
   WirePeer alpha = gateway.logs_on("ALPHA");
@@ -470,26 +281,6 @@ TEST_F(Session, rejects_an_unknown_type_byte_for_byte_and_stays_open) {
   alpha.hears_nothing();
 }
 
-TEST_F(Session, compares_a_type_whole) {
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  int seq = 2;
-  for (const char* type : {"", "DD", "AA", "00", "d", " 0", "8", "9", "3", "j", "D "}) {
-    SCOPED_TRACE(type);
-    alpha.says("35=" + std::string(type) + "|34=" + std::to_string(seq) + "|11=a1" + RESTING_BUY);
-    alpha.hears("35=3|45=" + std::to_string(seq) + "|373=11|58=Invalid MsgType|!372");
-    ++seq;
-  }
-  alpha.says("34=" + std::to_string(seq) + "|11=a1" + RESTING_BUY);
-  alpha.hears("35=3|45=" + std::to_string(seq));
-  EXPECT_EQ(orders_resting(), 0U);
-}
-
-TEST_F(Session, rejects_a_low_numbered_unknown_type_under_that_number) {
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  alpha.says("35=Q");
-  alpha.hears("35=3|45=0");
-}
-
 TEST_F(Session, ends_with_a_logout_that_is_answered_byte_for_byte) {
   WirePeer alpha = gateway.logs_on("ALPHA");
   alpha.says(new_order(2, "a1"));
@@ -502,25 +293,6 @@ TEST_F(Session, ends_with_a_logout_that_is_answered_byte_for_byte) {
   EXPECT_EQ(stream().next_in(), 4U);
   EXPECT_EQ(stream().next_out(), 4U);
   EXPECT_EQ(stream().stored_count(), 1U);
-}
-
-TEST_F(Session, asks_for_a_gap_ahead_of_a_logout_too) {
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  EXPECT_EQ(said_on(alpha, "35=5|34=4"),
-            "bench: client ALPHA seq gap expected 2 got 4 (5) — ResendRequest sent\n"
-            "bench: client ALPHA logged out (0 resting order(s) kept)\n");
-  alpha.hears("35=2|7=2|16=3");
-  alpha.hears("35=5|34=3");
-  alpha.is_disconnected();
-}
-
-TEST_F(Session, handles_nothing_behind_a_logout_in_the_same_read) {
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  alpha.writes(framed("35=5|34=2") + framed(new_order(3, "a1")));
-  gateway.serves();
-  alpha.hears("35=5");
-  alpha.is_disconnected();
-  EXPECT_EQ(orders_resting(), 0U);
 }
 
 // --- Orders: what leaves first ---
@@ -578,17 +350,6 @@ TEST_F(Session, stamps_the_time_of_each_send) {
   advance_ms(300);
   alpha.says("35=0|34=4");
   EXPECT_EQ(alpha.client().last_tx_ms, static_cast<int64_t>(START_STEADY_MS + 600));
-}
-
-TEST_F(Session, tells_the_resting_owner_of_a_fill_on_its_last_connection) {
-  WirePeer first = gateway.logs_on("OWNER");
-  WirePeer second = gateway.logs_on("OWNER");
-  first.says(new_order(3, "o1", "|55=AAPL|54=2|38=100|40=2|44=190|18=i"));
-  first.hears("35=8|150=0");
-  gateway.exchange.is_hit("AAPL buy 100");
-  gateway.sends_deferred();
-  first.hears_nothing();
-  second.hears("35=8|150=2|11=o1|851=1|9730=ML");
 }
 
 // --- Who speaks for a stream ---
@@ -946,27 +707,6 @@ std::string drop_line(const std::string& comp_id, const std::string& reason, int
          " resting order(s) kept — the IEX FIX spec defines no cancel-on-disconnect\n";
 }
 
-TEST_F(Session, drops_at_the_scripted_order_with_its_reports_stored_and_unsent) {
-  scenario().disconnect_after = 2;
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  EXPECT_EQ(said_on(alpha, new_order(2, "a1")), "");
-  alpha.hears("35=8|34=2");
-  sends.clear();
-  EXPECT_EQ(said_on(alpha, new_order(3, "a2")), drop_line("ALPHA", SCRIPTED, 2));
-  EXPECT_THAT(sends, ElementsAre("feed"));  // the feed tells, the reports do not
-  alpha.is_disconnected();
-  EXPECT_EQ(stream().next_out(), 4U);
-  EXPECT_EQ(stream().stored_count(), 2U);
-  EXPECT_EQ(orders_resting(), 2U);
-  EXPECT_TRUE(scenario().disconnect_fired);
-
-  WirePeer again = gateway.logs_on("ALPHA");
-  again.says("35=2|34=5|7=3|16=3");
-  again.hears("35=8|34=3|43=Y|150=0|11=a2");
-  EXPECT_EQ(said_on(again, new_order(6, "a3")), "");  // once in a run
-  again.hears("35=8|150=0|11=a3");
-}
-
 TEST_F(Session, drops_at_the_threshold_or_beyond_it_or_on_request_by_this_table) {
   struct Case {
     uint32_t after;
@@ -1007,65 +747,6 @@ TEST_F(Session, drops_at_the_threshold_or_beyond_it_or_on_request_by_this_table)
       EXPECT_EQ(script.disconnect_requested, 0U);
     }
   }
-}
-
-TEST_F(Session, a_driven_drop_uses_up_the_scripted_one) {
-  scenario().disconnect_after = 2;
-  scenario().disconnect_requested = 1;
-  gateway.logs_on("ALPHA").says(new_order(2, "a1"));
-  WirePeer again = gateway.logs_on("ALPHA");
-  again.says(new_order(4, "a2"));
-  again.hears("35=8|150=0|11=a2");
-}
-
-TEST_F(Session, each_request_drops_one_connection_more) {
-  for (int i = 0; i < 3; ++i) {
-    WirePeer alpha = gateway.logs_on("ALPHA");
-    scenario().disconnect_requested = 1;
-    EXPECT_EQ(
-        said_on(alpha, new_order(static_cast<int>(stream().next_in()), "a" + std::to_string(i))),
-        drop_line("ALPHA", "driven", i + 1));
-  }
-}
-
-TEST_F(Session, a_request_takes_an_order_that_the_ladder_refuses_too) {
-  scenario().disconnect_requested = 1;
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  EXPECT_EQ(said_on(alpha, new_order(2, "a1", "|55=NOPE|54=1|38=100|40=1|18=i")),
-            drop_line("ALPHA", "driven", 0));
-  alpha.is_disconnected();
-  EXPECT_EQ(stream().stored_count(), 1U);
-}
-
-TEST_F(Session, a_request_takes_the_next_order_of_any_client_and_no_cancel) {
-  scenario().disconnect_requested = 1;
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  WirePeer beta = gateway.logs_on("BETA");
-  alpha.says("35=F|34=2|11=a2|41=a1");
-  alpha.hears("35=9");
-  alpha.says("35=G|34=3|11=a2|41=a1|54=1|55=AAPL|38=1|44=1");
-  alpha.hears("35=9");
-  EXPECT_EQ(said_on(beta, new_order(2, "b1")), drop_line("BETA", "driven", 1));
-  beta.is_disconnected();
-  alpha.hears_nothing();
-}
-
-TEST_F(Session, counts_the_orders_of_all_clients_towards_the_drop) {
-  scenario().disconnect_after = 2;
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  WirePeer beta = gateway.logs_on("BETA");
-  alpha.says(new_order(2, "a1"));
-  EXPECT_EQ(said_on(beta, new_order(2, "b1")), drop_line("BETA", SCRIPTED, 1));
-}
-
-TEST_F(Session, handles_nothing_behind_the_order_it_drops_at) {
-  scenario().disconnect_requested = 1;
-  WirePeer alpha = gateway.logs_on("ALPHA");
-  alpha.writes(framed(new_order(2, "a1")) + framed(new_order(3, "a2")));
-  gateway.serves();
-  alpha.is_disconnected();
-  EXPECT_EQ(orders_resting(), 1U);
-  EXPECT_EQ(stream().next_in(), 3U);
 }
 
 // --- Timers ---

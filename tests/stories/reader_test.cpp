@@ -169,5 +169,28 @@ TEST(Reader, refuses_what_it_does_not_know) {
   EXPECT_THAT(refused_line("after 1s\nscript x=1"), HasSubstr("behind the first step"));
 }
 
+TEST(Reader, a_table_tells_its_lines_for_each_row) {
+  const std::vector<Step> steps =
+      steps_of("each @a @b\n| 1 | x\n| | y\nALPHA > 1 34=@a|112=@b\nlog @b@b\nend\nALPHA > 0");
+  ASSERT_EQ(steps.size(), 5U);
+  EXPECT_EQ(text_of(steps[0].fields), "34=1|112=x");
+  EXPECT_EQ(steps[1].words, "xx");
+  EXPECT_EQ(text_of(steps[2].fields), "34=|112=y");
+  EXPECT_EQ(steps[2].text, "ALPHA > 1 34=|112=y");
+  EXPECT_EQ(steps[2].line, 5U);
+  EXPECT_EQ(steps[4].line, 8U);
+  EXPECT_EQ(steps_of("each @a\n| 1 | 2 |\n| 3\nlog <@a>\nend").size(), 4U);
+}
+
+TEST(Reader, refuses_a_table_that_is_none) {
+  EXPECT_EQ(refused_line("each @a\n| 1\nlog @a"), "file.story:4: \"each\" without \"end\"");
+  EXPECT_EQ(refused_line("each a"), "file.story:2: a column is \"@asked\"");
+  EXPECT_EQ(refused_line("each"), "file.story:2: a table has columns");
+  for (const char* const lines : {"log x", "| 1", "| 1 | 2 | 3\nlog x"}) {
+    EXPECT_EQ(refused_line("each @a @b\n" + std::string(lines) + "\nend").substr(13),
+              " a table has rows, all of them whole, and lines");
+  }
+}
+
 }  // namespace
 }  // namespace stories

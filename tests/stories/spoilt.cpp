@@ -59,6 +59,9 @@ std::vector<Spoilt> spoilt_stories() {
              "tag 34 is not so"),
       spoilt("a_close_not_named", "BETA    closed\n", "", "not named: BETA is closed"),
       spoilt("a_close_that_does_not_come", "BETA    > 5\nBETA    < 5\n", "", "BETA is not closed"),
+      spoilt("a_row_that_is_not_so", "BETA    > 1 112=x\nBETA    < 0 112=x\n",
+             "each @said @heard\n| x | x\n| y | z\nBETA > 1 112=@said\nBETA < 0 112=@heard\nend\n",
+             "tag 112 is not so"),
       // A beginning.
       spoilt("an_order_that_does_not_rest",
              "ALPHA > D 11=a1|55=AAPL|54=2|38=300|40=2|44=190.00|18=i\n",

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <optional>
 #include <set>
 #include <utility>
 
@@ -66,7 +67,16 @@ class Reader {
     std::map<std::string, std::vector<FieldWords>, std::less<>> lets;
   };
 
+  struct Table {                       // "each": its lines are read once for every row
+    std::vector<std::string> columns;  // "@asked"
+    std::vector<std::string> cells;
+    std::vector<std::pair<unsigned, std::string>> lines;
+  };
+
   void read_line(std::string_view line);
+  void begin_table(std::string_view columns);
+  void read_table_line(std::string_view line);
+  void end_table();
   bool read_setting(std::string_view word, std::string_view rest);
   void begin_story(std::string_view name);
   void end_story();
@@ -83,6 +93,7 @@ class Reader {
   Telling now_;
   bool in_story_ = false;
   std::set<std::string> met_;  // connections of the story
+  std::optional<Table> table_;
   std::vector<Story> stories_;
 };
 
@@ -91,6 +102,7 @@ std::vector<Story> Reader::read(std::string_view text) {
     ++line_;
     read_line(trimmed(line));
   }
+  if (table_) refuse("\"each\" without \"end\"");
   end_story();
   if (stories_.empty()) refuse("no story");
   return std::move(stories_);
@@ -98,12 +110,61 @@ std::vector<Story> Reader::read(std::string_view text) {
 
 void Reader::read_line(std::string_view line) {
   if (line.empty() || line.front() == '#') return;
+  if (table_) return read_table_line(line);
   std::string_view rest = line;
   const std::string_view word = take_word(rest);
+  if (word == "each") return begin_table(rest);
   if (word == "story") return begin_story(rest);
   if (read_setting(word, rest)) return;
   if (!in_story_) refuse("stands ahead of the first story");
   now_.story.steps.push_back(step_of(line));
+}
+
+void Reader::begin_table(std::string_view columns) {
+  Table table;
+  while (!columns.empty()) {
+    const std::string_view column = take_word(columns);
+    if (!column.starts_with("@") || !is_name(column.substr(1))) refuse("a column is \"@asked\"");
+    table.columns.emplace_back(column);
+  }
+  if (table.columns.empty()) refuse("a table has columns");
+  table_ = std::move(table);
+}
+
+void Reader::read_table_line(std::string_view line) {
+  if (line == "end") return end_table();
+  if (line.front() != '|') {
+    table_->lines.emplace_back(line_, line);
+    return;
+  }
+  for (const std::string_view cell : split(line.substr(1), '|')) {
+    table_->cells.emplace_back(trimmed(cell));
+  }
+}
+
+void Reader::end_table() {
+  const Table table = *std::exchange(table_, std::nullopt);
+  const unsigned end = line_;
+  if (table.cells.empty() || table.cells.size() % table.columns.size() != 0 ||
+      table.lines.empty()) {
+    refuse("a table has rows, all of them whole, and lines");
+  }
+  for (auto row = table.cells.begin(); row != table.cells.end();
+       row += static_cast<ptrdiff_t>(table.columns.size())) {
+    for (const auto& [number, line] : table.lines) {
+      std::string filled = line;
+      for (size_t i = 0; i < table.columns.size(); ++i) {
+        const std::string& cell = row[static_cast<ptrdiff_t>(i)];
+        for (size_t at = 0; (at = filled.find(table.columns[i], at)) != std::string::npos;) {
+          filled.replace(at, table.columns[i].size(), cell);
+          at += cell.size();
+        }
+      }
+      line_ = number;
+      read_line(trimmed(filled));
+    }
+  }
+  line_ = end;
 }
 
 bool Reader::read_setting(std::string_view word, std::string_view rest) {
