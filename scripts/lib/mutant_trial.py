@@ -22,6 +22,7 @@ NOT_COMPILED = "did not compile"
 
 # In this order, after the unit programs of the folder.
 ALWAYS = [["unit_allocations"],
+          ["stories_inside"],
           ["lives", "--lives=25", "--gtest_filter=WholeExchange.*:Lives.whatever*"],
           ["recorded_day"]]
 BESIDE = {"base": [["unit_clocks"]]}

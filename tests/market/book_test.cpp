@@ -22,7 +22,7 @@ using testing::Pair;
 constexpr bool BUYS = true;
 constexpr bool SELLS = false;
 constexpr Price4 LOWEST = std::numeric_limits<Price4>::min();
-constexpr Price4 HIGHEST = std::numeric_limits<Price4>::max();
+constexpr Price4 HIGHEST_PRICE = std::numeric_limits<Price4>::max();
 
 /// (price, shares), from the best on.
 using Sizes = std::vector<std::pair<Price4, uint32_t>>;
@@ -143,14 +143,14 @@ TEST(Book, keeps_the_sides_apart_at_one_price) {
 
 TEST(Book, ranks_prices_of_any_sign_and_size) {
   Desk desk;
-  for (const Price4 price : {Price4{0}, LOWEST, Price4{-1}, HIGHEST, Price4{1}}) {
+  for (const Price4 price : {Price4{0}, LOWEST, Price4{-1}, HIGHEST_PRICE, Price4{1}}) {
     desk.buys(price, 1);
     desk.sells(price, 2);
   }
-  EXPECT_THAT(desk.levels(BUYS),
-              ElementsAre(Pair(HIGHEST, 1), Pair(1, 1), Pair(0, 1), Pair(-1, 1), Pair(LOWEST, 1)));
-  EXPECT_THAT(desk.levels(SELLS),
-              ElementsAre(Pair(LOWEST, 2), Pair(-1, 2), Pair(0, 2), Pair(1, 2), Pair(HIGHEST, 2)));
+  EXPECT_THAT(desk.levels(BUYS), ElementsAre(Pair(HIGHEST_PRICE, 1), Pair(1, 1), Pair(0, 1),
+                                             Pair(-1, 1), Pair(LOWEST, 1)));
+  EXPECT_THAT(desk.levels(SELLS), ElementsAre(Pair(LOWEST, 2), Pair(-1, 2), Pair(0, 2), Pair(1, 2),
+                                              Pair(HIGHEST_PRICE, 2)));
   EXPECT_EQ(desk.book.level_size(BUYS, LOWEST), 1U);
   EXPECT_EQ(desk.book.level_size(SELLS, -1), 2U);
   EXPECT_EQ(desk.book.side(BUYS).level_at(2), nullptr);

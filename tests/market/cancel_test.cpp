@@ -13,10 +13,6 @@
 namespace quorl::test {
 namespace {
 
-constexpr std::string_view SELL_100 = "35=D|11=a1|55=AAPL|54=2|38=100|40=2|44=190.00|59=0|18=i";
-
-std::string sell(std::string_view changes = "") { return altered(SELL_100, changes); }
-
 TEST(Cancel, stamps_the_feed_with_the_first_reading_of_its_own_time) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   FixPeer client = exchange.logs_on("ALPHA");

@@ -17,8 +17,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
 
-constexpr std::string_view SELL_100 = "35=D|11=a1|55=AAPL|54=2|38=100|40=2|44=190.00|59=0|18=i";
-
 TEST(Engine, begins_with_the_counts_that_a_bench_knows) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00,MSFT:410.50");
   EXPECT_FALSE(exchange.engine.paused);

@@ -15,7 +15,8 @@ using testing::IsEmpty;
 
 constexpr std::string_view SELL = "35=D|11=a1|55=AAPL|54=2|38=100|40=2|44=190.00|59=0|18=i";
 
-std::string sell(std::string_view cl_ord_id, uint32_t shares, std::string_view price = "190.00") {
+std::string sell_order(std::string_view cl_ord_id, uint32_t shares,
+                       std::string_view price = "190.00") {
   return altered(SELL, "11=" + std::string(cl_ord_id) + "|38=" + std::to_string(shares) +
                            "|44=" + std::string(price));
 }
@@ -43,9 +44,9 @@ TEST(Matching, goes_by_price_and_then_by_time_across_clients_and_background) {
   FixPeer alpha = exchange.logs_on("ALPHA");
   FixPeer beta = exchange.logs_on("BETA");
   exchange.rests({"AAPL sell 100 @ 190.01", "AAPL sell 100 @ 190.00"});
-  alpha.says(sell("a1", 100));
+  alpha.says(sell_order("a1", 100));
   exchange.rests({"AAPL sell 100 @ 190.00"});
-  beta.says(sell("b1", 100, "189.99"));
+  beta.says(sell_order("b1", 100, "189.99"));
   exchange.feed();
   exchange.book_holds({"sell 100 @ 189.99 BETA b1", "sell 100 @ 190.00",
                        "sell 100 @ 190.00 ALPHA a1", "sell 100 @ 190.00", "sell 100 @ 190.01"});
@@ -227,7 +228,7 @@ TEST(Trades, a_synthetic_order_is_hit_without_a_report_or_a_memory) {
 TEST(Trades, a_part_filled_order_is_not_closed_and_keeps_its_place) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   FixPeer client = exchange.logs_on("ALPHA");
-  client.says(sell("a1", 300));
+  client.says(sell_order("a1", 300));
   exchange.rests({"AAPL sell 100 @ 190.00"});
   exchange.is_hit("AAPL buy 299");
   EXPECT_EQ(closing_count(exchange.engine), 0U);
@@ -248,7 +249,7 @@ TEST(Trades, a_trade_is_on_the_feed_ahead_of_the_levels_it_changed) {
 TEST(Reduce, a_withdrawal_is_no_trade) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   FixPeer client = exchange.logs_on("ALPHA");
-  client.says(sell("a1", 100));
+  client.says(sell_order("a1", 100));
   exchange.feed();
   exchange.scenario.partial_fills.every = 1;
   Engine& engine = exchange.engine;
@@ -299,7 +300,7 @@ TEST(PartialFills, leave_half_of_the_order_in_whole_lots_if_there_are_any) {
     Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
     exchange.scenario.partial_fills.every = 1;
     FixPeer client = exchange.logs_on("ALPHA");
-    client.says(sell("a1", shares));
+    client.says(sell_order("a1", shares));
     client.skips_all();
     Order buyer = aggressor(true, shares);
     const std::string said = standard_error_of([&] { meets_market(exchange, buyer); });
@@ -322,7 +323,7 @@ TEST(PartialFills, an_order_of_one_share_is_never_cut_nor_counted) {
   exchange.scenario.partial_fills.every = 1;
   exchange.scenario.partial_fills.next = 1;
   FixPeer client = exchange.logs_on("ALPHA");
-  client.says(sell("a1", 1));
+  client.says(sell_order("a1", 1));
   exchange.is_hit("AAPL buy 1");
   exchange.book_holds({});
   EXPECT_EQ(exchange.scenario.counters.partial_candidates, 0U);
@@ -332,7 +333,7 @@ TEST(PartialFills, an_order_of_one_share_is_never_cut_nor_counted) {
 TEST(PartialFills, candidates_are_counted_with_no_script_armed) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   FixPeer client = exchange.logs_on("ALPHA");
-  client.says(sell("a1", 2));
+  client.says(sell_order("a1", 2));
   exchange.is_hit("AAPL buy 2");
   EXPECT_EQ(exchange.scenario.counters.partial_candidates, 1U);
   EXPECT_EQ(exchange.scenario.counters.partials, 0U);
@@ -343,7 +344,7 @@ TEST(PartialFills, a_fill_of_part_of_an_order_does_not_ask_the_script) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   exchange.scenario.partial_fills.every = 1;
   FixPeer client = exchange.logs_on("ALPHA");
-  client.says(sell("a1", 1000));
+  client.says(sell_order("a1", 1000));
   exchange.is_hit("AAPL buy 999");
   exchange.book_holds({"sell 1 @ 190.00 ALPHA a1"});
   EXPECT_EQ(exchange.scenario.counters.partial_candidates, 0U);
@@ -354,7 +355,7 @@ TEST(PartialFills, a_trade_against_another_client_is_never_cut) {
   exchange.scenario.partial_fills.every = 1;
   FixPeer alpha = exchange.logs_on("ALPHA");
   FixPeer beta = exchange.logs_on("BETA");
-  alpha.says(sell("a1", 1000));
+  alpha.says(sell_order("a1", 1000));
   beta.says("35=D|11=b1|55=AAPL|54=1|38=1000|40=1|18=i");
   beta.hears("150=0");
   beta.hears("150=2|32=1000");
@@ -374,7 +375,7 @@ TEST(PartialFills, the_sweep_ends_at_the_cut) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   exchange.scenario.partial_fills.next = 1;
   FixPeer client = exchange.logs_on("ALPHA");
-  client.says(sell("a1", 1000));
+  client.says(sell_order("a1", 1000));
   exchange.rests({"AAPL sell 500 @ 190.00", "AAPL sell 500 @ 190.01"});
   exchange.feed();
   Order buyer = aggressor(true, 2000);
@@ -388,7 +389,7 @@ TEST(PartialFills, an_order_that_was_cut_is_completed_by_a_later_aggressor) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   exchange.scenario.partial_fills.next = 1;
   FixPeer client = exchange.logs_on("ALPHA");
-  client.says(sell("a1", 1000));
+  client.says(sell_order("a1", 1000));
   client.skips_all();
   exchange.is_hit("AAPL buy 1000");
   exchange.is_hit("AAPL buy 500");
@@ -404,7 +405,7 @@ TEST(PartialFills, a_cut_order_is_cut_again_while_the_script_lasts) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   exchange.scenario.partial_fills.every = 1;
   FixPeer client = exchange.logs_on("ALPHA");
-  client.says(sell("a1", 400));
+  client.says(sell_order("a1", 400));
   for (const uint32_t left : {200U, 100U, 50U, 25U, 13U, 7U, 4U, 2U, 1U}) {
     exchange.is_hit("AAPL buy 1000");
     EXPECT_EQ(exchange.order("ALPHA", "a1").leaves, left);
@@ -421,12 +422,12 @@ TEST(PartialFills, fire_on_every_second_candidate) {
     exchange.is_hit("AAPL buy 200");
     return shares_at(exchange.engine, exchange.stock(), SELLS, price4("190.00"));
   };
-  client.says(sell("a1", 200));
+  client.says(sell_order("a1", 200));
   EXPECT_EQ(left_by_a_hit_of_200(), 0U);
-  client.says(sell("a2", 200));
+  client.says(sell_order("a2", 200));
   EXPECT_EQ(left_by_a_hit_of_200(), 100U);
   EXPECT_EQ(left_by_a_hit_of_200(), 0U);  // what was left is the third candidate
-  client.says(sell("a3", 200));
+  client.says(sell_order("a3", 200));
   EXPECT_EQ(left_by_a_hit_of_200(), 100U);
   EXPECT_EQ(exchange.scenario.counters.partial_candidates, 4U);
   EXPECT_EQ(exchange.scenario.counters.partials, 2U);
@@ -437,7 +438,7 @@ TEST(PartialFills, a_recurring_cut_spends_a_one_shot_too) {
   exchange.scenario.partial_fills.every = 1;
   exchange.scenario.partial_fills.next = 2;
   FixPeer client = exchange.logs_on("ALPHA");
-  client.says(sell("a1", 200));
+  client.says(sell_order("a1", 200));
   exchange.is_hit("AAPL buy 200");
   EXPECT_EQ(exchange.scenario.partial_fills.next, 1U);
   EXPECT_EQ(exchange.scenario.counters.partials, 1U);
@@ -447,7 +448,7 @@ TEST(PartialFills, a_posted_order_rests_what_a_cut_left_it_even_in_a_crossed_boo
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   exchange.scenario.partial_fills.next = 1;
   FixPeer client = exchange.logs_on("ALPHA");
-  client.says(sell("a1", 100, "1.00"));  // any posted buy completes it
+  client.says(sell_order("a1", 100, "1.00"));  // any posted buy completes it
   exchange.feed();
   exchange.engine.post_liquidity(exchange.stock(), price4("190.00"), 1);
   const std::vector<Price4> bids = level_prices(exchange.engine, exchange.stock(), BUYS);

@@ -14,7 +14,7 @@
 namespace quorl::test {
 namespace {
 
-constexpr uint64_t HIGHEST = std::numeric_limits<uint64_t>::max();
+constexpr uint64_t HIGHEST_DRAW = std::numeric_limits<uint64_t>::max();
 
 TEST(Random, the_engine_is_the_published_one) {
   std::mt19937_64 rng(42);
@@ -44,10 +44,10 @@ TEST(Random, a_uniform_is_rounded_to_nearest_and_stays_below_1) {
       0,
       1,
       uint64_t{1} << 63,
-      HIGHEST - 2047,  // 2^64 - 2048, the largest double below 2^64
-      HIGHEST - 1024,  // below the middle between it and 2^64
-      HIGHEST - 1023,  // the middle, which rounds up to even: 2^64
-      HIGHEST,
+      HIGHEST_DRAW - 2047,  // 2^64 - 2048, the largest double below 2^64
+      HIGHEST_DRAW - 1024,  // below the middle between it and 2^64
+      HIGHEST_DRAW - 1023,  // the middle, which rounds up to even: 2^64
+      HIGHEST_DRAW,
       (uint64_t{1} << 63) + 1024,  // a half, rounded down to even
       (uint64_t{1} << 63) + 1025,
   });
@@ -65,7 +65,7 @@ TEST(Random, a_uniform_is_rounded_to_nearest_and_stays_below_1) {
 TEST(Random, a_coin_is_a_uniform_below_a_half) {
   const uint64_t half = uint64_t{1} << 63;
   // half - 512 is the middle between half - 1024 and half, and rounds up to the even one: half.
-  std::mt19937_64 rng = rng_yielding({0, half - 513, half - 512, half, HIGHEST});
+  std::mt19937_64 rng = rng_yielding({0, half - 513, half - 512, half, HIGHEST_DRAW});
   EXPECT_TRUE(coin(rng));
   EXPECT_TRUE(coin(rng));
   EXPECT_FALSE(coin(rng));
@@ -119,7 +119,7 @@ TEST(Random, an_index_is_drawn_again_where_the_outputs_do_not_divide_evenly) {
 TEST(Random, an_index_below_the_uneven_rest_is_the_only_one_drawn_again) {
   // 2^64 modulo 10 is 6: the products of 0 (low half 0) and of a tenth of 2^64 rounded up to whole
   // outputs (low half 4) are below it; that of the output behind it is not (low half 14).
-  const uint64_t tenth = HIGHEST / 10 + 1;
+  const uint64_t tenth = HIGHEST_DRAW / 10 + 1;
   std::mt19937_64 rng = rng_yielding({0, tenth, tenth + 1});
   uint64_t drawn = 0;
   EXPECT_EQ(draws_taken(rng, [&] { drawn = uniform_index(rng, 10); }), 3U);

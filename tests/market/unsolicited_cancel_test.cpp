@@ -16,10 +16,6 @@ namespace {
 
 using testing::IsEmpty;
 
-constexpr std::string_view SELL_100 = "35=D|11=a1|55=AAPL|54=2|38=100|40=2|44=190.00|59=0|18=i";
-
-std::string sell(std::string_view changes = "") { return altered(SELL_100, changes); }
-
 /// An order of ALPHA that the exchange will cancel by itself 300 ms from now.
 FixPeer doomed_order(Exchange& exchange, std::string_view changes = "") {
   FixPeer client = exchange.logs_on("ALPHA");

@@ -280,6 +280,8 @@ std::string value_of(const FixFields& fields, int tag, const std::string& absent
   return value;
 }
 
+std::string sell(std::string_view changes) { return altered(SELL_100, changes); }
+
 std::string altered(std::string_view message, std::string_view changes) {
   std::vector<std::string> fields = split(message, '|');
   if (changes.empty()) return std::string(message);

@@ -72,6 +72,11 @@ std::string value_of(const FixFields& fields, int tag, const std::string& absent
 /// A message of the language with some of its fields changed, added, or ("!18") left out.
 std::string altered(std::string_view message, std::string_view changes);
 
+/// An order to sell that many tests begin with, and the same with changes.
+inline constexpr std::string_view SELL_100 =
+    "35=D|11=a1|55=AAPL|54=2|38=100|40=2|44=190.00|59=0|18=i";
+std::string sell(std::string_view changes = "");
+
 /// What `act` wrote to the standard error stream.
 std::string standard_error_of(const std::function<void()>& act);
 
