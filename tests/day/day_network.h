@@ -8,6 +8,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <optional>
 #include <set>
 #include <span>
 #include <string>
@@ -49,9 +50,11 @@ class Network {
     uint64_t until_event_ns = 0;  // if something comes for a descriptor of its set; else, to the
                                   // time-out
     uint64_t asleep_ns = 0;       // on top of either: the whole machine stood still
+    std::optional<uint64_t> without_event_ns = {};  // in place of the time-out
   };
   /// Called in each wait of the loop, which ends a turn: the other side acts now.
   std::function<Wait()> on_wait;
+  bool sends_take_time = true;  // a little each; false: the clock stands still between the waits
   /// If set: every send of a connection, whole, however much of it is then taken; every datagram.
   std::function<void(size_t connection, std::string_view bytes)> on_send;
   std::function<void(Kind kind, std::string_view bytes)> on_datagram;

@@ -32,10 +32,12 @@ quorl::RunConfig config_of(const std::vector<std::string>& options) {
 
 }  // namespace
 
-WholeExchange::WholeExchange(const std::vector<std::string>& options) {
+WholeExchange::WholeExchange(const std::vector<std::string>& options,
+                             const std::map<std::string, std::string>& environment) {
   day::reset_clock(OPENED_AT_NS);
   ::unsetenv("BENCH_ORDER_TRUTH");
   ::unsetenv("QUORL_SCENARIO");
+  for (const auto& [name, value] : environment) ::setenv(name.c_str(), value.c_str(), 1);
   quorl::stop_requested = 0;
   machine.on_act = [this](std::string_view what) { add_act(std::string(what)); };
   outputs.on_note = [this](day::Kind kind, std::string_view where, std::string_view what) {

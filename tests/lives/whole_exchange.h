@@ -23,8 +23,10 @@ class WholeExchange {
   static constexpr day::Network::Ports PORTS{
       .fix = 7001, .snap = 7002, .control = 7003, .gap_fill = 7004};
 
-  /// Constructed and not begun: its ports are open. `options` come behind those of this class.
-  explicit WholeExchange(const std::vector<std::string>& options = {});
+  /// Constructed and not begun: its ports are open. `options` come behind those of this class;
+  /// of the environment only what is given here is set.
+  explicit WholeExchange(const std::vector<std::string>& options = {},
+                         const std::map<std::string, std::string>& environment = {});
   ~WholeExchange();
   WholeExchange(const WholeExchange&) = delete;
   WholeExchange& operator=(const WholeExchange&) = delete;

@@ -265,21 +265,6 @@ TEST(DeferredReports, go_to_the_owner_in_the_order_of_the_events) {
   EXPECT_TRUE(exchange.engine.drain_deferred().empty());
 }
 
-TEST(DeferredReports, the_last_logged_on_connection_of_an_owner_is_told) {
-  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  FixPeer first = exchange.logs_on("ALPHA");
-  FixPeer second = exchange.logs_on("ALPHA");
-  FixPeer other = exchange.logs_on("BETA");
-  FixPeer closed = exchange.logs_on("ALPHA");
-  closed.disconnects();
-  first.says(SELL_100);
-  first.hears("150=0|34=1");
-  exchange.is_hit("AAPL buy 100");
-  exchange.drains_deferred();
-  second.hears("150=2|34=2|56=ALPHA");
-  for (FixPeer* peer : {&first, &other, &closed}) peer->hears_nothing();
-}
-
 TEST(DeferredReports, for_an_absent_owner_are_numbered_stored_and_counted_all_the_same) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   FixPeer client = exchange.logs_on("ALPHA");
@@ -299,19 +284,6 @@ TEST(DeferredReports, for_an_absent_owner_are_numbered_stored_and_counted_all_th
   EXPECT_EQ(stored[1].msg_type, "8");
   EXPECT_EQ(exchange.engine.next_exec_id, 2U);
   exchange.feed_shows({"5 100 @ 190.00 last", "T 100 @ 190.00", "5 0 @ 190.00 last"});
-}
-
-TEST(DeferredReports, present_and_absent_owners_are_composed_in_one_order) {
-  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  FixPeer gone = exchange.logs_on("GONE");
-  FixPeer alpha = exchange.logs_on("ALPHA");
-  gone.says(SELL_100);
-  alpha.says(SELL_100);
-  gone.disconnects();
-  alpha.skips_all();
-  exchange.is_hit("AAPL buy 200");
-  exchange.drains_deferred();
-  alpha.hears("150=2|17=E4");  // E3 was the absent owner's, ahead of it
 }
 
 TEST(DeferredReports, take_number_and_time_at_the_drain_and_the_rest_from_the_fill) {

@@ -6,7 +6,6 @@
 
 #include "support/exchange.h"
 #include "support/inside.h"
-#include "support/test_clock.h"
 
 namespace quorl::test {
 namespace {
@@ -225,26 +224,6 @@ TEST(Trades, a_synthetic_order_is_hit_without_a_report_or_a_memory) {
   EXPECT_EQ(exchange.scenario.counters.partial_candidates, 0U);
 }
 
-TEST(Trades, a_resting_client_order_is_told_of_each_fill_with_its_own_trade) {
-  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  FixPeer client = exchange.logs_on("ALPHA");
-  client.says(sell("a1", 300));
-  client.hears("150=0|34=1");
-  exchange.is_hit("AAPL buy 100");
-  exchange.is_hit("AAPL buy 150");
-  exchange.is_hit("AAPL buy 50");
-  EXPECT_THAT(live_names(exchange.engine), IsEmpty());
-  EXPECT_EQ(ms_since_closing(exchange.engine, "ALPHA", "a1"), 0);
-  exchange.drains_deferred();
-  client.hears(
-      "35=8|34=2|37=1000|11=a1|!41|150=1|39=1|32=100|31=190|151=200|14=100|6=190|30=IEXG|375=IEXG|"
-      "382=1|851=1|880=1|9730=ML|!58|!103");
-  client.hears("34=3|150=1|39=1|32=150|151=50|14=250|880=2");
-  client.hears("34=4|150=2|39=2|32=50|151=0|14=300|6=190|880=3");
-  client.hears_nothing();
-  EXPECT_EQ(exchange.scenario.counters.fills, 3U);
-}
-
 TEST(Trades, a_part_filled_order_is_not_closed_and_keeps_its_place) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
   FixPeer client = exchange.logs_on("ALPHA");
@@ -254,25 +233,6 @@ TEST(Trades, a_part_filled_order_is_not_closed_and_keeps_its_place) {
   EXPECT_EQ(closing_count(exchange.engine), 0U);
   EXPECT_EQ(exchange.order("ALPHA", "a1").cum, 299U);
   exchange.book_holds({"sell 1 @ 190.00 ALPHA a1", "sell 100 @ 190.00"});
-}
-
-TEST(Trades, between_two_clients_the_aggressor_hears_first_and_both_name_one_trade) {
-  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  FixPeer alpha = exchange.logs_on("ALPHA");
-  FixPeer beta = exchange.logs_on("BETA");
-  alpha.says(sell("a1", 100));
-  alpha.says(sell("a2", 100));
-  alpha.skips_all();
-  beta.says("35=D|11=b1|55=AAPL|54=1|38=150|40=1|18=i");
-  beta.hears("150=0|17=E3");
-  beta.hears("150=1|17=E4|880=1|851=2|9730=TL");
-  beta.hears("150=2|17=E5|880=2");
-  beta.hears_nothing();
-  alpha.hears_nothing();
-  exchange.drains_deferred();
-  alpha.hears("150=2|17=E6|11=a1|880=1|851=1|9730=ML");
-  alpha.hears("150=1|17=E7|11=a2|880=2|151=50");
-  beta.hears_nothing();
 }
 
 TEST(Trades, a_trade_is_on_the_feed_ahead_of_the_levels_it_changed) {

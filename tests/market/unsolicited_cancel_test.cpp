@@ -8,6 +8,9 @@
 #include "support/inside.h"
 #include "support/test_clock.h"
 
+// Times within a turn, and what no message shows. All else is in
+// tests/stories/unasked_cancels.story.
+
 namespace quorl::test {
 namespace {
 
@@ -28,21 +31,6 @@ FixPeer doomed_order(Exchange& exchange, std::string_view changes = "") {
 }
 
 void fires(Exchange& exchange) { fire_scheduled_cancels(exchange.engine); }
-
-TEST(ExchangeCancel, fires_300_ms_after_the_order_came_to_rest) {
-  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  doomed_order(exchange);
-  advance_ms(299);
-  EXPECT_EQ(standard_error_of([&] { fires(exchange); }), "");
-  EXPECT_EQ(scheduled_cancels(exchange.engine).size(), 1U);
-  exchange.book_holds({"sell 100 @ 190.00 ALPHA a1"});
-  advance_ms(1);
-  EXPECT_EQ(standard_error_of([&] { fires(exchange); }),
-            "bench: unsolicited cancel of a1 (exchange-initiated; the client must mark it "
-            "cancelled)\n");
-  EXPECT_THAT(scheduled_cancels(exchange.engine), IsEmpty());
-  exchange.book_holds({});
-}
 
 TEST(ExchangeCancel, shows_on_the_feed_at_once_and_is_told_later_in_the_turn) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
@@ -73,102 +61,6 @@ TEST(ExchangeCancel, a_late_pass_fires_it_all_the_same) {
   fires(exchange);
   exchange.drains_deferred();
   client.hears("150=4|58=AdminCancel");
-}
-
-TEST(ExchangeCancel, of_a_part_filled_order_takes_the_remainder) {
-  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  FixPeer client = doomed_order(exchange, "38=300");
-  exchange.is_hit("AAPL buy 100");
-  exchange.drains_deferred();
-  client.hears("150=1|14=100|151=200");
-  exchange.feed();
-  advance_ms(300);
-  fires(exchange);
-  exchange.drains_deferred();
-  client.hears("150=4|39=4|38=300|14=100|151=0|6=190|58=AdminCancel");
-  exchange.feed_shows({"5 0 @ 190.00 last"});
-}
-
-TEST(ExchangeCancel, of_an_order_filled_meanwhile_is_spent_without_a_word) {
-  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  FixPeer client = doomed_order(exchange);
-  advance_ms(100);
-  exchange.is_hit("AAPL buy 100");
-  exchange.drains_deferred();
-  client.hears("150=2");
-  exchange.feed();
-  advance_ms(200);
-  EXPECT_EQ(standard_error_of([&] { fires(exchange); }), "");
-  EXPECT_THAT(scheduled_cancels(exchange.engine), IsEmpty());
-  exchange.drains_deferred();
-  client.hears_nothing();
-  exchange.feed_shows({});
-  EXPECT_EQ(exchange.scenario.counters.unsolicited_cancels, 0U);
-}
-
-TEST(ExchangeCancel, of_an_order_cancelled_meanwhile_is_spent_without_a_word) {
-  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  FixPeer client = doomed_order(exchange);
-  client.says("35=F|11=c1|41=a1");
-  client.hears("150=4|!58");
-  advance_ms(300);
-  EXPECT_EQ(standard_error_of([&] { fires(exchange); }), "");
-  EXPECT_THAT(owed_to(exchange.engine), IsEmpty());
-}
-
-TEST(ExchangeCancel, does_not_find_an_order_that_was_replaced) {
-  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  FixPeer client = doomed_order(exchange);
-  client.says("35=G|11=a2|41=a1|55=AAPL|54=2|38=50");
-  client.hears("150=5");
-  advance_ms(300);
-  EXPECT_EQ(standard_error_of([&] { fires(exchange); }), "");
-  EXPECT_THAT(scheduled_cancels(exchange.engine), IsEmpty());
-  exchange.book_holds({"sell 50 @ 190.00 ALPHA a2"});
-}
-
-TEST(ExchangeCancel, takes_a_new_order_under_the_same_name_in_its_place) {
-  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  FixPeer client = doomed_order(exchange);
-  client.says("35=F|11=c1|41=a1");
-  client.hears("150=4");
-  advance_ms(200);
-  client.says(sell("38=700|44=191.00"));
-  client.hears("150=0|37=1001");
-  advance_ms(100);
-  fires(exchange);
-  exchange.drains_deferred();
-  client.hears("150=4|37=1001|38=700|44=191|11=a1|41=a1|58=AdminCancel");
-  exchange.book_holds({});
-}
-
-TEST(ExchangeCancel, is_stored_for_an_absent_owner) {
-  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  FixPeer client = doomed_order(exchange);
-  client.disconnects();
-  advance_ms(300);
-  fires(exchange);
-  exchange.book_holds({});
-  EXPECT_TRUE(exchange.engine.drain_deferred().empty());
-  EXPECT_EQ(client.stream().next_out(), 3U);
-  const std::vector<Stored> stored = client.stream().stored();
-  ASSERT_EQ(stored.size(), 2U);
-  EXPECT_THAT(stored[1].body, testing::HasSubstr("58=AdminCancel"));
-  EXPECT_EQ(exchange.scenario.counters.unsolicited_cancels, 1U);
-}
-
-TEST(ExchangeCancel, leaves_a_closing_that_a_cancel_is_too_late_for) {
-  Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  FixPeer client = doomed_order(exchange);
-  advance_ms(300);
-  fires(exchange);
-  EXPECT_EQ(ms_since_closing(exchange.engine, "ALPHA", "a1"), 0);
-  advance_ms(1999);
-  client.says("35=F|11=c1|41=a1");
-  client.hears("35=9|39=2|58=Too late to cancel");
-  advance_ms(1);
-  client.says("35=F|11=c2|41=a1");
-  client.hears("35=9|39=2|58=Unknown order");
 }
 
 TEST(ExchangeCancel, reads_the_clock_once_and_not_at_all_with_nothing_scheduled) {
