@@ -319,7 +319,7 @@ TEST(NewOrderLadder, a_price_on_a_market_order_is_ignored) {
 
 TEST(NewOrder, that_rests_after_part_fills_has_not_closed) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.rests({"AAPL sell_p 100 @ 190.00"});
+  exchange.rests({"AAPL sell 100 @ 190.00"});
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(buy_p("38=300"));
   EXPECT_EQ(exchange.order("ALPHA", "a1").cum, 100U);
@@ -348,7 +348,7 @@ TEST(NewOrder, orders_are_taken_before_the_market_has_opened) {
 
 TEST(NewOrder, a_fill_or_kill_counts_more_shares_than_32_bits_hold) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.rests({"AAPL sell_p 4294967295 @ 190.00", "AAPL sell_p 1 @ 190.00"});
+  exchange.rests({"AAPL sell 4294967295 @ 190.00", "AAPL sell 1 @ 190.00"});
   EXPECT_EQ(shares_at(exchange.engine, exchange.stock(), SELLS, price4("190.00")), 0U);  // as shown
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(buy_p("59=4"));
@@ -358,7 +358,7 @@ TEST(NewOrder, a_fill_or_kill_counts_more_shares_than_32_bits_hold) {
 
 TEST(NewOrder, a_fill_or_kill_counts_bids_at_0_that_the_matching_stops_at) {
   Exchange exchange = Exchange::with_empty_book("AAPL:190.00");
-  exchange.rests({"AAPL buy_p 500 @ 0"});
+  exchange.rests({"AAPL buy 500 @ 0"});
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(sell_p("40=1|59=4"));
   client.hears("150=0");
@@ -366,7 +366,7 @@ TEST(NewOrder, a_fill_or_kill_counts_bids_at_0_that_the_matching_stops_at) {
   client.hears_nothing();
   exchange.feed_shows({});
 
-  exchange.rests({"AAPL buy_p 60 @ 1.00"});
+  exchange.rests({"AAPL buy 60 @ 1.00"});
   client.says(sell_p("40=1|59=4"));
   client.hears("150=0");
   client.hears("150=1|32=60|31=1|151=40");  // so it can be filled in part after all

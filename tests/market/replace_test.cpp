@@ -22,7 +22,7 @@ constexpr std::string_view REPLACE = "35=G|11=a2|41=a1|55=AAPL|54=2|38=600|44=19
 std::string sell_1000(std::string_view changes = "") { return altered(SELL_1000, changes); }
 std::string replace(std::string_view changes = "") { return altered(REPLACE, changes); }
 
-/// ALPHA with a1, a sell_1000 of 1000 at 190.00 that rests; its acknowledgement has been heard.
+/// ALPHA with a1, a sell of 1000 at 190.00 that rests; its acknowledgement has been heard.
 FixPeer resting_client(Exchange& exchange, uint32_t executed = 0) {
   FixPeer client = exchange.logs_on("ALPHA");
   client.says(sell_1000());
@@ -43,7 +43,7 @@ void expect_refused(std::string_view request, const std::string& text, const std
   client.hears("35=9|37=1000|41=a1|434=2|102=2|39=" + status + "|58=" + text + "|!150|!17");
   client.hears_nothing();
   exchange.feed_shows({});
-  exchange.book_holds({"sell_1000 " + std::to_string(1000 - executed) + " @ 190.00 ALPHA a1"});
+  exchange.book_holds({"sell " + std::to_string(1000 - executed) + " @ 190.00 ALPHA a1"});
   EXPECT_EQ(exchange.order("ALPHA", "a1").qty, 1000U);
   EXPECT_THAT(live_names(exchange.engine), ElementsAre("ALPHA a1"));
   EXPECT_EQ(closing_count(exchange.engine), 0U);
@@ -79,7 +79,7 @@ TEST(ReplaceLadder, the_new_name_has_1_to_20_bytes_and_no_separator) {
     client.says_fields('G',
                        {{11, std::string(1, c)}, {41, "a1"}, {55, "AAPL"}, {54, "2"}, {38, "1"}});
     client.next_message();
-    exchange.book_holds({"sell_1000 1000 @ 190.00 ALPHA a1"});
+    exchange.book_holds({"sell 1000 @ 190.00 ALPHA a1"});
     EXPECT_EQ(exchange.scenario.counters.replace_rejects, 1U);
   }
 }
@@ -178,7 +178,7 @@ TEST(Replace, that_grows_at_a_price_the_other_side_has_reached_trades_there) {
   client.says(replace("38=1100"));
   client.hears("150=5|14=50|151=1050");
   client.hears("150=1|32=50|31=190");
-  exchange.book_holds({"sell_1000 1050 @ 190.00 ALPHA a2"});
+  exchange.book_holds({"sell 1050 @ 190.00 ALPHA a2"});
 }
 
 TEST(Replace, that_keeps_its_place_does_not_trade_in_a_crossed_book) {
@@ -188,7 +188,7 @@ TEST(Replace, that_keeps_its_place_does_not_trade_in_a_crossed_book) {
   client.says(replace("38=900"));
   client.hears("150=5|14=0|151=900");
   client.hears_nothing();
-  exchange.book_holds({"sell_1000 900 @ 190.00 ALPHA a2", "buy 50 @ 190.00"});
+  exchange.book_holds({"sell 900 @ 190.00 ALPHA a2", "buy 50 @ 190.00"});
 }
 
 }  // namespace
