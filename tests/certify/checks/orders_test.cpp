@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <ctime>
+
 #include "tests/certify/checks/support/order_talk.h"
 
 namespace certify {
@@ -362,9 +364,9 @@ TEST(OrderChecks, ten_thousand_orders_are_judged_in_seconds) {
     const std::string name = "o" + std::to_string(i);
     talk.order(name).accepts(name).fills(name, 100);
   }
-  const auto begin = std::chrono::steady_clock::now();
+  const std::clock_t begin = std::clock();  // processor time, whatever else the machine does
   EXPECT_EQ(talk.failures(), Names{});
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, 20s);
+  EXPECT_LT((std::clock() - begin) / CLOCKS_PER_SEC, 20);
 }
 
 }  // namespace

@@ -14,7 +14,7 @@ namespace certify_test {
 namespace client = quorl::client;
 
 /// Long enough for a run on a loaded machine.
-constexpr std::chrono::seconds RUN_PATIENCE{60};
+constexpr std::chrono::seconds RUN_PATIENCE{150};
 
 /// quorl-certify as a user runs it, in a place of its own for plans and folders.
 class Certification {
