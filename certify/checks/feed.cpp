@@ -40,15 +40,15 @@ std::string messages_text(uint64_t first, uint64_t last) {
 }
 
 std::string ranges_text(const std::vector<quorl::client::SeqRange>& ranges) {
-  constexpr size_t MOST_SHOWN = 8;
+  constexpr size_t MOST_RANGES_SHOWN = 8;
   std::string text;
-  for (size_t i = 0; i < std::min(ranges.size(), MOST_SHOWN); ++i) {
+  for (size_t i = 0; i < std::min(ranges.size(), MOST_RANGES_SHOWN); ++i) {
     if (i > 0) text += ", ";
     text += std::to_string(ranges[i].first);
     if (ranges[i].last != ranges[i].first) text += " to " + std::to_string(ranges[i].last);
   }
-  if (ranges.size() > MOST_SHOWN) {
-    text += " and " + std::to_string(ranges.size() - MOST_SHOWN) + " more";
+  if (ranges.size() > MOST_RANGES_SHOWN) {
+    text += " and " + std::to_string(ranges.size() - MOST_RANGES_SHOWN) + " more";
   }
   return text;
 }

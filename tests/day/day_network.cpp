@@ -11,7 +11,7 @@
 namespace day {
 namespace {
 
-Network* network = nullptr;  // of the day that runs
+Network* the_network = nullptr;  // of the day that runs
 
 std::string address_text(const sockaddr_in& address) {
   const uint32_t ip = ntohl(address.sin_addr.s_addr);
@@ -27,10 +27,10 @@ std::string text_of(const void* bytes, size_t size) {
 }  // namespace
 
 Network::Network(const Ports& ports, Outputs& outputs) : ports_(ports), outputs_(outputs) {
-  network = this;
+  the_network = this;
 }
 
-Network::~Network() { network = nullptr; }
+Network::~Network() { the_network = nullptr; }
 
 // --- The world's side ---
 
@@ -294,46 +294,48 @@ void Network::spend_time() {
 
 namespace quorl {
 
-int open_udp_socket() { return day::network->open_socket(false); }
+int open_udp_socket() { return day::the_network->open_socket(false); }
 
-int open_tcp_socket() { return day::network->open_socket(true); }
+int open_tcp_socket() { return day::the_network->open_socket(true); }
 
 bool bind_reusable(int fd, in_addr_t address, uint16_t port) {
-  return day::network->bind(fd, address, port);
+  return day::the_network->bind(fd, address, port);
 }
 
-bool start_listening(int fd, int backlog) { return day::network->listen(fd, backlog); }
+bool start_listening(int fd, int backlog) { return day::the_network->listen(fd, backlog); }
 
-int accept_connection(int listen_fd) { return day::network->accept(listen_fd); }
+int accept_connection(int listen_fd) { return day::the_network->accept(listen_fd); }
 
-void set_nonblocking(int fd) { day::network->set_option(fd, "nonblocking"); }
+void set_nonblocking(int fd) { day::the_network->set_option(fd, "nonblocking"); }
 
-void set_no_delay(int fd) { day::network->set_option(fd, "no_delay"); }
+void set_no_delay(int fd) { day::the_network->set_option(fd, "no_delay"); }
 
 void set_multicast_source(int fd, in_addr interface) {
   sockaddr_in address{};
   address.sin_addr = interface;
-  day::network->set_option(fd, "multicast from " + day::address_text(address));
+  day::the_network->set_option(fd, "multicast from " + day::address_text(address));
 }
 
-ssize_t receive(int fd, void* bytes, size_t size) { return day::network->receive(fd, bytes, size); }
+ssize_t receive(int fd, void* bytes, size_t size) {
+  return day::the_network->receive(fd, bytes, size);
+}
 
 ssize_t receive_datagram(int fd, void* bytes, size_t size, sockaddr_in& from) {
-  return day::network->receive_datagram(fd, bytes, size, from);
+  return day::the_network->receive_datagram(fd, bytes, size, from);
 }
 
 ssize_t send_bytes(int fd, const void* bytes, size_t size) {
-  return day::network->send_bytes(fd, bytes, size);
+  return day::the_network->send_bytes(fd, bytes, size);
 }
 
 void send_datagram(int fd, const void* bytes, size_t size, const sockaddr_in& to) {
-  day::network->send_datagram_to(fd, bytes, size, to);
+  day::the_network->send_datagram_to(fd, bytes, size, to);
 }
 
 int wait_for_events(std::span<pollfd> set, int timeout_ms) {
-  return day::network->wait(set, timeout_ms);
+  return day::the_network->wait(set, timeout_ms);
 }
 
-void close_socket(int fd) { day::network->close(fd); }
+void close_socket(int fd) { day::the_network->close(fd); }
 
 }  // namespace quorl
