@@ -3,6 +3,7 @@
 #include "certify/record/output_file.h"
 
 namespace certify {
+
 CaptureFile::CaptureFile(const std::string& path) {
   try {
     writer_.emplace(path, tools::CaptureWriter::IfThere::REPLACE);

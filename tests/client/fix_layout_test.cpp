@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "quorl/client/errors.h"
+#include "tests/client/replaced.h"
 
 namespace quorl::client {
 namespace {
@@ -22,13 +23,6 @@ bool fits(const std::string& type, const std::string& rest) {
   } catch (const WireError&) {
     return false;
   }
-}
-
-/// The text with the first `what` replaced.
-std::string with(std::string text, const std::string& what, const std::string& by) {
-  const size_t at = text.find(what);
-  EXPECT_NE(at, std::string::npos) << what;
-  return text.replace(at, what.size(), by);
 }
 
 const std::string ACCEPTED =

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "quorl/client/errors.h"
+#include "tests/client/replaced.h"
 
 namespace quorl::client {
 namespace {
@@ -16,12 +17,6 @@ const std::string REPLACE =
 const std::string CANCEL_REJECT_LINE =
     R"({"t":5,"ev":"cancel_reject","cl":"a1","oid":0,"symbol":"","side":" ","qty":0,"px":0,)"
     R"("cum":0,"leaves":0,"last_qty":0,"text":"Unknown order"})";
-
-std::string altered(std::string text, const std::string& what, const std::string& by) {
-  const size_t at = text.find(what);
-  EXPECT_NE(at, std::string::npos) << what;
-  return text.replace(at, what.size(), by);
-}
 
 TEST(OrderEvents, a_line_is_read_key_by_key) {
   const OrderEvent event = parse_order_event(FILL_LINE);
@@ -44,36 +39,33 @@ TEST(OrderEvents, a_line_is_read_key_by_key) {
 
 TEST(OrderEvents, a_line_that_differs_in_form_is_refused) {
   EXPECT_THROW(parse_order_event(FILL_LINE + " "), WireError);
-  EXPECT_THROW(parse_order_event(altered(FILL_LINE, "\"t\":", "\"t\": ")), WireError);
-  EXPECT_THROW(parse_order_event(altered(FILL_LINE, "\"fill\"", "\"filled\"")), WireError);
-  EXPECT_THROW(parse_order_event(altered(FILL_LINE, "\"oid\":7", "\"oid\":\"7\"")), WireError);
-  EXPECT_THROW(parse_order_event(altered(FILL_LINE, "\"oid\":7", "\"oid\":07")), WireError);
-  EXPECT_THROW(parse_order_event(altered(FILL_LINE, "\"side\":\"B\"", "\"side\":\"X\"")),
-               WireError);
-  EXPECT_THROW(parse_order_event(altered(FILL_LINE, "189.99", "189.9900")), WireError);
-  EXPECT_THROW(parse_order_event(altered(FILL_LINE, "189.99", "1234.567")), WireError);
-  EXPECT_THROW(parse_order_event(altered(FILL_LINE, "189.99", "nan")), WireError);
-  EXPECT_THROW(parse_order_event(altered(FILL_LINE, "\"qty\":500", "\"qty\":-1")), WireError);
-  EXPECT_THROW(parse_order_event(altered(FILL_LINE, "\"qty\":500", "\"qty\":4294967296")),
-               WireError);
-  EXPECT_THROW(parse_order_event(altered(FILL_LINE, "\"cum\":300,", "")), WireError);
-  EXPECT_THROW(parse_order_event(altered(REPLACE, "\"ref\":\"a1\"", "\"ref\":\"\"")), WireError);
+  EXPECT_THROW(parse_order_event(with(FILL_LINE, "\"t\":", "\"t\": ")), WireError);
+  EXPECT_THROW(parse_order_event(with(FILL_LINE, "\"fill\"", "\"filled\"")), WireError);
+  EXPECT_THROW(parse_order_event(with(FILL_LINE, "\"oid\":7", "\"oid\":\"7\"")), WireError);
+  EXPECT_THROW(parse_order_event(with(FILL_LINE, "\"oid\":7", "\"oid\":07")), WireError);
+  EXPECT_THROW(parse_order_event(with(FILL_LINE, "\"side\":\"B\"", "\"side\":\"X\"")), WireError);
+  EXPECT_THROW(parse_order_event(with(FILL_LINE, "189.99", "189.9900")), WireError);
+  EXPECT_THROW(parse_order_event(with(FILL_LINE, "189.99", "1234.567")), WireError);
+  EXPECT_THROW(parse_order_event(with(FILL_LINE, "189.99", "nan")), WireError);
+  EXPECT_THROW(parse_order_event(with(FILL_LINE, "\"qty\":500", "\"qty\":-1")), WireError);
+  EXPECT_THROW(parse_order_event(with(FILL_LINE, "\"qty\":500", "\"qty\":4294967296")), WireError);
+  EXPECT_THROW(parse_order_event(with(FILL_LINE, "\"cum\":300,", "")), WireError);
+  EXPECT_THROW(parse_order_event(with(REPLACE, "\"ref\":\"a1\"", "\"ref\":\"\"")), WireError);
 }
 
 TEST(OrderEvents, keys_come_once_and_in_their_order) {
-  EXPECT_THROW(parse_order_event(
-                   altered(FILL_LINE, R"("cum":300,"leaves":200)", R"("leaves":200,"cum":300)")),
-               WireError);
-  EXPECT_THROW(parse_order_event(altered(FILL_LINE, "\"oid\":7", "\"oid\":7,\"oid\":7")),
-               WireError);
-  EXPECT_THROW(parse_order_event(altered(FILL_LINE, "\"text\":\"\"", "\"text\":\"\",\"more\":1")),
+  EXPECT_THROW(
+      parse_order_event(with(FILL_LINE, R"("cum":300,"leaves":200)", R"("leaves":200,"cum":300)")),
+      WireError);
+  EXPECT_THROW(parse_order_event(with(FILL_LINE, "\"oid\":7", "\"oid\":7,\"oid\":7")), WireError);
+  EXPECT_THROW(parse_order_event(with(FILL_LINE, "\"text\":\"\"", "\"text\":\"\",\"more\":1")),
                WireError);
   EXPECT_THROW(parse_order_event(FILL_LINE + FILL_LINE), WireError);
 }
 
 TEST(OrderEvents, what_a_client_put_into_its_names_is_read_as_it_stands) {
   for (const std::string name : {"a\"1", "a\\1", "\\u0061", "\t", "\xe4"}) {
-    EXPECT_EQ(parse_order_event(altered(FILL_LINE, "\"a1\"", '"' + name + '"')).cl, name);
+    EXPECT_EQ(parse_order_event(with(FILL_LINE, "\"a1\"", '"' + name + '"')).cl, name);
   }
 }
 
@@ -111,11 +103,11 @@ TEST(MarketTruth, a_mark_is_told_from_a_book) {
 }
 
 TEST(MarketTruth, a_line_that_differs_in_form_is_refused) {
-  EXPECT_THROW(parse_market_truth(altered(BOOK, "189.9900", "189.99")), WireError);
-  EXPECT_THROW(parse_market_truth(altered(BOOK, "189.9800", "189.9900")), WireError);
-  EXPECT_THROW(parse_market_truth(altered(BOOK, "189.9800", "190.0100")), WireError);
-  EXPECT_THROW(parse_market_truth(altered(BOOK, ",500]", ",0]")), WireError);
-  EXPECT_THROW(parse_market_truth(altered(BOOK, "],[", "], [")), WireError);
+  EXPECT_THROW(parse_market_truth(with(BOOK, "189.9900", "189.99")), WireError);
+  EXPECT_THROW(parse_market_truth(with(BOOK, "189.9800", "189.9900")), WireError);
+  EXPECT_THROW(parse_market_truth(with(BOOK, "189.9800", "190.0100")), WireError);
+  EXPECT_THROW(parse_market_truth(with(BOOK, ",500]", ",0]")), WireError);
+  EXPECT_THROW(parse_market_truth(with(BOOK, "],[", "], [")), WireError);
   EXPECT_THROW(parse_market_truth(BOOK + "\n"), WireError);
   EXPECT_THROW(parse_market_truth(R"({"mark":"x","seq":9)"), WireError);
   std::string eleven = R"({"seq":1,"secid":1,"symbol":"X","bid":[],"ask":[)";

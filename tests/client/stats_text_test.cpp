@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "quorl/client/errors.h"
+#include "tests/client/replaced.h"
 
 namespace quorl::client {
 namespace {
@@ -13,10 +14,6 @@ const std::string BENCH =
     "logins=14 logons=14 resend_requests=15 replays=16 replayed=17";
 const std::string FAULTS = "quorl faults: sent 18 dropped 19 duplicated 20 reordered 21";
 
-std::string stats_with(std::string text, const std::string& what, const std::string& by) {
-  return text.replace(text.find(what), what.size(), by);
-}
-
 TEST(StatsText, the_bench_text_has_eighteen_counters_in_order) {
   const BenchStats stats = parse_bench_stats(BENCH);
   EXPECT_EQ(stats.size(), 18u);
@@ -25,13 +22,13 @@ TEST(StatsText, the_bench_text_has_eighteen_counters_in_order) {
 }
 
 TEST(StatsText, a_bench_text_that_differs_anywhere_is_refused) {
-  EXPECT_THROW(parse_bench_stats(stats_with(BENCH, "orders=1 ", "")), WireError);
-  EXPECT_THROW(parse_bench_stats(stats_with(BENCH, "orders=1 accepts=2", "accepts=2 orders=1")),
+  EXPECT_THROW(parse_bench_stats(with(BENCH, "orders=1 ", "")), WireError);
+  EXPECT_THROW(parse_bench_stats(with(BENCH, "orders=1 accepts=2", "accepts=2 orders=1")),
                WireError);
-  EXPECT_THROW(parse_bench_stats(stats_with(BENCH, "fills=3", "fills=03")), WireError);
-  EXPECT_THROW(parse_bench_stats(stats_with(BENCH, "fills=3", "fills=")), WireError);
-  EXPECT_THROW(parse_bench_stats(stats_with(BENCH, " fills=3", "  fills=3")), WireError);
-  EXPECT_THROW(parse_bench_stats(stats_with(BENCH, "logins=14", "logins=13")), WireError);
+  EXPECT_THROW(parse_bench_stats(with(BENCH, "fills=3", "fills=03")), WireError);
+  EXPECT_THROW(parse_bench_stats(with(BENCH, "fills=3", "fills=")), WireError);
+  EXPECT_THROW(parse_bench_stats(with(BENCH, " fills=3", "  fills=3")), WireError);
+  EXPECT_THROW(parse_bench_stats(with(BENCH, "logins=14", "logins=13")), WireError);
   EXPECT_THROW(parse_bench_stats(BENCH + " "), WireError);
   EXPECT_THROW(parse_bench_stats(" " + BENCH), WireError);
 }
@@ -39,7 +36,7 @@ TEST(StatsText, a_bench_text_that_differs_anywhere_is_refused) {
 TEST(StatsText, the_fault_text_has_four_counters) {
   EXPECT_EQ(parse_fault_stats(FAULTS), (FaultStats{18, 19, 20, 21}));
   EXPECT_THROW(parse_fault_stats(FAULTS + "\n"), WireError);
-  EXPECT_THROW(parse_fault_stats(stats_with(FAULTS, "dropped", "lost")), WireError);
+  EXPECT_THROW(parse_fault_stats(with(FAULTS, "dropped", "lost")), WireError);
 }
 
 TEST(StatsText, the_control_text_joins_both_with_the_next_number_and_the_session) {

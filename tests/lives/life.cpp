@@ -32,7 +32,6 @@ namespace {
 namespace client = quorl::client;
 
 constexpr uint32_t SESSION = 77;
-constexpr uint64_t OPENS_AT_NS = 1'700'049'600'000'000'000;  // 2023-11-15 12:00:00
 constexpr day::Network::Ports PORTS{.fix = 7001, .snap = 7002, .control = 7003, .gap_fill = 7004};
 const std::string ORDER_EVENTS = "orders.jsonl";
 

@@ -7,6 +7,9 @@
 
 namespace lives {
 
+/// What the system clock says when a life or a story begins.
+constexpr uint64_t OPENS_AT_NS = 1'700'049'600'000'000'000;  // 2023-11-15 12:00:00
+
 /// What the exchange writes, in memory, in place of files and of standard error. One for a life;
 /// becomes that of the process until it is destroyed.
 class Machine {

@@ -15,8 +15,6 @@ namespace {
 
 namespace client = quorl::client;
 
-constexpr uint64_t OPENED_AT_NS = 1'700'049'600'000'000'000;  // 2023-11-15 12:00:00
-
 quorl::RunConfig config_of(const std::vector<std::string>& options) {
   std::vector<const char*> argv = {
       "quorl", "--fix-port", "7001",      "--snap-port", "7002",        "--gapfill-port",
@@ -34,7 +32,7 @@ quorl::RunConfig config_of(const std::vector<std::string>& options) {
 
 WholeExchange::WholeExchange(const std::vector<std::string>& options,
                              const std::map<std::string, std::string>& environment) {
-  day::reset_clock(OPENED_AT_NS);
+  day::reset_clock(OPENS_AT_NS);
   ::unsetenv("BENCH_ORDER_TRUTH");
   ::unsetenv("QUORL_SCENARIO");
   for (const auto& [name, value] : environment) ::setenv(name.c_str(), value.c_str(), 1);

@@ -40,7 +40,7 @@ void Telling::run() {
   demand_nothing_else();
   check_counts({});
   world_.end();
-  for (const std::string& connection : open_) collect_from(connection, false);
+  for (const std::string& connection : open_) collect_from(connection, true);
   for (const std::string& connection : open_) {
     drop_beats(connection);
     if (!fix_.waiting(connection).empty()) {

@@ -67,7 +67,6 @@ class Telling {
   FixEnd fix_;
   Names names_;
   std::set<std::string> open_;  // connections; one that the exchange has closed, until it is named
-  std::set<std::string> closed_;  // by the exchange, and named
   std::deque<client::DeepMessage> feed_;
   std::deque<std::string> lines_;
   std::deque<std::string> events_;

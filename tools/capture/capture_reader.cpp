@@ -5,6 +5,7 @@
 #include "tools/capture/span.h"
 
 namespace tools {
+
 CaptureReader::CaptureReader(const std::string& path) {
   char why[PCAP_ERRBUF_SIZE] = {};
   file_ = ::pcap_open_offline_with_tstamp_precision(path.c_str(), PCAP_TSTAMP_PRECISION_NANO, why);
