@@ -40,9 +40,10 @@ class Line:
         head = [(35, kind), (49, comp_id), (56, "IEXG"), (34, number)]
         if again:  # sent before: the exchange may have had it
             head += [(43, "Y")]
-        head += [(52, utc_now())]
-        if again:
-            head += [(122, utc_now())]
+        now = utc_now()
+        head += [(52, now)]
+        if again:  # a message that is made only now has no earlier time; and none later than 52
+            head += [(122, now)]
         text = "".join(f"{tag}={value}{SOH}" for tag, value in head + body)
         text = f"8=FIX.4.2{SOH}9={len(text)}{SOH}{text}"
         check_sum = sum(text.encode()) % 256
