@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
+#include <ctime>
 
 #include "certify/record/exchange_framing.h"
 #include "quorl/client/fix_message.h"
@@ -199,7 +199,7 @@ TEST(FixCutter, ALengthOfAMillionDigitsIsNone) {
 /// Bytes that come one by one must not be searched again and again. The limit is a hundred times
 /// what it takes, and a thousandth of what a search from the start for every byte would.
 TEST(FixCutter, MegabytesOfDribblesCostAsMuchAsTheirBytes) {
-  const auto began = std::chrono::steady_clock::now();
+  const std::clock_t began = std::clock();  // of the processor: the machine may be busy
   for (const std::string& bytes :
        {client::with_soh("8=FIX.4.2|9=1000000|") + std::string(999'000, 'x'),
         "8=FIX" + std::string(999'000, 'x'),
@@ -209,7 +209,7 @@ TEST(FixCutter, MegabytesOfDribblesCostAsMuchAsTheirBytes) {
   std::string lures;
   while (lures.size() < 1'000'000) lures += client::with_soh("8=FIX|9=x8=FIX");
   EXPECT_THAT(hear(lures, lures.size()).frames, IsEmpty());
-  EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(30));
+  EXPECT_LT((std::clock() - began) / CLOCKS_PER_SEC, 30);
 }
 
 }  // namespace

@@ -25,6 +25,6 @@ class Deadline {
 
 /// How long a wait for the simulator lasts when the caller names no other time. Far above what a
 /// loaded machine needs: it is reached only when something is wrong.
-constexpr std::chrono::milliseconds PATIENCE{15000};
+constexpr std::chrono::milliseconds PATIENCE{60000};
 
 }  // namespace quorl::client
