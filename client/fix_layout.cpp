@@ -4,17 +4,13 @@
 #include <array>
 #include <span>
 
+#include "client/digits.h"
 #include "quorl/client/errors.h"
 
 namespace quorl::client {
 namespace {
 
 using Form = bool (*)(const std::string&);
-
-bool is_digits(std::string_view text) {
-  return !text.empty() &&
-         std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
-}
 
 // The forms of values.
 bool any(const std::string&) { return true; }

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdio>
 
+#include "client/digits.h"
 #include "quorl/client/errors.h"
 
 namespace quorl::client {
@@ -16,8 +17,6 @@ constexpr std::string_view FRAME_START =
     "9=";
 constexpr size_t TRAILER_SIZE = 7;  // "10=", three digits, SOH
 constexpr size_t MOST_LENGTH_DIGITS = 9;
-
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
 /// Plain decimal: digits only, no leading zeros.
 std::optional<uint64_t> plain_decimal(std::string_view text) {

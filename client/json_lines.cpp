@@ -6,6 +6,7 @@
 #include <limits>
 #include <sstream>
 
+#include "client/digits.h"
 #include "quorl/client/errors.h"
 
 namespace quorl::client {
@@ -13,8 +14,6 @@ namespace {
 
 constexpr size_t MOST_TRUTH_LEVELS = 10;
 constexpr size_t MOST_FILE_LEVELS = 5;
-
-bool is_json_digit(char c) { return c >= '0' && c <= '9'; }
 
 std::string default_text(double value) {
   std::ostringstream text;
@@ -85,7 +84,7 @@ class TextWalk {
     }
     std::string digits(left_.substr(0, point));
     digits += left_.substr(point + 1, DECIMALS);
-    if (!std::all_of(digits.begin(), digits.end(), is_json_digit) || digits.size() > 18) {
+    if (!is_digits(digits) || digits.size() > 18) {
       fail("a float of four decimals");
     }
     left_.remove_prefix(point + 1 + DECIMALS);

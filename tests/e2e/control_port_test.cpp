@@ -1,5 +1,5 @@
-// The control port: every command with its reply, its line on standard error and what it does; how
-// a datagram is read; and the abrupt end.
+// The control port: how a datagram is read, the market's pace, marks, and the abrupt end. What
+// commands make clients see is told by the stories.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -24,7 +24,6 @@ namespace client = quorl::client;
 namespace e2e {
 namespace {
 
-using client::ExitStatus;
 using client::FixSession;
 using std::chrono::milliseconds;
 using testing::AllOf;
@@ -34,30 +33,6 @@ using testing::IsEmpty;
 using testing::MatchesRegex;
 
 // --- What is said to a datagram ---
-
-TEST(ControlPort, every_command_is_answered_by_ok_and_its_line) {
-  WatchedExchange exchange(still());
-  for (const std::string command :
-       {"pause", "resume", "drop 0", "dup 0", "reorder 0", "drop_every 0", "dup_every 0",
-        "reorder_every 0", "rate -1", "mark one", "disconnect", "lapse 0", "reject 0", "partial 0",
-        "fill_on_cancel 0", "unsolicited_cancel 0", "replace_reject 0"}) {
-    EXPECT_EQ(exchange.control().command(command), "ok " + command + "\n");
-  }
-  const uint64_t last = exchange.control().stats().next_seq - 1;
-  const std::string at = " at seq " + std::to_string(last);
-  EXPECT_THAT(exchange.lines(), ElementsAre("bench: paused" + at, "bench: resumed" + at,
-                                            "bench: mark one" + at + " orders 0"));
-}
-
-TEST(ControlPort, commands_without_their_argument_are_answered_like_any_other) {
-  WatchedExchange exchange(still());
-  for (const std::string command :
-       {"drop", "dup", "reorder", "drop_every", "dup_every", "reorder_every", "rate", "mark",
-        "lapse", "reject", "partial", "fill_on_cancel", "unsolicited_cancel", "replace_reject"}) {
-    EXPECT_EQ(exchange.control().command(command), "ok " + command + "\n");
-    EXPECT_EQ(exchange.control().command(command + " abc"), "ok " + command + " abc\n");
-  }
-}
 
 TEST(ControlPort, stats_reply_is_one_line_with_the_session_at_its_end) {
   WatchedExchange exchange(still());
@@ -76,21 +51,6 @@ TEST(ControlPort, stats_reply_is_one_line_with_the_session_at_its_end) {
   EXPECT_THAT(up, AllOf(HasSubstr(" logins=1 logons=1 "), testing::EndsWith(" session=up\n")));
   alpha.logout();
   EXPECT_FALSE(exchange.control().stats().session_up);  // a closed client is still in the list
-}
-
-TEST(ControlPort, unknown_word_is_an_error_that_names_it) {
-  WatchedExchange exchange(still());
-  client::ControlClient& control = exchange.control();
-  const std::vector<std::pair<std::string, std::string>> words = {
-      {"PAUSE", "PAUSE"},     {"pauses", "pauses"},
-      {"foo bar baz", "foo"}, {"   ", ""},
-      {"\r\n", ""},           {"\t", ""},
-      {" \t foo", "foo"},     {"stop!", "stop!"},
-      {"drop=1", "drop=1"},   {"unsolicited cancel", "unsolicited"}};
-  for (const auto& [text, word] : words) {
-    EXPECT_EQ(control.command(text), "err unknown command '" + word + "'\n") << text;
-  }
-  EXPECT_THAT(exchange.lines(), IsEmpty());
 }
 
 TEST(ControlPort, line_loses_blanks_and_line_ends_at_its_end_but_nothing_else) {
@@ -177,87 +137,6 @@ TEST(ControlPort, reply_goes_to_the_sender_of_each_datagram) {
               {[&] { exchange.control().send("mark ours"); }, [&] { other.send("mark theirs"); }});
   EXPECT_EQ(other.receive(client::PATIENCE), "ok mark theirs\n");
   EXPECT_EQ(exchange.control().receive(client::PATIENCE), "ok mark ours\n");
-}
-
-// --- The number rule ---
-
-/// Sets the count of orders to refuse by this text and tells how many of the next five are refused.
-unsigned refused_of_five(WatchedExchange& exchange, FixSession& session, const std::string& text) {
-  EXPECT_EQ(exchange.control().command("reject " + text).substr(0, 9), "ok reject");
-  unsigned refused = 0;
-  for (unsigned i = 0; i < 5; ++i) {
-    session.new_order({.cl_ord_id = "n1", .price = "100", .tif = "3"});
-    if (session.hears("35=8").get(150) == "8") {
-      ++refused;
-    } else {
-      session.hears("35=8|150=4");
-    }
-  }
-  exchange.control().ok("reject 0");
-  return refused;
-}
-
-TEST(ControlPort, number_is_read_as_far_as_its_digits_go_and_cut_to_32_bits) {
-  WatchedExchange exchange(still());
-  FixSession alpha = exchange.logs_on("ALPHA");
-  const std::vector<std::pair<std::string, unsigned>> numbers = {
-      {"2", 2},
-      {"+3", 3},
-      {"002", 2},
-      {"2x", 2},
-      {"2.9", 2},
-      {"\t2", 2},
-      {"2 4", 2},
-      {"0", 0},
-      {"", 1},                      // none
-      {"x2", 1},                    // no digit
-      {"-", 1},                     // none either
-      {"18446744073709551616", 1},  // beyond 64 bits
-      {"4294967298", 2},            // the low 32 bits
-      {"4294967296", 0},
-      {"-1", 5},           // 4294967295
-      {"-4294967294", 2},  // 2^64 - 4294967294, of which the low 32 bits
-  };
-  for (const auto& [text, expected] : numbers) {
-    EXPECT_EQ(refused_of_five(exchange, alpha, text), expected) << text;
-  }
-}
-
-TEST(ControlPort, one_shot_commands_default_to_one_and_every_commands_to_none) {
-  WatchedExchange exchange(still());
-  FixSession alpha = exchange.logs_on("ALPHA");
-  const auto faults_of_an_order = [&](const std::string& id) {
-    const client::FaultStats before = exchange.control().stats().faults;
-    alpha.new_order({.cl_ord_id = id, .price = "100"});
-    alpha.hears("35=8|150=0");
-    const client::FaultStats after = exchange.control().stats().faults;
-    return client::FaultStats{.sent = after.sent - before.sent,
-                              .dropped = after.dropped - before.dropped,
-                              .duplicated = after.duplicated - before.duplicated,
-                              .reordered = after.reordered - before.reordered};
-  };
-  const client::FaultStats plain{.sent = 1};
-  exchange.control().ok("drop");
-  EXPECT_EQ(faults_of_an_order("a1"), (client::FaultStats{.dropped = 1}));
-  exchange.control().ok("dup x");
-  EXPECT_EQ(faults_of_an_order("a2"), (client::FaultStats{.sent = 1, .duplicated = 1}));
-  exchange.control().ok("reorder");
-  EXPECT_EQ(faults_of_an_order("a3"), (client::FaultStats{.sent = 1, .reordered = 1}));
-  EXPECT_EQ(faults_of_an_order("a4"), plain);
-  exchange.control().ok("drop_every 1");
-  exchange.control().ok("drop_every");
-  exchange.control().ok("dup_every 1");
-  exchange.control().ok("dup_every abc");
-  exchange.control().ok("reorder_every 1");
-  exchange.control().ok("reorder_every -");
-  EXPECT_EQ(faults_of_an_order("a5"), plain);
-}
-
-TEST(ControlPort, count_replaces_the_count_before_it) {
-  WatchedExchange exchange(still());
-  FixSession alpha = exchange.logs_on("ALPHA");
-  exchange.control().ok("reject 5");
-  EXPECT_EQ(refused_of_five(exchange, alpha, "2"), 2U);
 }
 
 // --- The market's pace ---
@@ -376,51 +255,7 @@ TEST(ControlPort, mark_counts_the_orders_of_the_run) {
   exchange.simulator().wait_for_line("bench: mark x at seq " + std::to_string(last) + " orders 2");
 }
 
-// --- Lapse and disconnect ---
-
-constexpr const char* LAPSE_TAIL =
-    " ms (no heartbeats, no reports on the wire \xE2\x80\x94 the client should Test Request, then "
-    "drop and log on again; a ResendRequest brings what it missed)";
-
-/// The milliseconds of the line that announces a lapse.
-uint64_t announced_ms(Exchange& exchange, size_t from) {
-  const std::string head = "bench: going silent for ";
-  const std::string line = exchange.simulator().wait_for_line(head, from);
-  EXPECT_TRUE(line.starts_with(head) && line.ends_with(LAPSE_TAIL)) << line;
-  return std::stoull(line.substr(head.size()));
-}
-
-TEST(ControlPort, lapse_silences_all_fix_output_until_another_command_ends_it) {
-  WatchedExchange exchange(still());
-  FixSession alpha = exchange.logs_on("ALPHA");
-  size_t from = exchange.simulator().line_count();
-  exchange.control().ok("lapse");  // 20 s
-  const uint64_t announced = announced_ms(exchange, from);
-  EXPECT_LE(announced, 20000U);
-  EXPECT_GT(announced, 15000U);
-
-  const uint32_t n = alpha.next_in;
-  alpha.test_request("unanswered");
-  alpha.new_order({.cl_ord_id = "a1", .price = "100"});
-  exchange.feed().await_message(  // the feed goes on
-      [](const client::DeepMessage& m) { return describe(m) == "8 AAPL 100 @ 100 last"; },
-      "the order");
-  EXPECT_EQ(exchange.counter("accepts"), 1U);
-
-  from = exchange.simulator().line_count();
-  exchange.control().ok("lapse 30000");  // replaces the one that runs, and is announced anew
-  EXPECT_GT(announced_ms(exchange, from), 20000U);
-
-  (void)exchange.lines();
-  exchange.control().ok("lapse 0");
-  alpha.continuity = client::Continuity::TRACK;
-  EXPECT_THAT(alpha.drain(), IsEmpty());
-  EXPECT_THAT(alpha.missing(), ElementsAre(n, n + 1));
-  EXPECT_THAT(exchange.lines(), IsEmpty());  // an end is not announced
-  alpha.resend_request(std::to_string(n), "0");
-  alpha.hears("35=4|43=Y|34=" + std::to_string(n) + "|36=" + std::to_string(n + 1));
-  alpha.hears("35=8|43=Y|150=0|11=a1|34=" + std::to_string(n + 1));
-}
+// --- Lapse ---
 
 TEST(ControlPort, lapse_ends_by_itself_when_its_time_is_over) {
   WatchedExchange exchange(still());
@@ -436,37 +271,6 @@ TEST(ControlPort, lapse_ends_by_itself_when_its_time_is_over) {
     if (alpha.receive(milliseconds(20))) break;
   }
   EXPECT_GE(std::chrono::steady_clock::now() - before, milliseconds(299));
-}
-
-constexpr const char* DROP_TAIL =
-    " resting order(s) kept \xE2\x80\x94 the IEX FIX spec defines no cancel-on-disconnect";
-
-TEST(ControlPort, disconnect_drops_the_next_client_that_sends_an_order_whatever_becomes_of_it) {
-  WatchedExchange exchange(still());
-  FixSession alpha = exchange.logs_on("ALPHA");
-  FixSession beta = exchange.logs_on("BETA");
-  alpha.new_order({.cl_ord_id = "a1", .price = "100"});
-  alpha.hears("35=8|150=0");
-  exchange.control().ok("disconnect");
-  exchange.control().ok("disconnect");  // says it again, no more
-  alpha.hears_nothing();                // nothing but an order draws it
-  (void)exchange.lines();
-
-  alpha.new_order({.cl_ord_id = "a2", .symbol = "NONSUCH", .price = "100"});
-  alpha.expect_closed();
-  EXPECT_THAT(
-      exchange.lines(),
-      ElementsAre(std::string("bench: dropping the connection of ALPHA (driven); 1") + DROP_TAIL));
-  EXPECT_FALSE(alpha.connected());
-  beta.new_order({.cl_ord_id = "b1", .price = "100"});
-  beta.hears("35=8|150=0");
-
-  const uint32_t n = alpha.next_in;
-  alpha.continuity = client::Continuity::TRACK;
-  alpha.logon();
-  EXPECT_THAT(alpha.missing(), ElementsAre(n));
-  alpha.resend_request(std::to_string(n), std::to_string(n));
-  alpha.hears("35=8|43=Y|150=8|11=a2|58=UnknownSymbol");
 }
 
 // --- The end ---
