@@ -257,6 +257,24 @@ TEST(ControlPort, mark_counts_the_orders_of_the_run) {
 
 // --- Lapse ---
 
+/// The milliseconds of the line that announces a lapse.
+uint64_t announced_ms(Exchange& exchange, size_t from) {
+  const std::string head = "bench: going silent for ";
+  return std::stoull(exchange.simulator().wait_for_line(head, from).substr(head.size()));
+}
+
+TEST(ControlPort, lapse_of_no_length_is_one_of_20_seconds_and_another_replaces_it) {
+  WatchedExchange exchange(still());
+  size_t from = exchange.simulator().line_count();
+  exchange.control().ok("lapse");
+  const uint64_t announced = announced_ms(exchange, from);
+  EXPECT_LE(announced, 20000U);
+  EXPECT_GT(announced, 15000U);
+  from = exchange.simulator().line_count();
+  exchange.control().ok("lapse 30000");
+  EXPECT_GT(announced_ms(exchange, from), 20000U);
+}
+
 TEST(ControlPort, lapse_ends_by_itself_when_its_time_is_over) {
   WatchedExchange exchange(still());
   FixSession alpha = exchange.logs_on("ALPHA");

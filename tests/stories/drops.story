@@ -68,7 +68,7 @@ BETA  > A 98=0|108=30
 BETA  < A 34=3
 log     bench: logon BETA 34=3 141=N (stream expected 3, next out 3)
 BETA  > 2 7=2|16=0
-BETA  < 8 34=2|43=Y|150=8|11=b1
+BETA  < 8 34=2|43=Y|150=8|11=b1|58=UnknownSymbol
 BETA  < 4 34=3|43=Y|36=4
 log     bench: ResendRequest from BETA 7=2 16=0 -> serving 2..3
 log     bench: resend done: replayed 1 application message(s), 1 GapFill(s)
