@@ -17,23 +17,15 @@ namespace {
 constexpr std::string_view ANY_TIME = "20260101-00:00:00.000";
 
 FixFieldList new_order_body() {
-  return {{TAG_CL_ORD_ID, "R0012345"},  {TAG_SYMBOL, "AAPL"}, {TAG_SIDE, "1"},
-          {TAG_ORDER_QTY, "100"},       {TAG_ORD_TYPE, "2"},  {TAG_PRICE, "149.73"},
-          {TAG_TIME_IN_FORCE, "0"},     {TAG_EXEC_INST, "i"}, {TAG_RULE_80A, "P"},
-          {TAG_TRANSACT_TIME, ANY_TIME}};
+  return {{11, "R0012345"}, {55, "AAPL"}, {54, "1"}, {38, "100"}, {40, "2"},
+          {44, "149.73"},   {59, "0"},    {18, "i"}, {47, "P"},   {60, ANY_TIME}};
 }
 
 FixFieldList accepted_body() {
-  return {{TAG_ORDER_ID, "13345"},  {TAG_CL_ORD_ID, "R0012345"},
-          {TAG_EXEC_ID, "E12345"},  {TAG_EXEC_TRANS_TYPE, "0"},
-          {TAG_EXEC_TYPE, "0"},     {TAG_ORD_STATUS, "0"},
-          {TAG_SYMBOL, "AAPL"},     {TAG_SIDE, "1"},
-          {TAG_ORDER_QTY, "100"},   {TAG_EXEC_INST, "i"},
-          {TAG_ORD_TYPE, "2"},      {TAG_RULE_80A, "P"},
-          {TAG_TIME_IN_FORCE, "0"}, {TAG_PRICE, "149.73"},
-          {TAG_LAST_SHARES, "0"},   {TAG_LAST_PX, "0"},
-          {TAG_LEAVES_QTY, "100"},  {TAG_CUM_QTY, "0"},
-          {TAG_AVG_PX, "0"},        {TAG_TRANSACT_TIME, ANY_TIME}};
+  return {{37, "13345"}, {11, "R0012345"}, {17, "E12345"}, {20, "0"},      {150, "0"},
+          {39, "0"},     {55, "AAPL"},     {54, "1"},      {38, "100"},    {18, "i"},
+          {40, "2"},     {47, "P"},        {59, "0"},      {44, "149.73"}, {32, "0"},
+          {31, "0"},     {151, "100"},     {14, "0"},      {6, "0"},       {60, ANY_TIME}};
 }
 
 std::string new_order_frame() {

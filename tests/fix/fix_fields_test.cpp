@@ -16,10 +16,10 @@ namespace {
 
 TEST(FixFieldList, writes_fields_in_the_order_in_which_they_were_put) {
   FixFieldList fields;
-  fields.put(TAG_ORDER_ID, "1000");
+  fields.put(TAG_CL_ORD_ID, "1000");
   fields.put(TAG_SIDE, '5');
   fields.put_number(TAG_ORDER_QTY, 300);
-  EXPECT_EQ(readable(fields.wire()), "37=1000|54=5|38=300|");
+  EXPECT_EQ(readable(fields.wire()), "11=1000|54=5|38=300|");
 }
 
 TEST(FixFieldList, keeps_a_tag_that_is_put_twice) {
