@@ -1,22 +1,9 @@
 #include "market/order_table.h"
 
 #include <algorithm>
-#include <iterator>
 
 namespace quorl {
-namespace {
-
-/// One until the first order, then 13, then of a list of primes the least that is at least twice
-/// the one before. Behind the last one the table stays as it is, and only its chains grow.
-constexpr uint32_t BUCKET_COUNTS[] = {
-    1,        13,       29,        59,        127,       257,       541,
-    1109,     2357,     5087,      10273,     20753,     42043,     85229,
-    172933,   351061,   712697,    1447153,   2938679,   5967347,   12117689,
-    24607243, 49969847, 101473717, 206062531, 418449109, 849729029, 1725587117};
-
-}  // namespace
-
-OrderTable::OrderTable() : buckets_(BUCKET_COUNTS[0]) {}
+OrderTable::OrderTable() : buckets_(BUCKET_COUNTS.front()) {}
 
 RestingOrder& OrderTable::insert(const Order& order) {
   if (size_ + 1 > (buckets_.size() == 1 ? 0 : buckets_.size())) grow();
@@ -81,8 +68,8 @@ RestingOrder& OrderTable::take_spare() {
 
 void OrderTable::grow() {
   const auto* const count =
-      std::upper_bound(std::begin(BUCKET_COUNTS), std::end(BUCKET_COUNTS), buckets_.size());
-  if (count == std::end(BUCKET_COUNTS)) return;
+      std::upper_bound(BUCKET_COUNTS.begin(), BUCKET_COUNTS.end(), buckets_.size());
+  if (count == BUCKET_COUNTS.end()) return;
   buckets_.assign(*count, nullptr);
   for (BackgroundOrders& background : background_) background.clear();
   RestingOrder* order = first_;

@@ -46,6 +46,14 @@ struct RestingOrder : Order {
 /// draw looks through it.
 class OrderTable {
  public:
+  /// One until the first order, then 13, then of a list of primes the least that is at least twice
+  /// the one before. Behind the last one the table stays as it is, and only its chains grow.
+  static constexpr std::array<uint32_t, 29> BUCKET_COUNTS = {
+      1,         13,        29,        59,         127,       257,      541,      1109,
+      2357,      5087,      10273,     20753,      42043,     85229,    172933,   351061,
+      712697,    1447153,   2938679,   5967347,    12117689,  24607243, 49969847, 101473717,
+      206062531, 418451333, 849749479, 1725587117, 3504151727};
+
   OrderTable();
   OrderTable(const OrderTable&) = delete;
   OrderTable& operator=(const OrderTable&) = delete;

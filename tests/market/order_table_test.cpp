@@ -132,6 +132,15 @@ TEST(OrderTable, goes_through_the_orders_as_the_standard_hash_map_does_while_it_
   }
 }
 
+TEST(OrderTable, has_the_buckets_that_the_standard_hash_map_has_beyond_what_a_test_can_fill_too) {
+  std::__detail::_Prime_rehash_policy standard;  // what GNU's map asks when it is full
+  size_t buckets = OrderTable::BUCKET_COUNTS.front();
+  for (size_t i = 1; i < OrderTable::BUCKET_COUNTS.size(); ++i) {
+    buckets = standard._M_need_rehash(buckets, i == 1 ? 0 : buckets, 1).second;
+    EXPECT_EQ(OrderTable::BUCKET_COUNTS[i], buckets);
+  }
+}
+
 /// As a market lives: ids that rise, orders that go at any time, some that come back with the id
 /// that they had.
 void live(uint64_t seed, size_t steps, size_t most, uint16_t locates, size_t compare_every) {
