@@ -174,33 +174,6 @@ TEST(FeedFaults, packet_held_back_leaves_behind_the_next_one_as_it_was_stamped) 
   EXPECT_EQ(feed.packet(1).end_offset(), feed.packet(2).header.stream_offset);
 }
 
-TEST(FeedFaults, count_of_zero_takes_back_what_was_pending) {
-  FaultyFeed feed;
-  for (const std::string fault : {"drop", "dup", "reorder"}) {
-    feed.sets(fault + " 3");
-    feed.sets(fault + " 0");
-  }
-  feed.publish(3);
-  EXPECT_THAT(feed.wire(3), ElementsAre(1, 2, 3));
-  EXPECT_THAT(feed.exchange.lines(), IsEmpty());
-  EXPECT_EQ(feed.counted(), (FaultStats{.sent = 3}));
-}
-
-TEST(FeedFaults, second_count_replaces_the_first) {
-  FaultyFeed feed;
-  feed.sets("drop 3");
-  feed.sets("drop 1");
-  feed.publish(3);
-  EXPECT_THAT(feed.wire(2), ElementsAre(2, 3));
-}
-
-TEST(FeedFaults, quiet_does_not_silence_the_fault_lines) {
-  FaultyFeed feed({"--quiet"});
-  feed.sets("drop 1");
-  feed.publish(2);
-  EXPECT_THAT(feed.exchange.lines(), ElementsAre(feed.dropped_line(1)));
-}
-
 // --- Every Nth ---
 
 TEST(FeedFaults, every_nth_packet_of_the_run_is_dropped) {
@@ -346,64 +319,7 @@ TEST(FeedFaults, dup_and_reorder_options_act_on_every_nth_packet) {
   EXPECT_EQ(feed.wire(expected.size()), expected);
 }
 
-// --- How they meet ---
-
-TEST(FeedFaults, one_shot_drop_is_spent_on_a_packet_that_another_rule_drops) {
-  FaultyFeed feed;
-  feed.sets("drop_every 1");
-  feed.sets("drop 2");
-  feed.publish(2);
-  feed.sets("drop_every 0");
-  feed.publish(1);
-  EXPECT_THAT(feed.wire(1), ElementsAre(3));
-  EXPECT_EQ(feed.counted(), (FaultStats{.sent = 1, .dropped = 2}));
-}
-
-TEST(FeedFaults, dropped_packet_leaves_the_one_shot_duplicate_and_reorder_to_the_next) {
-  FaultyFeed feed;
-  feed.sets("drop 1");
-  feed.sets("dup 1");
-  feed.publish(2);
-  EXPECT_THAT(feed.wire(2), ElementsAre(2, 2));
-  feed.sets("drop 1");
-  feed.sets("reorder 1");
-  feed.publish(3);
-  EXPECT_THAT(feed.wire(4), ElementsAre(2, 2, 5, 4));
-  EXPECT_THAT(feed.exchange.lines(), ElementsAre(feed.dropped_line(1), feed.duplicated_line(2),
-                                                 feed.dropped_line(3), feed.held_line(4)));
-}
-
-TEST(FeedFaults, second_packet_held_back_takes_the_place_of_the_first) {
-  FaultyFeed feed;
-  feed.sets("reorder 2");
-  feed.publish(4);
-  EXPECT_THAT(feed.wire(3), ElementsAre(3, 2, 4));
-  EXPECT_THAT(feed.exchange.lines(), ElementsAre(feed.held_line(1), feed.held_line(2)));
-  EXPECT_EQ(feed.counted(), (FaultStats{.sent = 4, .reordered = 2}));
-}
-
-TEST(FeedFaults, packet_to_be_held_back_and_duplicated_is_only_held_back) {
-  FaultyFeed feed;
-  feed.sets("dup 1");
-  feed.sets("reorder 1");
-  feed.publish(3);
-  EXPECT_THAT(feed.wire(3), ElementsAre(2, 1, 3));
-  EXPECT_THAT(feed.exchange.lines(), ElementsAre(feed.held_line(1)));
-  EXPECT_EQ(feed.counted(), (FaultStats{.sent = 3, .reordered = 1}));
-}
-
-TEST(FeedFaults, packet_held_back_waits_behind_a_drop_and_behind_a_duplicate) {
-  FaultyFeed feed;
-  feed.sets("reorder 1");
-  feed.publish(1);
-  feed.sets("drop 1");
-  feed.publish(1);
-  feed.sets("dup 1");
-  feed.publish(2);
-  EXPECT_THAT(feed.wire(4), ElementsAre(3, 3, 1, 4));
-  EXPECT_THAT(feed.exchange.lines(),
-              ElementsAre(feed.held_line(1), feed.dropped_line(2), feed.duplicated_line(3)));
-}
+// --- What they leave alone ---
 
 TEST(FeedFaults, heartbeats_are_outside_the_faults_and_do_not_release_what_is_held_back) {
   FaultyFeed feed;
