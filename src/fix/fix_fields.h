@@ -13,6 +13,8 @@ namespace quorl {
 constexpr char SOH = '\x01';
 constexpr std::string_view EXCHANGE_COMP_ID = "IEXG";
 
+/// The tags that are read, or put one by one. Reports and headers are composed as text, their tags
+/// with them.
 enum FixTag : int32_t {
   TAG_BEGIN_SEQ_NO = 7,
   TAG_CL_ORD_ID = 11,
