@@ -65,20 +65,23 @@ void never_reads(unsigned orders) {
   stay();
 }
 
-/// Orders as fast as they can be sent, all reports read, then a Logout.
+/// Orders as fast as they can be sent, until each is accepted, then a Logout. Some may be filled.
 void flood(unsigned orders) {
   client::FixSession session(fix_port(), "STRANGE");
   session.connect();
   session.logon({.heartbeat_s = "30", .reset = true});
   constexpr unsigned ON_THEIR_WAY = 500;
-  unsigned answered = 0;
+  unsigned accepted = 0;
   for (unsigned i = 1; i <= orders; ++i) {
     session.new_order(order(i));
-    while (i - answered >= ON_THEIR_WAY || (i == orders && answered < orders)) {
-      if (session.next(PATIENCE).type() == "8") ++answered;
+    while (i - accepted >= ON_THEIR_WAY || (i == orders && accepted < orders)) {
+      if (session.next(PATIENCE).find(150) == "0") ++accepted;
     }
   }
-  session.logout();
+  session.send_message("5", {});
+  while (session.next(PATIENCE).type() != "5") {
+  }
+  session.expect_closed();
 }
 
 /// The exchange is told to end by who has no business to.
