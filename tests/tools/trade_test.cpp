@@ -146,13 +146,13 @@ TEST_F(Trade, ends_a_script_at_an_expectation_that_fails) {
 }
 
 TEST_F(Trade, finds_each_message_by_one_expectation_only) {
-  const Said said = runs("timeout 0.2\nbuy AAPL 100 185\nexpect 35=8|150=0\nwait |150=0|");
+  const Said said = runs("buy AAPL 100 185\nexpect 35=8|150=0\ntimeout 0.2\nwait |150=0|");
   EXPECT_EQ(said.status, 1);
   EXPECT_EQ(said.err, "quorl-trade: line 4: wait |150=0|: not heard within 0.2 s\n");
 }
 
 TEST_F(Trade, takes_its_patience_from_the_command_line) {
-  const Said said = runs("wait never", {"--timeout", "0.1"});
+  const Said said = run_tool_until_answered("trade", words({"--timeout", "0.1"}), "wait never");
   EXPECT_EQ(said.status, 1);
   EXPECT_EQ(said.err, "quorl-trade: line 1: wait never: not heard within 0.1 s\n");
 }
@@ -231,9 +231,13 @@ TEST_F(Trade, ends_with_one_if_the_connection_is_lost_and_the_script_does_not_sa
             "quorl-trade: line 2: expect 150=0: not heard, and there is no connection\n");
 
   exchange.control().ok("disconnect");
-  const Said slept = runs("buy AAPL 100 185\nsleep 0.5");
-  EXPECT_EQ(slept.status, 1);
-  EXPECT_EQ(slept.err,
+  Tool lost("trade", words());
+  lost.type("buy AAPL 100 185");
+  lost.prints("! the exchange has closed the connection");
+  lost.close_input();
+  const Said ended = lost.end();
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_EQ(ended.err,
             "quorl-trade: the exchange closed the connection, which the script did not expect\n");
 
   exchange.control().ok("disconnect");
@@ -242,6 +246,16 @@ TEST_F(Trade, ends_with_one_if_the_connection_is_lost_and_the_script_does_not_sa
   EXPECT_EQ(went_on.err,
             "quorl-trade: line 3: not connected: 'reconnect' logs on again with "
             "number 3\n");
+}
+
+TEST_F(Trade, notices_in_its_sleep_that_the_connection_is_lost) {
+  exchange.control().ok("disconnect");
+  Tool trade("trade", words());
+  trade.type("buy AAPL 100 185");
+  trade.type("sleep 3600");
+  trade.prints("! the exchange has closed the connection");
+  trade.signal(SIGTERM);
+  EXPECT_EQ(trade.end().status, 1);
 }
 
 TEST_F(Trade, refuses_to_see_a_connection_closed_that_stands) {
@@ -268,13 +282,14 @@ TEST_F(Trade, sees_a_connection_closed_that_it_takes_up_again_by_itself) {
 }
 
 TEST_F(Trade, ends_with_three_if_a_reconnect_is_not_answered) {
-  Tool trade("trade", words({"--timeout", "0.3"}));
+  Tool trade("trade", words());
   trade.prints("|35=A|34=1|49=IEXG|");
   exchange.control().ok("lapse 600000");
+  trade.type("timeout 0.3");  // not of the first Logon, which is to be answered
   trade.type("reconnect");
   const Said said = trade.end();
   EXPECT_EQ(said.status, 3);
-  EXPECT_THAT(said.err, AllOf(StartsWith("quorl-trade: line 1: the exchange at "),
+  EXPECT_THAT(said.err, AllOf(StartsWith("quorl-trade: line 2: the exchange at "),
                               EndsWith(" does not answer the Logon within 0.3 s\n")));
 }
 
@@ -322,14 +337,12 @@ TEST_F(Trade, asks_by_itself_after_a_silence_if_it_may) {
   EXPECT_EQ(trade.end().status, 0);
 }
 
-TEST_F(Trade, keeps_a_session_alive_quietly_or_shows_how) {
-  const Said quiet = runs("sleep 3.5\ntest\nwait 112=test-1", {"--heartbeat", "1"});
-  EXPECT_EQ(quiet.status, 0) << quiet.err << quiet.out;  // 2.5 s of silence end a session
-  EXPECT_EQ(count_of(quiet.out, "|35=0|"), 1U);          // the answer to the test
-  const Said loud = runs("sleep 1.5", {"--heartbeat", "1", "--all"});
-  EXPECT_EQ(loud.status, 0);
-  EXPECT_THAT(loud.out, ContainsRegex("> [^\n]*\\|35=0\\|"));
-  EXPECT_THAT(loud.out, ContainsRegex("< [^\n]*\\|35=0\\|"));
+TEST_F(Trade, shows_on_request_the_heartbeats_that_keep_a_session_alive) {
+  Tool trade("trade", words({"--heartbeat", "1", "--all"}));
+  EXPECT_THAT(trade.prints("|35=0|34=2|49=ALPHA|"), StartsWith("> "));
+  EXPECT_THAT(trade.prints("|35=0|34=2|49=IEXG|"), StartsWith("< "));
+  trade.close_input();
+  EXPECT_EQ(trade.end().status, 0);
 }
 
 TEST_F(Trade, remarks_a_silence_once) {
@@ -481,6 +494,21 @@ TEST_F(Strange, test_request_is_answered) {
   EXPECT_EQ(acceptor.hears_body("0"), "112=well|");
 }
 
+/// What is awaited is the silence of twice the time: by then a Heartbeat of its own was due, be it
+/// that the tool has stood still.
+TEST_F(Strange, session_is_kept_alive_quietly) {
+  logs_on({"--heartbeat", "1"});
+  trade->type("timeout 0.1");
+  trade->type("sleep 3600");
+  trade->prints("! nothing from the exchange for 2 s");
+  acceptor.sends("35=1|34=2|112=well");
+  trade->prints("|112=well|");
+  EXPECT_EQ(acceptor.hears_body("0"), "") << "a Heartbeat, ahead of the answer";
+  trade->signal(SIGINT);
+  const Said said = trade->end();
+  EXPECT_EQ(count_of(said.out, "|35=0|"), 1U) << "the answer alone: " << said.out;
+}
+
 TEST_F(Strange, message_that_is_none_is_remarked_and_garbage_ends_the_connection) {
   logs_on();
   std::string spoilt = client::compose_fix(
@@ -534,7 +562,8 @@ TEST_F(Strange, exchange_that_has_begun_anew_is_remarked) {
 }
 
 TEST_F(Strange, goodbye_that_is_not_answered_ends_all_the_same) {
-  logs_on({"--timeout", "0.3"});
+  logs_on();
+  trade->type("timeout 0.3");  // not of the Logon, which is to be answered
   trade->close_input();
   (void)acceptor.hears_body("5");
   const Said said = trade->end();

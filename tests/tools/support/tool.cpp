@@ -121,4 +121,15 @@ Said run_tool(const std::string& name, const std::vector<std::string>& arguments
   return tool.end();
 }
 
+Said run_tool_until_answered(const std::string& name, const std::vector<std::string>& arguments,
+                             const std::string& input) {
+  constexpr int NOBODY_ANSWERED = 3;
+  const client::Deadline deadline = client::Deadline::after(client::PATIENCE);
+  Said said = run_tool(name, arguments, input);
+  while (said.status == NOBODY_ANSWERED && !deadline.expired()) {
+    said = run_tool(name, arguments, input);
+  }
+  return said;
+}
+
 }  // namespace tools_test
