@@ -1,21 +1,18 @@
 // quorl-watch beside a real exchange, and where there is none.
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <fstream>
-#include <iomanip>
 #include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "quorl/client/errors.h"
 #include "quorl/client/port_slot.h"
 #include "tests/client/fake_feed.h"
 #include "tests/e2e/support/exchange.h"
+#include "tests/tools/support/group_members.h"
 #include "tests/tools/support/tool.h"
 
 namespace tools_test {
@@ -34,22 +31,6 @@ Words where(const client::Ports& ports, Words more = {}) {
   Words words{ports.group, std::to_string(ports.feed)};
   words.insert(words.end(), more.begin(), more.end());
   return words;
-}
-
-/// Waits until somebody on this machine is a member of the group, as the kernel tells it.
-void await_joined(const std::string& group) {
-  in_addr address{};
-  ::inet_pton(AF_INET, group.c_str(), &address);
-  std::ostringstream name;
-  name << std::hex << std::uppercase << std::setw(8) << std::setfill('0') << address.s_addr;
-  const client::Deadline deadline = client::Deadline::after(client::PATIENCE);
-  while (!deadline.expired()) {
-    std::stringstream members;
-    members << std::ifstream("/proc/net/igmp").rdbuf();
-    if (members.str().find(name.str()) != std::string::npos) return;
-    std::this_thread::sleep_for(milliseconds(5));
-  }
-  throw client::Timeout("nobody joins " + group);
 }
 
 /// Waits for another line like this one: it may have printed older ones.
