@@ -33,7 +33,7 @@ reply=$(timeout 15 head -n 1 <&3)
 [[ $reply == 'ok mark here' ]] || complain "the control port answers: $reply"
 exec 3>&-
 if command -v quorl-control >/dev/null; then
-  counters=$(timeout 15 quorl-control stats)
+  counters=$(timeout 15 quorl-control --timeout 15 stats)
   [[ $counters == 'ok orders=0 '* ]] || complain "quorl-control stats: $counters"
 fi
 grep -q '"mark":"here"' /root/market.jsonl || complain 'no mark in the market truth file'

@@ -41,11 +41,11 @@ until (($(grep -c '^fill ' traded) >= 2)); do
   if ((++tries > 300)) || ! kill -0 "$client"; then break; fi
   sleep 0.1
 done
-quorl-control disconnect >/dev/null || complain 'no drop'
+quorl-control --timeout 15 disconnect >/dev/null || complain 'no drop'
 wait "$client" || complain "the QuickFIX example ended with $?"
 (($(grep -c '^logged on' traded) == 2)) || complain 'the QuickFIX example was not dropped once'
 (($(grep -c '^order .* \(filled\|cancelled\)$' traded) == 20)) || complain 'orders without an end'
-quorl-control stats
+quorl-control --timeout 15 stats
 ((failed)) && cat traded
 
 # Each packet is named.

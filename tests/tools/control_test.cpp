@@ -35,9 +35,15 @@ std::string control_port_of(e2e::Exchange& exchange) {
   return std::to_string(exchange.ports().control);
 }
 
+/// The words behind the exchange's port, and more patience than the second that is the default: an
+/// exchange may stand still that long.
+Words with_patience(e2e::Exchange& exchange, Words words) {
+  words.insert(words.begin(), {"--port", control_port_of(exchange), "--timeout", "60"});
+  return words;
+}
+
 Said control(e2e::Exchange& exchange, Words words) {
-  words.insert(words.begin(), {"--port", control_port_of(exchange)});
-  return run_tool("control", words);
+  return run_tool("control", with_patience(exchange, std::move(words)));
 }
 
 /// Said by an end with nothing on the other stream.
@@ -81,10 +87,10 @@ TEST(Control, ends_the_line_that_the_reply_to_stop_leaves_open) {
 TEST(Control, takes_the_port_from_the_environment_behind_its_option) {
   e2e::Exchange exchange(e2e::still());
   const std::string port = control_port_of(exchange);
-  EXPECT_EQ(run_tool("control", {"resume"}, "", {{"QUORL_CONTROL_PORT", port}}).out, "ok resume\n");
-  EXPECT_EQ(
-      run_tool("control", {"resume", "--port", port}, "", {{"QUORL_CONTROL_PORT", "none"}}).out,
-      "ok resume\n");
+  Words resume{"resume", "--timeout", "60"};
+  EXPECT_EQ(run_tool("control", resume, "", {{"QUORL_CONTROL_PORT", port}}).out, "ok resume\n");
+  resume.insert(resume.end(), {"--port", port});
+  EXPECT_EQ(run_tool("control", resume, "", {{"QUORL_CONTROL_PORT", "none"}}).out, "ok resume\n");
   expect_said(run_tool("control", {"resume"}, "", {{"QUORL_CONTROL_PORT", "none"}}), 2, "",
               "quorl-control: QUORL_CONTROL_PORT: none is no port\n");
   expect_said(run_tool("control", {"resume"}, "", {{"QUORL_CONTROL_PORT", "65536"}}), 2, "",
@@ -106,8 +112,7 @@ TEST(Control, prints_the_counters_as_json) {
 TEST(Control, watches_what_moves_until_it_is_interrupted) {
   for (const int stop : {SIGINT, SIGTERM}) {
     e2e::Exchange exchange(e2e::still());
-    Tool watch("control",
-               {"--port", control_port_of(exchange), "stats", "--watch", "--every", "0.05"});
+    Tool watch("control", with_patience(exchange, {"stats", "--watch", "--every", "0.05"}));
     EXPECT_THAT(watch.prints("next_seq"), MatchesRegex("[0-9:]{8}  next_seq [0-9]+  sent [0-9]+  "
                                                        "session down"));
     EXPECT_THAT(watch.prints("nothing moved"), MatchesRegex("[0-9:]{8}  nothing moved"));
@@ -123,8 +128,7 @@ TEST(Control, watches_what_moves_until_it_is_interrupted) {
 
 TEST(Control, watches_as_json_lines) {
   e2e::Exchange exchange(e2e::still());
-  Tool watch("control", {"--port", control_port_of(exchange), "stats", "--watch", "--json",
-                         "--every", "0.05"});
+  Tool watch("control", with_patience(exchange, {"stats", "--watch", "--json", "--every", "0.05"}));
   watch.prints("next_seq", 1);
   watch.signal(SIGINT);
   EXPECT_EQ(watch.end().status, 0);
@@ -135,8 +139,8 @@ TEST(Control, watches_as_json_lines) {
 
 TEST(Control, stops_watching_when_the_exchange_goes) {
   e2e::Exchange exchange(e2e::still());
-  Tool watch("control",
-             {"--port", control_port_of(exchange), "stats", "--watch", "--every", "0.05"});
+  Tool watch("control", {"--port", control_port_of(exchange), "--timeout", "10", "stats", "--watch",
+                         "--every", "0.05"});
   watch.prints("next_seq");
   exchange.simulator().terminate();
   const Said said = watch.end();
@@ -177,8 +181,8 @@ TEST(Control, makes_no_json_of_what_is_no_exchange) {
 
 TEST(Control, is_bold_on_a_terminal_unless_NO_COLOR_is_set) {
   e2e::Exchange exchange(e2e::still());
-  const std::string command =
-      built_program("quorl-control") + " --port " + control_port_of(exchange) + " stats --watch";
+  const std::string command = built_program("quorl-control") + " --port " +
+                              control_port_of(exchange) + " --timeout 60 stats --watch";
   const std::string bold = "\x1b[1m";
   const Terminal plain("NO_COLOR=1 " + command, {});
   plain.shows({"session down"});
@@ -224,7 +228,8 @@ TEST(Control, does_nothing_when_it_is_used_wrongly) {
       {{"pause", "-x"}, "there is no option -x"},
   };
   for (const auto& [words, complaint] : cases) {
-    const Said said = control(exchange, words);
+    const Said said =
+        run_tool("control", words, "", {{"QUORL_CONTROL_PORT", control_port_of(exchange)}});
     EXPECT_EQ(said.status, 2) << complaint;
     EXPECT_EQ(said.out, "");
     EXPECT_THAT(said.err, StartsWith("quorl-control: " + complaint));

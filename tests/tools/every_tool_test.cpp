@@ -79,7 +79,7 @@ TEST(Tools, that_print_say_that_it_finds_no_room) {
   const client::Ports ports = exchange.ports();
   const std::string feed = ports.group + " " + std::to_string(ports.feed);
   const std::string commands[] = {
-      "control --port " + std::to_string(ports.control) + " stats --json",
+      "control --port " + std::to_string(ports.control) + " --timeout 60 stats --json",
       "watch --count 1 " + feed, "trade ALPHA " + std::to_string(ports.fix) + " </dev/null",
       "ladder --once --snap-port " + std::to_string(ports.snap) + " " + feed,
       "doctor --port " + std::to_string(ports.feed)};
