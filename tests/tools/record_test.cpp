@@ -210,7 +210,8 @@ TEST_F(Record, ends_after_so_long) {
   client::Simulator simulator(e2e::living());
   simulator.start();
   const auto begin = std::chrono::steady_clock::now();
-  const Said said = run_tool("record", words(simulator.ports(), path(), {"--for", "1200ms"}));
+  const Said said = run_tool_until_answered(
+      "record", words(simulator.ports(), path(), {"--for", "1200ms", "--force"}));
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(1200));
   EXPECT_EQ(said.status, 0);  // there is a packet every second
   EXPECT_EQ(read_capture(path()).error, "");
