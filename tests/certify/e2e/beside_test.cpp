@@ -71,6 +71,7 @@ void is_interrupted_by(int signal) {
   const client::Deadline deadline = client::Deadline::after(client::PATIENCE);
   while (processes_with("CERTIFY_TEST", certification.place()).size() < 3) {
     ASSERT_FALSE(deadline.expired());
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
   tool->signal(signal);
   const Said said = tool->end(RUN_PATIENCE);
