@@ -10,6 +10,8 @@
 
 #include "quorl/client/errors.h"
 
+extern char** environ;
+
 namespace quorl::client {
 namespace {
 
@@ -43,6 +45,18 @@ void stand_apart() {
 }
 
 }  // namespace
+
+std::map<std::string, std::string> own_environment() {
+  std::map<std::string, std::string> environment;
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    const std::string text = *entry;
+    const size_t equals = text.find('=');
+    if (equals != std::string::npos) environment[text.substr(0, equals)] = text.substr(equals + 1);
+  }
+  environment.erase("QUORL_SCENARIO");
+  environment.erase("BENCH_ORDER_TRUTH");
+  return environment;
+}
 
 std::string ExitStatus::describe() const {
   return exited ? "exit status " + std::to_string(code)

@@ -10,24 +10,10 @@
 
 #include "quorl/client/errors.h"
 
-extern char** environ;
-
 namespace quorl::client {
 namespace {
 
 constexpr unsigned MOST_RESTARTS = 4;
-
-std::map<std::string, std::string> inherited_environment() {
-  std::map<std::string, std::string> environment;
-  for (char** entry = environ; *entry != nullptr; ++entry) {
-    const std::string text = *entry;
-    const size_t equals = text.find('=');
-    if (equals != std::string::npos) environment[text.substr(0, equals)] = text.substr(equals + 1);
-  }
-  environment.erase("QUORL_SCENARIO");
-  environment.erase("BENCH_ORDER_TRUTH");
-  return environment;
-}
 
 bool begins_with_any(const std::string& line, std::initializer_list<std::string_view> prefixes) {
   for (const std::string_view prefix : prefixes) {
@@ -105,7 +91,7 @@ ChildProcess::Command Simulator::command() const {
   if (options_.bbo_file) add("--bbo-out", bbo_path());
   command.arguments.insert(command.arguments.end(), options_.arguments.begin(),
                            options_.arguments.end());
-  command.environment = inherited_environment();
+  command.environment = own_environment();
   if (!options_.scenario.empty()) command.environment["QUORL_SCENARIO"] = options_.scenario;
   if (options_.order_truth) command.environment["BENCH_ORDER_TRUTH"] = order_truth_path();
   for (const auto& [name, value] : options_.environment) command.environment[name] = value;

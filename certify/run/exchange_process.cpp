@@ -3,7 +3,6 @@
 #include <csignal>
 #include <utility>
 
-#include "certify/run/environment.h"
 #include "quorl/client/errors.h"
 
 namespace client = quorl::client;
@@ -28,7 +27,7 @@ std::vector<std::string> arguments_of(const ExchangeProcess::Command& command,
 }
 
 std::map<std::string, std::string> environment_of(const ExchangeProcess::Command& command) {
-  std::map<std::string, std::string> environment = own_environment();
+  std::map<std::string, std::string> environment = client::own_environment();
   environment["BENCH_ORDER_TRUTH"] = command.folder + "/truth/orders.jsonl";
   if (!command.scenario.empty()) environment["QUORL_SCENARIO"] = command.scenario;
   return environment;

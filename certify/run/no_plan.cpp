@@ -4,7 +4,6 @@
 #include <memory>
 
 #include "certify/run/client_process.h"
-#include "certify/run/environment.h"
 #include "certify/run/exchange_process.h"
 #include "certify/run/placeholders.h"
 #include "certify/run/run_folder.h"
@@ -40,7 +39,7 @@ Surroundings surroundings_of(const ServingExchange& serving, const NoPlanOptions
 }
 
 ClientProcess::Command command_for(const NoPlanOptions& options, const Surroundings& around) {
-  ClientProcess::Command command{.environment = own_environment()};
+  ClientProcess::Command command{.environment = client::own_environment()};
   for (const auto& [name, value] : variables_of(around)) command.environment[name] = value;
   for (const std::string& word : options.command) {
     command.arguments.push_back(filled_in(word, around));

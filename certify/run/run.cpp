@@ -11,7 +11,6 @@
 #include "certify/report/report_json.h"
 #include "certify/report/report_text.h"
 #include "certify/run/belief_files.h"
-#include "certify/run/environment.h"
 #include "certify/run/verdict.h"
 
 namespace certify {
@@ -174,7 +173,7 @@ void Run::begin_recording(const Surroundings& surroundings) {
 }
 
 void Run::start_client(const Surroundings& surroundings) {
-  ClientProcess::Command command{.environment = own_environment(),
+  ClientProcess::Command command{.environment = client::own_environment(),
                                  .out_path = folder_->file("client.out"),
                                  .err_path = folder_->file("client.err")};
   for (const auto& [name, value] : variables_of(surroundings)) command.environment[name] = value;

@@ -42,7 +42,6 @@ class Trader : private SessionOwner {
   OrderDesk& desk() { return desk_; }
   Strategy& strategy() { return strategy_; }
   const TraderOptions& options() const { return options_; }
-  quorl::client::TcpStream& stream() { return stream_; }
   /// Closes the connection.
   void drop() { on_hang_up(); }
 

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -106,10 +107,21 @@ TEST_F(OutputFiles, takes_no_more_once_a_write_has_failed) {
   EXPECT_FALSE(file.is_writable());
 }
 
+/// What comes through a FIFO whose reader does not begin before it is full.
+std::string content_of_full(const std::string& fifo) {
+  std::ifstream file(fifo);  // waits for the writer
+  pollfd writable{::open(fifo.c_str(), O_WRONLY | O_NONBLOCK), POLLOUT, 0};
+  for (int i = 0; i < 60'000 && ::poll(&writable, 1, 0) > 0; ++i) ::usleep(1000);
+  ::close(writable.fd);
+  std::ostringstream content;
+  content << file.rdbuf();
+  return content.str();
+}
+
 TEST_F(OutputFiles, loses_nothing_to_a_slow_reader_of_a_fifo) {
   ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
   std::string read;
-  std::thread reader([&] { read = content_of(path); });
+  std::thread reader([&] { read = content_of_full(path); });
   std::string written;
   {
     OutputFile file;

@@ -421,6 +421,7 @@ TEST(Startup, taken_gap_fill_port_is_reported_first_and_the_run_goes_on) {
   EXPECT_EQ(lines[2], banner_of(simulator, DEFAULT_SYMBOLS));
   client::FixSession session(simulator.ports().fix, "ALPHA");
   session.logon();
+  EXPECT_EQ(simulator.terminate(), STATUS_0);
 }
 
 TEST(Startup, sigint_and_sigterm_end_with_three_lines_and_status_0) {

@@ -153,6 +153,7 @@ class Process {
                          "--control-port", std::to_string(ports.control)};
     command.arguments.insert(command.arguments.end(), options.begin(), options.end());
     command.environment = environment;
+    command.environment.merge(client::own_environment());
     command.stderr_fd = stderr_fd;
     return command;
   }

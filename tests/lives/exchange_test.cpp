@@ -187,6 +187,19 @@ TEST(WholeExchange, writes_the_files_ahead_of_the_feed_s_counters_at_their_commo
   EXPECT_LT(place_of(acts, "open bbo.txt.tmp"), counters);
 }
 
+TEST(WholeExchange, counts_the_feed_s_silence_from_behind_its_heartbeat) {
+  WholeExchange exchange;
+  exchange.turn();
+  exchange.network.take_feed();  // the opening
+  exchange.network.on_datagram = [](day::Kind, std::string_view) { day::pass_ns(500'000'000); };
+  exchange.turn(1000);
+  EXPECT_EQ(exchange.network.take_feed().size(), 1u);
+  exchange.turn(700);  // it left 1.2 s ago, and has been on its way for half a second
+  EXPECT_THAT(exchange.network.take_feed(), IsEmpty());
+  exchange.turn(400);
+  EXPECT_EQ(exchange.network.take_feed().size(), 1u);
+}
+
 /// Everything that has a timer, over 600 turns of 55 ms. Ahead of each the system clock is stepped.
 std::vector<Acts> half_a_minute(int64_t step_ns) {
   constexpr uint16_t CONTROL = WholeExchange::PORTS.control;

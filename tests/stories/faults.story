@@ -53,15 +53,6 @@ ALPHA < 8 150=0
 feed    8 200 @ 100.00 last
 counts  orders+2 accepts+2 dropped+1
 
-# What happens in the market is not printed; a fault is.
-story quiet_does_not_silence_a_fault
-options --quiet
-control drop
-ALPHA > D 11=a1|&buy
-ALPHA < 8 150=0
-log     quorl fault: dropped seq $seq (packet $packet, 1 message(s))
-counts  orders+1 accepts+1 dropped+1
-
 story a_drop_is_spent_on_a_packet_that_another_rule_drops
 control drop_every 1
 control drop 2

@@ -37,7 +37,7 @@ TEST(ByHand, a_client_is_told_where_to_go_and_awaited) {
 TEST(ByHand, ports_are_those_that_were_asked_for) {
   const Certification certification;
   const client::PortSlot slot;
-  const std::string plan = certification.plan("plan", "title Fixed\nlimit 300ms\n");
+  const std::string plan = certification.plan("plan", "title Fixed\nlimit 3s\n");
   const auto tool = certification.start(
       {"--attach", plan, "--fix-port", std::to_string(slot.ports().fix), "--mcast",
        slot.ports().group, "--port", std::to_string(slot.ports().feed)},
@@ -48,7 +48,7 @@ TEST(ByHand, ports_are_those_that_were_asked_for) {
   client::FixSession session(slot.ports().fix, "HAND");
   session.logon({.heartbeat_s = "30", .reset = true});
   (void)tool->end(RUN_PATIENCE);
-  EXPECT_THAT(certification.text_of("plan", "report.txt"), HasSubstr("the limit of 300ms"));
+  EXPECT_THAT(certification.text_of("plan", "report.txt"), HasSubstr("the limit of 3s"));
 }
 
 TEST(ByHand, the_person_may_end_the_run_and_is_judged_by_what_was_seen) {

@@ -15,7 +15,7 @@ using tools_test::Said;
 
 TEST(DiskFull, a_run_that_cannot_be_recorded_says_so_and_proves_nothing) {
   const Certification certification;
-  const std::string plan = certification.plan("plan", "title Full\nlimit 2s\n");
+  const std::string plan = certification.plan("plan", "title Full\nlimit 60s\n");
   std::filesystem::create_directory(certification.place() + "/out");
   Said said;
   const bool ran = tools_test::with_disk("size=262144", certification.place() + "/out", [&] {

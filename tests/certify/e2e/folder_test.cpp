@@ -119,14 +119,15 @@ TEST_F(Folder, a_client_is_told_where_the_exchange_is) {
 }
 
 TEST_F(Folder, belief_is_copied_at_a_mark_and_at_the_end) {
-  const std::string plan = certification.plan(
-      "plan",
-      "title Belief\nbelief positions {run}/now.csv at noon\nstep after 300ms mark noon\n"
-      "end after 300ms\nlimit 9s\n");
+  const std::string plan =
+      certification.plan("plan",
+                         "title Belief\nbelief positions {run}/now.csv at noon\n"
+                         "step when connects >= 1 mark noon\nend after 0s\nlimit 60s\n");
   const Said said =
       certification.judge_script({plan},
                                  "echo 'cl_ord_id,state,cum,leaves,avg_px' >$QUORL_RUN/now.csv; "
-                                 "cp $QUORL_RUN/now.csv $QUORL_RUN/positions.csv; exec sleep 100");
+                                 "cp $QUORL_RUN/now.csv $QUORL_RUN/positions.csv; exec " +
+                                     strange_client("no-logon")[0] + " no-logon");
   EXPECT_EQ(said.status, 0) << said.out << said.err;
   EXPECT_EQ(text_of("belief/mark-noon/positions.csv"), "cl_ord_id,state,cum,leaves,avg_px\n");
   EXPECT_EQ(text_of("belief/end/positions.csv"), "cl_ord_id,state,cum,leaves,avg_px\n");

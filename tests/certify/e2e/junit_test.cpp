@@ -16,7 +16,7 @@ TEST(Junit, has_a_suite_for_each_plan_and_a_case_for_each_check) {
   const Certification certification;
   const std::string good = certification.plan("good", SHORT);
   const std::string doubtful =
-      certification.plan("doubtful", "title Doubtful\nlimit 500ms\nrequire orders >= 3\n");
+      certification.plan("doubtful", "title Doubtful\nlimit 60s\nrequire orders >= 3\n");
   const std::string path = certification.place() + "/out.xml";
   const Said said =
       certification.judge({good, doubtful, "--junit", path}, strange_client("garbage"));

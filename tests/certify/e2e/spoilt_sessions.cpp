@@ -1,8 +1,4 @@
 // Traders with one bad habit of their FIX session.
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <sys/socket.h>
-
 #include <chrono>
 #include <string>
 
@@ -96,7 +92,7 @@ class AskingForWhatCame : public Habits {
 
 /// Asks late and for all there is, which it may: what it has comes again with 43=Y.
 class AskingForAll : public Habits {
-  Milliseconds wait_before_asking() override { return milliseconds(1500); }
+  Milliseconds wait_before_asking() override { return milliseconds(1000); }
   bool trades_only_when_whole() override { return false; }
   void before_send(client::FixHeader& header, client::FixFields& body) override {
     if (header.type == "2") body = {body.at(0), {16, "0"}};
@@ -108,18 +104,14 @@ class BookingTwice : public AskingForAll {
   bool takes_each_report_once() override { return false; }
 };
 
-/// Once in its life it leaves right behind its Logout. Both go out as one segment: however long it
-/// has to wait for a processor in between, no answer can be there before it leaves.
+/// Once in its life it leaves right behind its Logout.
 class HastyLogout : public Habits {
   void on_turn(Trader& trader, Moment now) override {
     if (!trader.session().ready() || done_) return;
     if (due_ == Moment{}) due_ = now + seconds(3);
     if (now < due_) return;
     done_ = true;
-    const int hold_back = 1;
-    (void)::setsockopt(trader.stream().fd(), IPPROTO_TCP, TCP_CORK, &hold_back, sizeof hold_back);
     trader.session().send("5", {}, now);
-    trader.stream().shutdown_write();
     trader.drop();
   }
   Moment due_{};

@@ -21,8 +21,9 @@ class Status : public testing::Test {
 };
 
 TEST_F(Status, is_0_where_nothing_is_wrong) {
-  const Said said =
-      certification.judge({certification.plan("plan", SHORT)}, {built_program("quorl-trader")});
+  const std::string plan =
+      certification.plan("plan", "title Good\nend when orders >= 3 and after 500ms\nlimit 60s\n");
+  const Said said = certification.judge({plan}, {built_program("quorl-trader")});
   EXPECT_EQ(said.status, 0) << said.out << said.err;
   EXPECT_THAT(report(), HasSubstr("exit status 0"));
 }
@@ -90,10 +91,10 @@ TEST_F(Status, is_0_where_the_plan_ends_the_exchange) {
 TEST_F(Status, is_that_of_the_worst_run_and_a_failure_is_worse_than_a_doubt) {
   const std::string good = certification.plan("good", SHORT);
   const std::string doubtful =
-      certification.plan("doubtful", "title Doubtful\nlimit 500ms\nrequire orders >= 3\n");
+      certification.plan("doubtful", "title Doubtful\nlimit 60s\nrequire orders >= 3\n");
   const Said three = certification.judge_script({good, doubtful}, "exit 0");
   EXPECT_EQ(three.status, 3);
-  const std::string bad = certification.plan("bad", "title Bad\nlimit 500ms\n");
+  const std::string bad = certification.plan("bad", "title Bad\nlimit 60s\n");
   const Said one = certification.judge({bad, doubtful}, strange_client("garbage"));
   EXPECT_EQ(one.status, 1);
 }
@@ -109,7 +110,7 @@ TEST_F(Status, a_run_ends_at_the_plans_word_at_the_clients_end_and_at_the_limit)
 }
 
 TEST_F(Status, a_skipped_check_fails_nobody) {
-  const std::string plan = certification.plan("plan", "title Bad\nlimit 500ms\n");
+  const std::string plan = certification.plan("plan", "title Bad\nlimit 60s\n");
   const Said said = certification.judge({plan, "--skip", "session", "--skip", "orders.tags"},
                                         strange_client("garbage"));
   EXPECT_EQ(said.status, 3) << said.out;  // and nothing else was seen

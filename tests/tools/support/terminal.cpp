@@ -11,8 +11,6 @@
 
 namespace client = quorl::client;
 
-extern char** environ;
-
 namespace tools_test {
 namespace {
 
@@ -23,11 +21,7 @@ constexpr int LOOK_AGAIN_MS = 10;
 std::map<std::string, std::string> environment_of_a_person(
     const std::map<std::string, std::string>& additions) {
   std::map<std::string, std::string> environment = additions;
-  for (char** entry = environ; *entry != nullptr; ++entry) {
-    const std::string pair = *entry;
-    const size_t equals = pair.find('=');
-    environment.emplace(pair.substr(0, equals), pair.substr(equals + 1));
-  }
+  environment.merge(client::own_environment());
   environment["LC_ALL"] = "C.UTF-8";
   environment["TERM"] = "xterm-256color";
   for (const char* name : {"TMUX", "NO_COLOR", "QUORL_CONTROL_PORT", "LINES", "COLUMNS"}) {

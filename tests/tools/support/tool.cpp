@@ -17,11 +17,7 @@ namespace {
 std::map<std::string, std::string> environment_with(
     const std::map<std::string, std::string>& additions) {
   std::map<std::string, std::string> environment = additions;
-  for (char** entry = environ; *entry != nullptr; ++entry) {
-    const std::string pair = *entry;
-    const size_t equals = pair.find('=');
-    environment.emplace(pair.substr(0, equals), pair.substr(equals + 1));
-  }
+  environment.merge(client::own_environment());
   return environment;
 }
 

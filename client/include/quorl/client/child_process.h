@@ -20,6 +20,10 @@ struct ExitStatus {
   std::string describe() const;
 };
 
+/// The environment of this process for one that it starts, without what would make an exchange
+/// another than its options say: QUORL_SCENARIO and BENCH_ORDER_TRUTH.
+std::map<std::string, std::string> own_environment();
+
 /// One process that we started. It cannot outlive us: the destructor ends it by its id and reaps
 /// it, and the kernel ends it if we die first.
 class ChildProcess {

@@ -44,8 +44,8 @@ class Certification {
 /// The words that start the client of these tests in one of its ways: see strange_client.cpp.
 std::vector<std::string> strange_client(const std::string& way, const std::string& number = "0");
 
-/// A plan that ends at once when the client does, or at its limit.
-constexpr const char* SHORT = "title Short\nlimit 3s\n";
+/// A plan that ends when the client does, for one that does so soon.
+constexpr const char* SHORT = "title Short\nlimit 60s\n";
 
 /// Pids of all processes whose environment has this variable with this value.
 std::vector<int> processes_with(const std::string& variable, const std::string& value);

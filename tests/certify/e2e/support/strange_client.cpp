@@ -10,9 +10,12 @@
 #include <map>
 #include <string>
 
+#include "quorl/client/bytes.h"
 #include "quorl/client/control_client.h"
+#include "quorl/client/deadline.h"
 #include "quorl/client/errors.h"
 #include "quorl/client/fix_session.h"
+#include "quorl/client/tcp.h"
 
 namespace client = quorl::client;
 
@@ -30,16 +33,25 @@ uint16_t fix_port() { return port_in("QUORL_FIX_PORT"); }
   for (;;) ::pause();
 }
 
+/// Ends once all of it has arrived.
 void garbage(unsigned) {
-  client::FixSession session(fix_port(), "STRANGE");
-  session.connect();
+  client::TcpStream stream = client::TcpStream::connect(fix_port());
   std::string noise;
   for (unsigned i = 0; i < 200'000; ++i) noise += static_cast<char>(i * 2654435761U >> 13);
-  session.send_bytes(noise + "8=FIX.4.2\x01" + "9=5\x01" + "35=?\x01" + noise);
-  stay();
+  stream.send_all(client::to_bytes(noise + "8=FIX.4.2\x01" + "9=5\x01" + "35=?\x01" + noise));
+  stream.shutdown_write();
+  (void)stream.receive_to_end(client::Deadline::after(PATIENCE));
 }
 
 void no_logon(unsigned) {
+  client::FixSession session(fix_port(), "STRANGE");
+  session.connect();
+  stay();
+}
+
+/// It is there, and does not end by a SIGTERM.
+void stubborn(unsigned) {
+  ::signal(SIGTERM, SIG_IGN);
   client::FixSession session(fix_port(), "STRANGE");
   session.connect();
   stay();
@@ -95,7 +107,8 @@ void stop_exchange(unsigned) {
 int main(int argc, char** argv) {
   const std::map<std::string, std::function<void(unsigned)>> ways = {
       {"garbage", garbage},         {"no-logon", no_logon}, {"close-at-once", close_at_once},
-      {"never-reads", never_reads}, {"flood", flood},       {"stop-exchange", stop_exchange}};
+      {"never-reads", never_reads}, {"flood", flood},       {"stop-exchange", stop_exchange},
+      {"stubborn", stubborn}};
   ::signal(SIGPIPE, SIG_IGN);
   try {
     ways.at(argc > 1 ? argv[1] : "")(argc > 2 ? static_cast<unsigned>(std::atoi(argv[2])) : 0);
