@@ -189,8 +189,7 @@ class RecoveryReports : public Check {
   }
 
   std::string excuse_for(const Missing& missing) const {
-    if (missing.at + grace_ > (gone_ != 0 ? gone_ : end_))
-      return "decided within the grace of the end";
+    if (missing.at + grace_ > end_) return "decided within the grace of the end";
     const auto found = recipients_.find(missing.owner);
     if (missing.owner.empty() || found == recipients_.end()) return "whose they are is not known";
     const Recipient& recipient = found->second;

@@ -52,8 +52,10 @@ TEST(FirstClient, in_another_language_passes_a_calm_day) {
 
 TEST(FirstClient, that_does_not_come_back_from_a_drop_proves_nothing_by_that_plan) {
   const Certification certification;
+  // Whether it is to blame for what it did not fetch depends on how soon the run ends behind it.
   const tools_test::Said said = certification.judge(
-      {QUORL_SOURCE "/plans/scripted-drop.plan", "--skip", "feed"}, {"python3", PYTHON_CLIENT});
+      {QUORL_SOURCE "/plans/scripted-drop.plan", "--skip", "feed", "--skip", "recovery.reports"},
+      {"python3", PYTHON_CLIENT});
   EXPECT_EQ(said.status, 3) << said.out << said.err;
 }
 
