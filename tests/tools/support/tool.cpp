@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 
 #include "quorl/client/errors.h"
@@ -70,6 +71,7 @@ void Tool::type(const std::string& line) {
   std::string text = line + "\n";
   while (!text.empty()) {
     const ssize_t written = ::write(input_, text.data(), text.size());
+    if (written < 0 && errno == EPIPE) return;
     if (written < 0) throw client::SystemError("write to the tool");
     text.erase(0, static_cast<size_t>(written));
   }

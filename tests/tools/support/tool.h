@@ -29,7 +29,7 @@ class Tool {
   Tool& operator=(const Tool&) = delete;
   ~Tool();
 
-  /// To its standard input, a line end added.
+  /// To its standard input, a line end added. Lost if it has ended; what it has printed says why.
   void type(const std::string& line);
   /// The end of its standard input.
   void close_input();
