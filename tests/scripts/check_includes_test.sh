@@ -49,4 +49,19 @@ expect_found "client/ must not know the program's own source" \
 expect_found "tools/ must not know the program's own source" \
   tools/trade.cpp '#include "fix/fix_codec.h"'
 expect_found "tests/e2e/ must not know" tests/e2e/order_test.cpp '#include "base/price4.h"'
+
+# A folder that cannot be read is not one that includes nothing.
+fresh_tree
+mkdir "$scratch/bin"
+cat >"$scratch/bin/grep" <<END
+#!/bin/sh
+for last; do :; done
+[ "\$last" != client ] || exit 2
+exec $(command -v grep) "\$@"
+END
+chmod +x "$scratch/bin/grep"
+if PATH="$scratch/bin:$PATH" "$root/scripts/check-includes" "$scratch/tree"; then
+  echo 'FAILED: client/ could not be read, and passed'
+  failed=1
+fi
 exit $failed

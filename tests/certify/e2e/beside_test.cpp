@@ -67,7 +67,7 @@ void is_interrupted_by(int signal) {
   uint16_t control = 0;
   told >> fix >> snap >> control;
   ASSERT_NE(control, 0);
-  // Judge, exchange and client: none has any while it becomes another program.
+  // Judge, exchange and client. While a process becomes another program it shows no environment.
   const client::Deadline deadline = client::Deadline::after(client::PATIENCE);
   while (processes_with("CERTIFY_TEST", certification.place()).size() < 3) {
     ASSERT_FALSE(deadline.expired());
