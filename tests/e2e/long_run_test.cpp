@@ -24,6 +24,7 @@
 #include <utility>
 #include <vector>
 
+#include "quorl/client/child_process.h"
 #include "quorl/client/control_client.h"
 #include "quorl/client/errors.h"
 #include "quorl/client/fix_message.h"
@@ -194,6 +195,10 @@ class LongRun : public testing::Test {
         "unsolicited_cancel_every=11,replace_reject_every=5,lapse_ms=200,disconnect_after=60";
     options.order_truth = true;
     options.book_file = true;
+    // Under the address sanitizer freed memory is kept back from use, 256 MB of it: not here, where
+    // memory that is not given back is looked for.
+    options.environment["ASAN_OPTIONS"] =
+        client::own_environment()["ASAN_OPTIONS"] + ":quarantine_size_mb=1";
     return options;
   }
 
