@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <deque>
 #include <limits>
 #include <map>
@@ -18,10 +19,11 @@ class GapAskedCheck : public SessionCheck {
     std::string comp_id;
     NumberRange range;
     std::string line;  // the message that showed it
+    TimeNs moved = 0;  // when something of it came
   };
   struct Way {
     NumberRanges unasked;     // missing, and not asked for since that could be seen
-    TimeNs moved = 0;         // when something missing came, or the client could speak again
+    TimeNs moved = 0;         // when an answer came, or the client asked or could speak again
     uint32_t connection = 0;  // on which it can ask; 0: none
   };
 
@@ -39,7 +41,7 @@ class GapAskedCheck : public SessionCheck {
       seen();
       return;
     }
-    const TimeNs again = way.moved + ns_of(allow().answer);
+    const TimeNs again = std::max(way.moved, hole.moved) + ns_of(allow().answer);
     if (way.connection == 0 || again >= now) {
       hole.due = way.connection == 0 ? now + ns_of(allow().answer) : again;
       put_off_.push_back(std::move(hole));
@@ -67,15 +69,24 @@ class GapAskedCheck : public SessionCheck {
     } else if (!can_speak && could_speak) {
       way.connection = 0;
     }
-    if (sent_by_exchange(event) != nullptr) on_heard(event, noted, way);
+    const WireMessage* heard = sent_by_exchange(event);
+    if (heard != nullptr) on_heard(event, *heard, noted, way);
     const WireMessage* sent = sent_by_client(event);
     if (sent != nullptr) on_sent(event, *sent, noted, way);
   }
 
-  void on_heard(const Event& event, const Noted& noted, Way& way) {
+  void on_heard(const Event& event, const WireMessage& message, const Noted& noted, Way& way) {
     if (noted.session->missing.empty()) way.unasked.clear();  // all has come, or a reset
     way.unasked.remove(noted.stands_for);
-    if (noted.filled) way.moved = event.at;
+    if (noted.filled && message.is(43, "Y")) {
+      way.moved = event.at;  // an answer, which one may wait out before one asks for more
+    } else if (noted.filled) {
+      // Only overtaken. That happens all the time, and is no reason to leave other holes alone.
+      for (Hole& hole : holes_) {
+        const bool of_it = noted.number >= hole.range.first && noted.number <= hole.range.last;
+        if (of_it && hole.comp_id == noted.session->comp_id) hole.moved = event.at;
+      }
+    }
     if (!noted.hole) return;
     way.unasked.add(*noted.hole);
     holes_.push_back(

@@ -127,7 +127,8 @@ void Session::log_out(Moment now) {
 }
 
 void Session::settle(Moment now) {
-  if (state_ != State::UP || barrier_) return;
+  // One that is answered is good once nothing is missing; the next one would not be so any sooner.
+  if (state_ != State::UP || barrier_ || passed_) return;
   barrier_ = {"settle-" + std::to_string(++tests_), now};
   test_line(barrier_->id, now);
 }

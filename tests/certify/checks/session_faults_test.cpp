@@ -152,6 +152,14 @@ TEST(SessionFaults, a_hole_not_asked_for_or_not_from_its_first_number) {
   }
 }
 
+TEST(SessionFaults, a_hole_not_asked_for_while_others_close_by_themselves) {
+  Dialogue d;
+  d.logs_on().exchange("35=8|34=4").wait(2s);
+  d.exchange("35=8|34=6").exchange("35=8|34=5").wait(2s);  // a Replaced that overtakes its fill
+  d.exchange("35=8|34=8").exchange("35=8|34=7").wait(2s).happens(ClientStarted{});
+  expect_only("gap_asked", d);
+}
+
 TEST(SessionFaults, asking_for_what_had_come) {
   Dialogue d;
   d.logs_on().exchange("35=8|34=2").wait(2s).client("35=2|34=2|7=1|16=0");

@@ -8,6 +8,7 @@ namespace {
 
 using std::chrono::milliseconds;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 
 TEST_F(SessionTest, logs_on_with_number_one_and_goes_on_with_its_numbers_after_a_drop) {
@@ -258,8 +259,13 @@ TEST_F(SessionTest, knows_by_a_test_request_what_has_been_settled) {
   now += milliseconds(10);
   hears("35=0|34=3|112=settle-1");
   EXPECT_LT(session.settled(), asked) << "2 may be the report";
+  says();
+  session.settle(now);
+  EXPECT_THAT(says(), IsEmpty()) << "an answer is there, and waits for 2 as the next one would";
   hears("35=8|34=2|43=Y|17=E1");
   EXPECT_EQ(session.settled(), asked);
+  session.settle(now);
+  EXPECT_THAT(says(), ElementsAre(HasSubstr("112=settle-2")));
 }
 
 TEST_F(SessionTest, hangs_up_on_a_stream_that_is_no_fix) {
