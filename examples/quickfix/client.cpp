@@ -20,6 +20,7 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -359,6 +360,13 @@ FIX::SessionSettings read_settings(const Options& options) {
   return settings;
 }
 
+/// The engine calls us from within its poll, on our thread. That does not wait, whatever it is
+/// told; so we do, and leave the processor to the exchange.
+void turn(FIX::Initiator& initiator) {
+  initiator.poll();
+  std::this_thread::sleep_for(milliseconds(1));
+}
+
 int run(const Options& options) {
   const FIX::SessionSettings settings = read_settings(options);
   Client client(options);
@@ -366,19 +374,17 @@ int run(const Options& options) {
   FIX::FileLogFactory log(settings);
   FIX::SocketInitiator initiator(client, store, settings, log);
 
-  // One thread: the engine calls us from within poll.
-  const double SECONDS = 0.02;
-  initiator.poll(SECONDS);
+  turn(initiator);
   FIX::Session& session = *FIX::Session::lookupSession(*initiator.getSessions().begin());
   const Clock::time_point latest = Clock::now() + options.run_time + TO_END;
   const Clock::time_point latest_logon = Clock::now() + options.run_time;
   while (!client.done() && Clock::now() < (client.was_logged_on() ? latest : latest_logon)) {
-    initiator.poll(SECONDS);
+    turn(initiator);
     client.act(session);
   }
   session.logout();
   const Clock::time_point patience = Clock::now() + std::chrono::seconds(2);
-  while (client.logged_on() && Clock::now() < patience) initiator.poll(SECONDS);
+  while (client.logged_on() && Clock::now() < patience) turn(initiator);
   initiator.stop(true);
 
   client.print_orders();

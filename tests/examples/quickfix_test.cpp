@@ -3,9 +3,11 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -271,12 +273,23 @@ TEST(Quickfix, hears_every_kind_of_report_and_lives_through_a_drop_and_a_silence
               UnorderedElementsAreArray(true_orders(exchange.simulator().order_truth_path())));
 }
 
-TEST(Quickfix, takes_heartbeats_while_nothing_happens) {
+/// The processor time of the children that have ended.
+std::chrono::microseconds spent_by_children() {
+  rusage usage{};
+  ::getrusage(RUSAGE_CHILDREN, &usage);
+  return std::chrono::seconds(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+         std::chrono::microseconds(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec);
+}
+
+TEST(Quickfix, takes_heartbeats_while_nothing_happens_and_leaves_the_processor_to_others) {
   Exchange exchange(with_truth(""));
+  const auto spent_before = spent_by_children();
+  const auto begin = std::chrono::steady_clock::now();
   QuickfixClient quickfix(exchange.ports().fix, {"--orders", "2", "--pace", "2000"});
   EXPECT_EQ(quickfix.end(), ALL_ENDED);
   expect_that_the_engine_refused_nothing(quickfix);
   EXPECT_GE(count(quickfix.messages("IEXG"), "35=0"), 1u);
+  EXPECT_LT(spent_by_children() - spent_before, (std::chrono::steady_clock::now() - begin) / 2);
 }
 
 TEST(Quickfix, gives_up_orders_that_went_down_with_a_connection) {
