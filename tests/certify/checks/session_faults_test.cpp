@@ -56,7 +56,9 @@ TEST(SessionFaults, times_of_wrong_form_zone_or_order) {
 }
 
 TEST(SessionFaults, numbers_left_out_repeated_or_taken_back) {
-  for (const char* text : {"35=D|34=4", "35=D|34=2", "35=D|34=2|43=Y", "35=4|34=3|36=2"}) {
+  for (const char* text :
+       {"35=D|34=4", "35=D|34=2", "35=D|34=2|43=Y", "35=4|34=3|36=2", "35=4|34=2|43=Y|123=Y|36=3",
+        "35=D|34=3|43=Y|122=20261121-12:00:00"}) {
     Dialogue d;
     d.logs_on().client("35=D|34=2").client(text);
     expect_only("numbers", d);
