@@ -56,9 +56,8 @@ TEST(SessionFaults, times_of_wrong_form_zone_or_order) {
 }
 
 TEST(SessionFaults, numbers_left_out_repeated_or_taken_back) {
-  for (const char* text :
-       {"35=D|34=4", "35=D|34=2", "35=D|34=2|43=Y", "35=4|34=3|36=2", "35=4|34=2|43=Y|123=Y|36=3",
-        "35=D|34=3|43=Y|122=20261121-12:00:00"}) {
+  for (const char* text : {"35=D|34=4", "35=D|34=2", "35=D|34=2|43=Y", "35=4|34=3|36=2",
+                           "35=4|34=2|43=Y|123=Y|36=3", "35=D|34=3|43=Y|122=20261121-12:00:00"}) {
     Dialogue d;
     d.logs_on().client("35=D|34=2").client(text);
     expect_only("numbers", d);
@@ -120,6 +119,20 @@ TEST(SessionFaults, a_flood_of_heartbeats) {
     d.wait(1s).client(text);
   }
   expect_only("heartbeats", d);
+}
+
+TEST(SessionFaults, long_behind_a_bad_link_that_is_plain_again) {
+  Dialogue flood;
+  flood.logs_on().happens(LinkSaid{"FIX: delayed by 20 ms"}).wait(1s);
+  flood.happens(LinkSaid{"FIX: plain again"}).wait(10s);
+  for (const char* text : {"35=0|34=2", "35=0|34=3", "35=0|34=4", "35=0|34=5"}) {
+    flood.wait(1s).client(text);
+  }
+  expect_only("heartbeats", flood);
+  Dialogue late;
+  late.logs_on().happens(LinkSaid{"FIX: stalled for 1 s, to the exchange"}).wait(1s);
+  late.happens(LinkSaid{"FIX: plain again"}).wait(10s).client("35=D|34=2|52=" + late.fix_time(-8s));
+  expect_only("times", late);
 }
 
 TEST(SessionFaults, a_resend_request_answered_in_part_or_not_well) {

@@ -116,6 +116,18 @@ TEST(SessionGood, boundaries_of_time) {
   EXPECT_EQ(expect_none(d).of("test_request"), Outcome::PASSED);
 }
 
+TEST(SessionGood, what_a_bad_link_has_held_up) {
+  for (const bool plain_again : {false, true}) {
+    Dialogue d;
+    d.logs_on().happens(LinkSaid{"FIX: stalled for 9 s, to the exchange"}).wait(9s);
+    if (plain_again) d.happens(LinkSaid{"FIX: plain again"});
+    for (const char* text : {"35=0|34=2", "35=0|34=3", "35=0|34=4", "35=0|34=5"}) {
+      d.client(text + ("|52=" + d.fix_time(-9s)));
+    }
+    expect_none(d);
+  }
+}
+
 TEST(SessionGood, the_way_out_is_not_judged) {
   Dialogue d;
   d.logs_on().exchange("35=8|34=4").happens(Closing{"done"}).client("35=5|34=2").closes();
