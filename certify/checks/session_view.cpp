@@ -56,9 +56,12 @@ const Noted& SessionView::take(const Event& event) {
   now_ = std::max(now_, event.at);  // decisions come late
   if (std::holds_alternative<Closing>(event.what)) closing_ = true;
   if (const auto* opened = std::get_if<FixOpened>(&event.what)) {
-    noted_.connection = &connection_of(opened->connection, event.at);
-    // Nobody took it: there is nothing to end.
-    if (!opened->reached) gone_ = opened->connection;
+    FixConnection& connection = connection_of(opened->connection, event.at);
+    noted_.connection = &connection;
+    if (!opened->reached) {  // nobody took it: there is nothing to end
+      connection.client_ended = connection.exchange_ended = event.at;
+      gone_ = connection.number;
+    }
   } else if (const auto* heard = std::get_if<FixHeard>(&event.what)) {
     heard->from == Party::CLIENT ? on_sent(*heard, event.at) : on_heard(*heard, event.at);
   } else if (const auto* garbage = std::get_if<FixGarbage>(&event.what)) {

@@ -179,5 +179,11 @@ TEST(SessionGood, bytes_on_the_way_out_are_not_judged_either) {
   expect_none(d.closes());
 }
 
+TEST(SessionGood, a_connection_that_nobody_took_has_nothing_to_wait_for) {
+  Dialogue d;
+  d.logs_on().exchange_closes().closes().connects(false).wait(10s);
+  expect_none(d);
+}
+
 }  // namespace
 }  // namespace certify
