@@ -26,11 +26,10 @@ class ResendAnsweredCheck : public SessionCheck {
 
   void expire(const Asked& asked) {
     seen();
-    const auto missing = asked.owed.first();
-    if (!missing) return;
     blame({.at = asked.due,
-           .what = "A ResendRequest for " + text_of(asked.range) + " was not answered in full: " +
-                   text_of(*missing) + " did not come again, by replay or by GapFill, within " +
+           .what = "A ResendRequest for " + text_of(asked.range) +
+                   " was not answered in full: " + text_of(*asked.owed.first()) +
+                   " did not come again, by replay or by GapFill, within " +
                    seconds_text(ns_of(allow().answer)) + ".",
            .evidence = {asked.line}});
   }
@@ -88,9 +87,13 @@ class ResendAnsweredCheck : public SessionCheck {
              .what = name_in_text(message) + ", which answers a ResendRequest, " + flaw + ".",
              .evidence = {quoted(event)}});
     }
-    for (Asked& asked : asked_) {
-      if (asked.connection == noted.connection->number) asked.owed.remove(covered);
-    }
+    // What is answered is not looked through again: some are asked with every message.
+    std::erase_if(asked_, [&](Asked& asked) {
+      if (asked.connection != noted.connection->number) return false;
+      asked.owed.remove(covered);
+      if (asked.owed.empty()) seen();
+      return asked.owed.empty();
+    });
   }
 
   static std::string flaw_of_replay(const WireMessage& message) {
