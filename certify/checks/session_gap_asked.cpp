@@ -100,8 +100,8 @@ class GapAskedCheck : public SessionCheck {
   void on_heard(const Event& event, const WireMessage& message, const Noted& noted, Way& way) {
     if (noted.session->missing.empty()) way.unasked.clear();  // all has come, or a reset
     way.unasked.remove(noted.stands_for);
-    if (noted.filled && message.is(43, "Y")) {
-      // An answer, which one may wait out before one asks for more.
+    if (message.is(43, "Y")) {
+      // An answer, which one may wait out before one asks for more, known already or not.
       give_time(noted.session->comp_id, noted.stands_for.first, event.at);
     } else if (noted.filled) {
       // Only overtaken. That happens all the time, and is no reason to leave other holes alone.

@@ -185,5 +185,17 @@ TEST(SessionGood, a_connection_that_nobody_took_has_nothing_to_wait_for) {
   expect_none(d);
 }
 
+TEST(SessionGood, an_answer_is_waited_out_though_all_of_it_had_come_by_itself) {
+  Dialogue d;
+  d.logs_on().exchange("35=8|34=5").client("35=2|34=2|7=2|16=0");
+  for (const char* number : {"2", "3", "4"}) d.exchange("35=8|34=" + std::string(number));
+  d.exchange("35=8|34=8");
+  for (const char* number : {"2", "3", "4", "5"}) {
+    d.wait(1s).exchange("35=8|43=Y|34=" + std::string(number));
+  }
+  d.client("35=2|34=3|7=6|16=7").exchange("35=4|34=6|43=Y|123=Y|36=8");
+  EXPECT_EQ(expect_none(d.wait(5s).happens(ClientStarted{})).of("gap_asked"), Outcome::PASSED);
+}
+
 }  // namespace
 }  // namespace certify
