@@ -37,8 +37,7 @@ std::vector<char*> pointers_to(std::vector<std::string>& texts) {
 // ended.
 void stand_apart() {
   ::setpgid(0, 0);
-  ::signal(SIGPIPE, SIG_DFL);
-  ::signal(SIGXFSZ, SIG_DFL);
+  for (int number = 1; number < NSIG; ++number) ::signal(number, SIG_DFL);  // refused for some
   sigset_t none;
   ::sigemptyset(&none);
   ::sigprocmask(SIG_SETMASK, &none, nullptr);

@@ -184,12 +184,16 @@ TEST(RecoveryReports, what_is_asked_for_again_has_the_time_for_an_answer_again) 
 }
 
 TEST(RecoveryReports, who_leaves_before_it_can_have_asked_has_to_come_back) {
-  OrderTalk talk;
-  talk.order("o1").loses().accepts("o1").loses(false);
-  talk.dialogue.exchange_closes().closes();
-  talk.logs_on_again().wait(1s).dialogue.closes().exchange_closes();
-  talk.wait(20s).closing();
-  EXPECT_EQ(talk.failures(), Names{"recovery.reports"});
+  for (const bool logs_out : {false, true}) {
+    OrderTalk talk;
+    talk.order("o1").loses().accepts("o1").loses(false);
+    talk.dialogue.exchange_closes().closes();
+    talk.logs_on_again().wait(1s);
+    if (logs_out) talk.says("35=5").answers("35=5");
+    talk.dialogue.closes().exchange_closes();
+    talk.wait(20s).closing();
+    EXPECT_EQ(talk.failures(), Names{"recovery.reports"}) << logs_out;
+  }
 }
 
 TEST(RecoveryReports, who_leaves_when_it_should_have_asked_is_anothers_matter) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <array>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -216,8 +217,11 @@ TEST(ClientProcess, gets_time_to_end_and_is_then_killed) {
 
 TEST(ClientProcess, has_no_signal_blocked_or_ignored_whatever_we_have) {
   const client::TempDirectory place;
-  ::signal(SIGPIPE, SIG_IGN);
+  // As whoever starts us in the background or by nohup has it, and as we have it.
+  const std::array ignored = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGPIPE};
+  for (const int number : ignored) ::signal(number, SIG_IGN);
   ClientProcess process(shell(place, "grep -E '^Sig(Blk|Ign)' /proc/self/status"));
+  for (const int number : ignored) ::signal(number, SIG_DFL);
   ASSERT_TRUE(comes_to_its_end(process, 5 * SECOND));
   EXPECT_EQ(client::read_file(place.path() + "/out"),
             "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
