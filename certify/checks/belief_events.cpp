@@ -50,8 +50,8 @@ class BeliefEvents : public Check {
              std::move(finding.wrong)});
     }
     if (untold > 0) {
-      remark(std::to_string(untold) + " event(s) are missing whose reports never reached the " +
-             "client; recovery.reports tells of these");
+      remark(std::to_string(untold) + " event(s) are missing whose reports had not reached the " +
+             "client; of those that never did recovery.reports tells");
     }
   }
 

@@ -48,8 +48,9 @@ class BeliefPositions : public Check {
           {at, name_of(taken, POSITIONS_FILE) + ": " + finding.what, std::move(finding.evidence)});
     }
     if (untold > 0) {
-      remark(std::to_string(untold) + " position(s) differ from the truth by reports that never " +
-             "reached the client; recovery.reports tells of these");
+      remark(std::to_string(untold) +
+             " position(s) differ from the truth by reports that had not " +
+             "reached the client; of those that never did recovery.reports tells");
     }
   }
 

@@ -82,7 +82,7 @@ std::vector<EventFinding> EventTruth::compare(const EventsFile& file, TimeNs tak
       tally.repeats += ledger_.repeats(report);
       if (at + grace_ >= taken) continue;
       ++tally.due;
-      if (!ledger_.reached(report)) ++tally.untold;
+      if (!ledger_.reached(report, taken - grace_)) ++tally.untold;
     }
   }
   for (const OrderEvent& event : file.events) ++tallies[key_of(event)].believed;

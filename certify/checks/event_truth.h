@@ -25,7 +25,7 @@ struct EventFinding {
   std::string order;               // its ClOrdID
   std::vector<std::string> wrong;  // missing, or decided by nobody; a line each
   std::vector<std::string> twice;  // taken again when they came again with 43=Y
-  uint64_t untold = 0;             // missing because no report of it reached the client
+  uint64_t untold = 0;             // missing, and no report of it had reached the client
   bool repeated = false;           // some were replayed to a client that had them
 };
 
@@ -50,7 +50,7 @@ class EventTruth {
   struct Tally {  // of events that read alike
     uint64_t decided = 0;
     uint64_t due = 0;     // of these, longer than the grace ago
-    uint64_t untold = 0;  // of these, never heard by the client
+    uint64_t untold = 0;  // of these, not heard by the client until then
     uint64_t repeats = 0;
     uint64_t believed = 0;
   };

@@ -17,8 +17,9 @@ constexpr TimeNs BETWEEN_LOOKS = 100 * MILLISECOND;
 constexpr size_t REQUESTS_SHOWN = 3;
 
 /// What the feed lost must have been fetched, or an image must stand behind it. Only what was lost
-/// while the client listened is owed: from when it has a place on, or, if it has never asked for
-/// anything, from a while behind its start.
+/// while the client listened is owed: from when it has a place on, or, if it has joined by
+/// listening or never asks for anything, from a while behind its start, or from what it asks for
+/// first.
 class Recovered : public Check {
  public:
   Recovered(const char* name, const CheckContext& context)
@@ -53,12 +54,18 @@ class Recovered : public Check {
   void take(const ClientStarted&) {
     if (started_) return;
     started_ = now_;
+    start_seq_ = feed_.next_number();
     for (const FeedHole& hole : feed_.holes()) feed_.settle(hole.end_offset);
   }
 
   void take(const GapRequested& request) {
+    if (request.ranges.empty()) return;  // a question for the status
+    // Who begins behind the start repairs a loss, and has joined by listening.
+    const uint64_t first = request.ranges.front().first;
+    if (!asked_ && started_ && first > 1 && first >= start_seq_ && asks_for_messages(request)) {
+      listens_from_ = first;
+    }
     asked_ = true;
-    if (request.ranges.empty()) return;
     requests_.push_back(time_text(now_) + "  gap fill asked for " + ranges_text(request.ranges));
     if (requests_.size() > REQUESTS_SHOWN) requests_.pop_front();
   }
@@ -97,13 +104,18 @@ class Recovered : public Check {
   void take(const ClientEnded&) { close(now_); }
 
   void have_place() {
-    if (!placed_) clock_begins_ = std::max(clock_begins_, now_);
+    if (!placed_ && !listens_from_) clock_begins_ = std::max(clock_begins_, now_);
     placed_ = true;
   }
 
   bool is_owed(const FeedHole& hole) const {
     return started_ && hole.shown >= *started_ && hole.last.low > image_seq_ &&
-           losses_.explain(hole);
+           !is_too_early(hole) && losses_.explain(hole);
+  }
+
+  /// It may not have listened yet, for all that its first request shows.
+  bool is_too_early(const FeedHole& hole) const {
+    return listens_from_ && hole.last.high < *listens_from_ && hole.shown < *started_ + joining_;
   }
 
   TimeNs due(const FeedHole& hole) const { return std::max(hole.shown, clock_begins_) + recovery_; }
@@ -111,7 +123,7 @@ class Recovered : public Check {
   void look_for_unrepaired() {
     next_look_ = NEVER;
     // Without a place there is nothing to repair: feed.late_join asks whether the client gets one.
-    const bool judging = started_ && placed_ && !trouble_.lasts();
+    const bool judging = started_ && (placed_ || listens_from_) && !trouble_.lasts();
     for (const FeedHole& hole : feed_.holes()) {
       if (judging && due(hole) <= now_) {
         judge(hole);
@@ -133,7 +145,7 @@ class Recovered : public Check {
     if (is_owed(hole)) {
       seen();
       blame(fault_of(hole));
-    } else if (hole.shown >= *started_ && hole.last.low > image_seq_) {
+    } else if (hole.shown >= *started_ && hole.last.low > image_seq_ && !losses_.explain(hole)) {
       remark("The judge itself did not hear " + messages_text(hole.first.low, hole.last.high) +
              ", which the exchange did not drop: nobody is blamed for them.");
     }
@@ -158,7 +170,7 @@ class Recovered : public Check {
     now_ = at;
     over_ = true;
     if (!started_) return;
-    if (asked_ && !placed_) return;
+    if (asked_ && !placed_ && !listens_from_) return;
     uint64_t open = 0;
     for (const FeedHole& hole : feed_.holes()) {
       if (!asked_ && hole.shown < *started_ + joining_) continue;  // it may not have listened yet
@@ -185,6 +197,8 @@ class Recovered : public Check {
   bool placed_ = false;  // and got some
   bool over_ = false;
   uint64_t image_seq_ = 0;
+  uint64_t start_seq_ = 0;                // the next number, at the least, when the client started
+  std::optional<uint64_t> listens_from_;  // what it asked for first, if it has joined by listening
   FeedMap feed_;
   FeedLosses losses_;
   LinkTrouble trouble_;

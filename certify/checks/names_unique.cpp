@@ -15,7 +15,7 @@ class NamesUnique : public Check {
 
   void on_event(const Event& event) override {
     const auto* heard = std::get_if<FixHeard>(&event.what);
-    if (heard != nullptr && is_fresh_order_message(*heard)) judge(*heard, event);
+    if (heard != nullptr && is_judged(*heard, view_.sessions())) judge(*heard, event);
     view_.on_event(event);
     if (const auto* decision = std::get_if<Decision>(&event.what)) decide(decision->order);
   }
@@ -53,11 +53,13 @@ class NamesUnique : public Check {
   void decide(const quorl::client::OrderEvent& order) {
     if (unsure_.empty() || (order.ev != "new" && order.ev != "reject")) return;
     for (auto entry = unsure_.begin(); entry != unsure_.end();) {
-      if (entry->first.second != order.cl) {
+      const auto& [comp, name] = entry->first;
+      const ViewedName* const first = name == order.cl ? view_.name(comp, name) : nullptr;
+      if (first == nullptr || first->decided == 0) {
         ++entry;
         continue;
       }
-      if (static_cast<TimeNs>(order.t_ns) < entry->second.at) blame(std::move(entry->second));
+      if (first->decided < entry->second.at) blame(std::move(entry->second));
       entry = unsure_.erase(entry);
     }
   }

@@ -38,7 +38,8 @@ class NoBlindRepetition : public Check {
         allowed_(context.plan.allow.repetitions) {}
 
   void on_event(const Event& event) override {
-    if (const auto* heard = std::get_if<FixHeard>(&event.what)) {
+    const auto* heard = std::get_if<FixHeard>(&event.what);
+    if (heard != nullptr && !sessions_.closing()) {
       const std::string& comp = comp_of(sessions_, *heard);
       if (is_fresh_order_message(*heard) && heard->message.type() != "F") {
         on_order(clients_[comp], *heard, event);

@@ -13,6 +13,10 @@ bool is_fresh_order_message(const FixHeard& heard) {
          !heard.message.is(97, "Y");
 }
 
+bool is_judged(const FixHeard& heard, const SessionView& sessions) {
+  return is_fresh_order_message(heard) && !sessions.closing();
+}
+
 const std::string& comp_of(const SessionView& sessions, const FixHeard& heard) {
   const FixConnection* const connection = sessions.connection(heard.connection);
   if (connection != nullptr && !connection->comp_id.empty()) return connection->comp_id;

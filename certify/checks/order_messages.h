@@ -14,6 +14,9 @@ bool is_order_message(const FixHeard& heard);
 /// The same, and no repetition of an earlier one by the client's own word (43=Y or 97=Y).
 bool is_fresh_order_message(const FixHeard& heard);
 
+/// The same, as long as the run has not begun to close: how the client leaves is not judged.
+bool is_judged(const FixHeard& heard, const SessionView& sessions);
+
 /// The client's CompID of a message either way: by the connection's Logon, else by the message.
 const std::string& comp_of(const SessionView& sessions, const FixHeard& heard);
 

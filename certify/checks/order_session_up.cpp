@@ -16,7 +16,7 @@ class OrderSessionUp : public Check {
 
   void on_event(const Event& event) override {
     const auto* heard = std::get_if<FixHeard>(&event.what);
-    if (heard != nullptr && heard->from == Party::CLIENT && is_order_message(*heard)) {
+    if (heard != nullptr && is_order_message(*heard) && !sessions_.closing()) {
       judge(*heard, event);
     }
     sessions_.take(event);
@@ -36,6 +36,11 @@ class OrderSessionUp : public Check {
     seen();
     const std::string down = why_down(*connection, event.at);
     if (down.empty()) return;
+    // A ResendRequest may be answered behind one's own Logout, and the exchange passes over it.
+    if (connection->logout_heard == 0 && connection->logout_sent != 0 &&
+        heard.message.possible_duplicate()) {
+      return;
+    }
     blame({event.at, "an order was sent " + down, {evidence_of(event)}});
   }
 

@@ -44,14 +44,6 @@ bool good_name(const std::string& text) {
   return text.size() <= LONGEST_NAME && text.find_first_of("\",@|") == std::string::npos;
 }
 
-bool good_quantity(const std::string& text) {
-  const std::optional<Decimal> shares = decimal_of(text);
-  constexpr size_t MOST_DIGITS = 8;  // of MOST_SHARES
-  if (!shares || !shares->part.empty() || shares->whole.empty()) return false;
-  return shares->whole.size() <= MOST_DIGITS &&
-         std::stoull(std::string(shares->whole)) <= MOST_SHARES;
-}
-
 /// Above 0, to the cent from one dollar up, and to the ten-thousandth below.
 bool good_price(const std::string& text) {
   const std::optional<Decimal> price = decimal_of(text);
@@ -96,7 +88,7 @@ void names(const WireMessage& m, Flaws& flaws) {
 
 void quantity_and_price(const WireMessage& m, Flaws& flaws) {
   flaws.required(38, "OrderQty");
-  flaws.form(38, "OrderQty", good_quantity(m.value(38)),
+  flaws.form(38, "OrderQty", shares_of(m.value(38)).has_value(),
              "a whole number of shares from 1 to 10000000 in plain digits");
   if (m.is(40, "1")) return;  // the price of a market order is not looked at
   flaws.form(44, "Price", good_price(m.value(44)),
@@ -150,7 +142,7 @@ class OrderTags : public Check {
 
   void on_event(const Event& event) override {
     const auto* heard = std::get_if<FixHeard>(&event.what);
-    if (heard != nullptr && is_fresh_order_message(*heard)) judge(*heard, event);
+    if (heard != nullptr && is_judged(*heard, view_.sessions())) judge(*heard, event);
     view_.on_event(event);
   }
   void finish(TimeNs) override {}
@@ -172,6 +164,15 @@ class OrderTags : public Check {
 };
 
 }  // namespace
+
+std::optional<uint64_t> shares_of(const std::string& text) {
+  const std::optional<Decimal> decimal = decimal_of(text);
+  constexpr size_t MOST_DIGITS = 8;  // of MOST_SHARES
+  if (!decimal || !decimal->part.empty() || decimal->whole.empty()) return std::nullopt;
+  if (decimal->whole.size() > MOST_DIGITS) return std::nullopt;
+  const uint64_t shares = std::stoull(std::string(decimal->whole));
+  return shares <= MOST_SHARES ? std::optional(shares) : std::nullopt;
+}
 
 std::vector<std::string> flaws_of_order_fields(const WireMessage& message,
                                                const ViewedOrder* order) {

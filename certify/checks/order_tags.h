@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,5 +13,9 @@ namespace certify {
 /// names; null if it is not known.
 std::vector<std::string> flaws_of_order_fields(const WireMessage& message,
                                                const ViewedOrder* order);
+
+/// An OrderQty (38) of good form: a whole number from 1 to 10000000 in plain digits, with or
+/// without zeros behind a point; nothing for any other.
+std::optional<uint64_t> shares_of(const std::string& text);
 
 }  // namespace certify

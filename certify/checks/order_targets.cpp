@@ -31,14 +31,15 @@ class TargetCheck : public Check {
 
   void on_event(const Event& event) override {
     const auto* heard = std::get_if<FixHeard>(&event.what);
-    const bool request = heard != nullptr && is_fresh_order_message(*heard) &&
+    const bool request = heard != nullptr && is_judged(*heard, view_.sessions()) &&
                          heard->message.type() != "D" && !heard->message.value(41).empty();
     if (request) {
       const std::string& comp = comp_of(view_.sessions(), *heard);
       judge(view_.target_of(comp, heard->message.value(41), event.at), *heard, event);
     }
     view_.on_event(event);
-    if (heard != nullptr && heard->from == Party::EXCHANGE) on_told(*heard);
+    const bool told = heard != nullptr && heard->from == Party::EXCHANGE;
+    if (told && !view_.sessions().closing()) on_told(*heard);
   }
   void finish(TimeNs) override {}
 

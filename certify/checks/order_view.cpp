@@ -159,21 +159,30 @@ void OrderView::on_cancel_reject(ClientView& view, const FixHeard& heard, TimeNs
   if (!message.is(102, "0") && !message.is(102, "1")) return;
   const auto target = view.names.find(message.value(41));
   if (target == view.names.end() || target->second.told_dead.at != 0) return;
+  // The name may be another order's by now, which the request did not mean.
+  const bool meant = request == view.names.end() || request->second.order == NO_ORDER ||
+                     request->second.order == target->second.order;
+  if (!meant) return;
   target->second.dead = ViewedName::Dead::NOT_FOUND;
   target->second.told_dead = told;
 }
 
-/// The line does not say whose order it is: it is taken for the first one of that name that no line
-/// has spoken of.
+/// The line does not say whose order it is. If several have used the name, it is known only by a
+/// report that has told the OrderID; else nothing is known of any of them.
 void OrderView::on_decision(const quorl::client::OrderEvent& order) {
   if (order.ev != "new" && order.ev != "reject") return;
-  ViewedName* first = nullptr;
+  ViewedName* only = nullptr;
+  bool several = false;
   for (auto& [comp, view] : clients_) {
     const auto found = view.names.find(order.cl);
     if (found == view.names.end() || found->second.decided != 0) continue;
-    if (first == nullptr || found->second.sent < first->sent) first = &found->second;
+    several = only != nullptr;
+    only = &found->second;
+    if (order.oid == 0 || !view.by_id.contains(order.oid)) continue;
+    several = false;
+    break;
   }
-  if (first != nullptr) first->decided = static_cast<TimeNs>(order.t_ns);
+  if (only != nullptr && !several) only->decided = static_cast<TimeNs>(order.t_ns);
 }
 
 void OrderView::note_executed(ViewedOrder& order, const Told& told) const {

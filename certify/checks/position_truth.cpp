@@ -159,7 +159,7 @@ PositionTruth::Matched PositionTruth::compare_order(const PositionRow& row, size
   }
   matched.finding.kind = Kind::WRONG;
   std::vector<State> told = possible(order, taken, /*told=*/true);
-  told.push_back(sum_of_told(order, taken));
+  for (const TimeNs by : {taken - grace_, taken}) told.push_back(sum_of_told(order, by));
   if (right_price && std::any_of(told.begin(), told.end(), fits_row)) {
     matched.finding.kind = Kind::UNTOLD;
   }
@@ -204,22 +204,25 @@ PositionFinding PositionTruth::judge_unknown(const PositionRow& row, TimeNs take
 std::vector<PositionTruth::State> PositionTruth::possible(const Order& order, TimeNs taken,
                                                           bool told) const {
   std::vector<State> states;
+  bool fresh = true;  // it may not have been at all
   for (const State& state : order.states) {
     if (state.at > taken) break;
-    if (told && !ledger_.reached(state.report)) continue;
-    if (state.at <= taken - grace_) states.clear();
+    if (told && !ledger_.reached(state.report, taken)) continue;
+    const bool old = told ? ledger_.reached(state.report, taken - grace_)  //
+                          : state.at <= taken - grace_;
+    if (old) states.clear();
+    fresh = fresh && !old;
     states.push_back(state);
   }
-  const bool fresh = states.empty() || states.front().at > taken - grace_;
   if (fresh) states.insert(states.begin(), State{.state = BelievedState::PENDING});
   return states;
 }
 
 /// For a client that adds up its fills and has not been told of all.
-PositionTruth::State PositionTruth::sum_of_told(const Order& order, TimeNs taken) const {
+PositionTruth::State PositionTruth::sum_of_told(const Order& order, TimeNs by) const {
   State sum{.state = BelievedState::PENDING};
   for (const State& state : order.states) {
-    if (state.at > taken || !ledger_.reached(state.report)) continue;
+    if (state.at > by || !ledger_.reached(state.report, by)) continue;
     sum.cum += state.last_qty;
     sum.state = state.state;
     const uint64_t total = uint64_t{state.cum} + state.leaves;
@@ -273,7 +276,7 @@ std::optional<PositionFinding> PositionTruth::missing(const Order& order, TimeNs
                           {},
                           false};
   const bool told = std::any_of(order.states.begin(), order.states.end(), [&](const State& state) {
-    return state.at <= taken && ledger_.reached(state.report);
+    return state.at <= taken && ledger_.reached(state.report, taken - grace_);
   });
   if (!told) finding.kind = Kind::UNTOLD;
   return finding;

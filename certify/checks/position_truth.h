@@ -71,7 +71,7 @@ class PositionTruth {
   Matched compare_order(const PositionRow& row, size_t index, TimeNs taken) const;
   PositionFinding judge_unknown(const PositionRow& row, TimeNs taken) const;
   std::vector<State> possible(const Order& order, TimeNs taken, bool told) const;
-  State sum_of_told(const Order& order, TimeNs taken) const;
+  State sum_of_told(const Order& order, TimeNs by) const;
   bool fits(const PositionRow& row, const State& state) const;
   bool right_average(const PositionRow& row, const Order& order) const;
   std::vector<uint32_t> repeated_fills(const Order& order) const;

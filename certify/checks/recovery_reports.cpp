@@ -18,6 +18,8 @@ TimeNs ns_of(Milliseconds time) { return std::chrono::nanoseconds(time).count();
 
 using Report = ReportLedger::Report;
 
+constexpr const char* NOTHING_SHOWED =
+    "nothing that the client heard showed that they were missing";
 constexpr const char* UNASKED = "they were never asked for: session.gap_asked tells";
 
 struct Missing {  // decided, and not heard
@@ -26,15 +28,21 @@ struct Missing {  // decided, and not heard
   quorl::client::OrderEvent order;
 };
 
+struct Asked {  // of what was missing then
+  TimeNs at = 0;
+  NumberRange range;
+};
+
 /// What a CompID did and was told, as far as reports depend on it.
 struct Recipient {
-  TimeNs reset = 0;         // the latest Logon with 141=Y, or the reply to it
-  TimeNs off = 0;           // when its latest connection ended or was logged out of
-  bool left = false;        // by the client itself
-  bool logged_out = false;  // likewise, with a Logout
-  NumberRanges unasked;     // holes that no ResendRequest has reached into since they were seen
-  TimeNs asked = 0;         // the latest ResendRequest
-  TimeNs heard = 0;         // the latest message that is no replay
+  TimeNs reset = 0;          // the latest Logon with 141=Y, or the reply to it
+  TimeNs off = 0;            // when its latest connection ended or was logged out of
+  bool left = false;         // by the client itself
+  bool logged_out = false;   // likewise, with a Logout
+  NumberRanges unasked;      // holes that no ResendRequest has reached into since they were seen
+  TimeNs unasked_since = 0;  // since when there has been one, and the client could ask
+  std::vector<Asked> asked;  // in order of time, those of which something is missing still
+  TimeNs heard = 0;          // the latest message that is no replay
 };
 
 /// What the client has been told of an order.
@@ -75,8 +83,12 @@ class RecoveryReports : public Check {
     if (noted.connection == nullptr) return;
     if (const auto* heard = std::get_if<FixHeard>(&event.what)) {
       const std::string& comp = comp_of(sessions_, *heard);
-      heard->from == Party::CLIENT ? on_sent(comp, *heard, event.at)
+      if (heard->from == Party::EXCHANGE) hear_report(comp, *heard, event);
+      if (closing_ != 0) return;  // how the client leaves neither excuses nor blames it
+      heard->from == Party::CLIENT ? on_sent(comp, noted, *heard, event.at)
                                    : on_heard(comp, noted, *heard, event);
+    } else if (closing_ != 0) {
+      return;
     } else if (const auto* ended = std::get_if<FixEnded>(&event.what)) {
       on_ended(*noted.connection, *ended, event.at);
     }
@@ -84,8 +96,11 @@ class RecoveryReports : public Check {
 
   void finish(TimeNs at) override {
     end_ = closing_ != 0 ? closing_ : at;
-    for (const auto& [report, missing] : missing_) {
-      if (!ledger_.reached(report)) sort(missing);
+    for (auto& [report, missing] : missing_) {
+      if (ledger_.reached(report)) continue;
+      // Heard of since then, perhaps.
+      if (missing.owner.empty()) missing.owner = owners_.owner_of(missing.order);
+      sort(missing);
     }
     if (!ledger_.consistent()) {
       return remark("order events and reports do not fit together: nothing is said of reports");
@@ -111,17 +126,19 @@ class RecoveryReports : public Check {
     // A refusal that is heard is not told apart from its like: it is looked up at the end.
   }
 
-  void on_sent(const std::string& comp, const FixHeard& heard, TimeNs at) {
+  void on_sent(const std::string& comp, const Noted& noted, const FixHeard& heard, TimeNs at) {
     const WireMessage& message = heard.message;
     if (!message.taken_by_exchange()) return;
     Recipient& recipient = recipients_[comp];
     if (message.type() == "A" && message.is(141, "Y")) {
       recipient.reset = at;
       recipient.unasked.clear();
+      recipient.asked.clear();
     } else if (message.type() == "2") {
       const uint64_t last = message.number(16).value_or(0);
-      recipient.unasked.remove({message.number(7).value_or(0), last == 0 ? ~uint64_t{0} : last});
-      recipient.asked = at;
+      const NumberRange range{message.number(7).value_or(0), last == 0 ? ~uint64_t{0} : last};
+      recipient.unasked.remove(range);
+      if (noted.session != nullptr) note_asked(recipient, *noted.session, range, at);
     } else if (message.type() == "5") {
       set_off(recipient, at, /*left=*/true);
       recipient.logged_out = true;
@@ -129,23 +146,40 @@ class RecoveryReports : public Check {
     if (is_order_message(heard)) owners_.sent(message, comp);
   }
 
+  static void note_asked(Recipient& recipient, const CompSession& session, NumberRange range,
+                         TimeNs at) {
+    range.last = std::min(range.last, session.next_in - 1);
+    std::erase_if(recipient.asked, [&](const Asked& asked) {
+      const bool again = range.first <= asked.range.first && asked.range.last <= range.last;
+      return again || !session.missing.first_within(asked.range);
+    });
+    recipient.asked.push_back({at, range});
+  }
+
+  void hear_report(const std::string& comp, const FixHeard& heard, const Event& event) {
+    const WireMessage& message = heard.message;
+    const auto [report, again] = ledger_.hear(event, comp);
+    if (report != 0 && !again) missing_.erase(report);
+    if (message.type() != "8") return;
+    note_known(message);
+    owners_.heard(message, comp);
+  }
+
   void on_heard(const std::string& comp, const Noted& noted, const FixHeard& heard,
                 const Event& event) {
     const WireMessage& message = heard.message;
     Recipient& recipient = recipients_[comp];
     if (!message.possible_duplicate()) recipient.heard = event.at;
-    if (noted.hole) recipient.unasked.add(*noted.hole);
     recipient.unasked.remove(noted.stands_for);
+    if (noted.hole && recipient.unasked.empty()) recipient.unasked_since = event.at;
+    if (noted.hole) recipient.unasked.add(*noted.hole);
     // Not by the Logon's reply alone: a silence may have swallowed that.
     if (message.type() != "5" && noted.connection->logout_sent == 0) {
+      if (recipient.off != 0) recipient.unasked_since = event.at;
       recipient.off = 0;
       recipient.left = recipient.logged_out = false;
     }
     if (message.type() == "A" && message.is(141, "Y")) recipient.reset = heard.taken;
-    const auto [report, again] = ledger_.hear(event, comp);
-    if (report != 0 && !again) missing_.erase(report);
-    if (message.type() == "8") note_known(message);
-    if (message.type() == "8") owners_.heard(message, comp);
   }
 
   void note_known(const WireMessage& message) {
@@ -194,17 +228,19 @@ class RecoveryReports : public Check {
     if (missing.owner.empty() || found == recipients_.end()) return "whose they are is not known";
     const Recipient& recipient = found->second;
     if (missing.at <= recipient.reset) return "a Logon with 141=Y threw them away";
-    if (recipient.off == 0) return excuse_on_line(missing.owner, recipient);
+    if (recipient.off == 0) return excuse_on_line(missing, recipient);
     return excuse_away(missing, recipient);
   }
 
-  std::string excuse_on_line(const std::string& comp, const Recipient& recipient) const {
-    const CompSession* const session = sessions_.session(comp);
+  std::string excuse_on_line(const Missing& missing, const Recipient& recipient) const {
+    const CompSession* const session = sessions_.session(missing.owner);
     if (session == nullptr || session->missing.empty()) {
-      return "nothing that the client heard showed that they were missing";
+      return NOTHING_SHOWED;
     }
     if (!recipient.unasked.empty()) return UNASKED;
-    const TimeNs due = recipient.asked + answer_ + grace_;
+    const TimeNs asked = asked_for(missing, *session, recipient);
+    if (asked == 0) return NOTHING_SHOWED;
+    const TimeNs due = asked + answer_ + grace_;
     // An answer may be lost in a silence, and is asked for again when the exchange speaks.
     if (recipient.heard <= due || end_ <= recipient.heard + grace_) {
       return "they were asked for, and the time for asking again had not come";
@@ -212,11 +248,28 @@ class RecoveryReports : public Check {
     return {};
   }
 
+  /// When the report was last asked for; 0: it was not. Its number is not known, but it was decided
+  /// before that: of the numbers still missing, what was asked for longest ago may be it.
+  static TimeNs asked_for(const Missing& missing, const CompSession& session,
+                          const Recipient& recipient) {
+    NumberRanges left = session.missing;
+    TimeNs longest_ago = 0;
+    for (auto asked = recipient.asked.rbegin(); asked != recipient.asked.rend(); ++asked) {
+      if (asked->at <= missing.at) break;
+      if (!left.first_within(asked->range)) continue;
+      longest_ago = asked->at;
+      left.remove(asked->range);
+    }
+    return longest_ago;
+  }
+
   std::string excuse_away(const Missing& missing, const Recipient& recipient) const {
     if (recipient.logged_out && missing.at > recipient.off) {
       return "decided after the client had logged out";
     }
-    if (recipient.left && !recipient.unasked.empty()) return UNASKED;
+    // Who was not there for so long was not blamed for it.
+    const bool had_to_ask = recipient.off > recipient.unasked_since + answer_;
+    if (recipient.left && !recipient.unasked.empty() && had_to_ask) return UNASKED;
     if (gone_ != 0) {
       if (missing.at > gone_) return "decided after the client had ended";
       // It left of itself. What was dropped by the exchange or the link gave up.
@@ -225,7 +278,9 @@ class RecoveryReports : public Check {
       }
       return {};
     }
-    if (recipient.logged_out) return excuse_on_line(missing.owner, recipient);
+    if (recipient.logged_out && recipient.unasked.empty()) {
+      return excuse_on_line(missing, recipient);
+    }
     const TimeNs due =
         std::max({missing.at, recipient.off, silences_.last_end()}) + grace_ + recovery_;
     return end_ > due ? "" : "the client still had time to log on again";

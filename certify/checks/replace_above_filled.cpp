@@ -2,6 +2,7 @@
 #include <string>
 
 #include "certify/checks/order_checks.h"
+#include "certify/checks/order_tags.h"
 #include "certify/checks/order_view.h"
 
 namespace certify {
@@ -14,7 +15,7 @@ class ReplaceAboveFilled : public Check {
 
   void on_event(const Event& event) override {
     const auto* heard = std::get_if<FixHeard>(&event.what);
-    if (heard != nullptr && heard->message.type() == "G" && is_fresh_order_message(*heard)) {
+    if (heard != nullptr && heard->message.type() == "G" && is_judged(*heard, view_.sessions())) {
       judge(*heard, event);
     }
     view_.on_event(event);
@@ -27,10 +28,8 @@ class ReplaceAboveFilled : public Check {
     const std::string& comp = comp_of(view_.sessions(), heard);
     const Target target = view_.target_of(comp, message.value(41), event.at);
     // A quantity without a good form is for orders.tags, a bad name for those of names.
-    const std::optional<uint64_t> shares = message.number(38);
-    if (target.kind != Target::Kind::LIVE || target.order == nullptr || !shares || *shares == 0) {
-      return;
-    }
+    const std::optional<uint64_t> shares = shares_of(message.value(38));
+    if (target.kind != Target::Kind::LIVE || target.order == nullptr || !shares) return;
     const Told* const executed = view_.executed(*target.order, event.at);
     if (executed == nullptr) return;
     seen();

@@ -30,25 +30,28 @@ bool is_reject(const quorl::client::OrderEvent& order) {
 ReportLedger::Heard ReportLedger::hear(const Event& event, const std::string& comp) {
   const auto& message = std::get<FixHeard>(event.what).message;
   if (message.type() == "A" && message.is(141, "Y")) reject_numbers_.erase(comp);
-  if (message.type() == "9") return hear_reject(message, comp);
+  if (begin_ == 0) begin_ = event.at;
+  const Moment now = moment_of(event.at);
+  if (message.type() == "9") return hear_reject(message, comp, now);
   if (message.type() != "8") return {};
   const Report report = number_of(message.value(17));
   if (report == 0) return {};
   if (heard_.size() <= report) heard_.resize(std::max<size_t>(report + 1, 2 * heard_.size()));
-  const bool again = heard_[report];
-  heard_[report] = true;
+  const bool again = heard_[report] != 0;
+  if (!again) heard_[report] = now;
   compare(report, print_of(message.number(37).value_or(0), message.number(14).value_or(0),
                            message.number(151).value_or(0)));
   if (again) ++repeats_[report];
   return {report, again};
 }
 
-ReportLedger::Heard ReportLedger::hear_reject(const WireMessage& message, const std::string& comp) {
+ReportLedger::Heard ReportLedger::hear_reject(const WireMessage& message, const std::string& comp,
+                                              Moment now) {
   const bool first = reject_numbers_[comp].insert(message.number(34).value_or(0)).second;
   Alike& alike = alike_[likeness(message)];
-  if (first) ++alike.heard;
+  if (first) alike.heard.push_back(now);
   // Which one it is does not matter: they read alike.
-  const size_t index = alike.heard == 0 ? 0 : alike.heard - 1;
+  const size_t index = alike.heard.empty() ? 0 : alike.heard.size() - 1;
   const Report report = index < alike.decided.size() ? alike.decided[index] : REJECTS;
   if (!first && report != REJECTS) ++repeats_[report];
   return {report, !first};
@@ -73,10 +76,23 @@ void ReportLedger::compare(Report report, uint32_t print) {
   if (print_[report] != print) consistent_ = false;
 }
 
-bool ReportLedger::reached(Report report) const {
-  if (report < REJECTS) return report < heard_.size() && heard_[report];
+bool ReportLedger::reached(Report report) const { return heard(report) != 0; }
+
+bool ReportLedger::reached(Report report, TimeNs by) const {
+  const Moment moment = heard(report);
+  return moment != 0 && by >= begin_ && moment <= moment_of(by);
+}
+
+ReportLedger::Moment ReportLedger::heard(Report report) const {
+  if (report < REJECTS) return report < heard_.size() ? heard_[report] : 0;
   const auto place = place_.find(report);
-  return place != place_.end() && place->second.second < alike_.at(place->second.first).heard;
+  if (place == place_.end()) return 0;
+  const std::vector<Moment>& heard = alike_.at(place->second.first).heard;
+  return place->second.second < heard.size() ? heard[place->second.second] : 0;
+}
+
+ReportLedger::Moment ReportLedger::moment_of(TimeNs at) const {
+  return static_cast<Moment>(std::max<TimeNs>(at - begin_, 0) / MILLISECOND + 1);
 }
 
 unsigned ReportLedger::repeats(Report report) const {

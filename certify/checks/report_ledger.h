@@ -38,23 +38,29 @@ class ReportLedger {
   bool consistent() const { return consistent_; }
 
   bool reached(Report report) const;
+  /// By that time, to the millisecond.
+  bool reached(Report report, TimeNs by) const;
   /// How often the client had it again after it had had it.
   unsigned repeats(Report report) const;
 
  private:
-  struct Alike {  // cancel rejects that cannot be told apart
-    uint64_t heard = 0;
-    std::vector<Report> decided;
+  using Moment = uint32_t;        // milliseconds since the first message, from 1; 0: never
+  struct Alike {                  // cancel rejects that cannot be told apart
+    std::vector<Moment> heard;    // in order of time
+    std::vector<Report> decided;  // the first of them is taken for the first heard
   };
 
-  Heard hear_reject(const WireMessage& message, const std::string& comp);
+  Heard hear_reject(const WireMessage& message, const std::string& comp, Moment now);
+  Moment moment_of(TimeNs at) const;
+  Moment heard(Report report) const;
   static std::string likeness(const WireMessage& message);
   static std::string likeness(const quorl::client::OrderEvent& order);
 
   /// Of an ExecutionReport, in a few bits: OrderID, CumQty and LeavesQty.
   void compare(Report report, uint32_t print);
 
-  std::vector<bool> heard_;      // by the number of the ExecID
+  TimeNs begin_ = 0;             // of the first message
+  std::vector<Moment> heard_;    // first, by the number of the ExecID
   std::vector<uint32_t> print_;  // likewise; 0: not known
   bool consistent_ = true;
   std::unordered_map<Report, unsigned> repeats_;  // of the few that were repeated

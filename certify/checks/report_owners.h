@@ -16,15 +16,22 @@ class ReportOwners {
   void sent(const WireMessage& message, const std::string& comp);
   void heard(const WireMessage& message, const std::string& comp);
 
-  /// To be asked for every line, in order. Empty: unknown, or two CompIDs have used the name.
+  /// To be asked for every line, in order, and once more at the end of those that were not known.
+  /// Empty: unknown, or several CompIDs have used the name and the line may be of more than one.
   const std::string& owner_of(const quorl::client::OrderEvent& order);
 
  private:
   static constexpr uint32_t NOBODY = 0;
+  struct User {
+    uint32_t comp = NOBODY;
+    uint64_t id = 0;     // OrderID of what it used the name for; 0: not heard yet
+    bool again = false;  // it has used the name for more than one thing, so that `id` says little
+  };
   uint32_t index_of(const std::string& comp);
+  User* user_of(const std::string& name, uint32_t comp);
 
   std::vector<std::string> comps_{std::string()};
-  std::unordered_map<std::string, uint32_t> by_name_;
+  std::unordered_map<std::string, std::vector<User>> by_name_;
   std::unordered_map<uint64_t, uint32_t> by_id_;
 };
 

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <deque>
 #include <map>
 
@@ -12,11 +13,13 @@ class AskedOnceCheck : public SessionCheck {
   using SessionCheck::SessionCheck;
 
  private:
+  struct Asked {
+    TimeNs latest = 0;
+    unsigned times = 0;  // and nothing missing came in between
+  };
   struct Way {
-    NumberRanges had;    // in the socket for longer than the grace, while the connection stood
-    uint64_t first = 0;  // 7 of the latest request
-    TimeNs asked = 0;
-    unsigned times = 0;  // with this 7, and nothing missing came in between
+    NumberRanges had;  // in the socket for longer than the grace, while the connection stood
+    std::map<uint64_t, Asked> asked;  // by 7, not longer ago than an answer may take
   };
   struct Fresh {
     TimeNs had_at = 0;
@@ -42,12 +45,12 @@ class AskedOnceCheck : public SessionCheck {
     const std::string& comp_id = noted.session->comp_id;
     const WireMessage* sent = sent_by_client(event);
     if (const WireMessage* heard = sent_by_exchange(event)) {
-      if (noted.filled) ways_[comp_id].times = 0;
+      if (noted.filled) ways_[comp_id].asked.clear();
       if (heard->type() == "A" && heard->is(141, "Y")) forget(comp_id);
       fresh_.push_back(
           {event.at + ns_of(allow().grace), noted.connection->number, comp_id, noted.stands_for});
     } else if (sent != nullptr && sent->flaws().empty()) {
-      if (sent->type() == "A") ways_[comp_id].times = 0;
+      if (sent->type() == "A") ways_[comp_id].asked.clear();
       if (sent->type() == "A" && sent->is(141, "Y")) forget(comp_id);
       if (sent->type() == "2") on_request(event, *sent, ways_[comp_id]);
     }
@@ -62,20 +65,21 @@ class AskedOnceCheck : public SessionCheck {
     seen();
     const uint64_t first = std::max<uint64_t>(message.number(7).value_or(0), 1);
     // Who asks again into a long silence is right to.
-    const bool patient = event.at - way.asked >= ns_of(allow().answer);
-    way.times = first == way.first && !patient ? way.times + 1 : 1;
-    if (first != way.first) way.times = 1;
-    way.first = first;
-    way.asked = event.at;
+    std::erase_if(way.asked, [&](const auto& asked) {
+      return event.at - asked.second.latest >= ns_of(allow().answer);
+    });
+    Asked& asked = way.asked[first];
+    asked.latest = event.at;
+    ++asked.times;
     if (way.had.contains(first)) {
       blame({.at = event.at,
              .what = "A ResendRequest begins at " + std::to_string(first) +
                      ", which had come more than " + seconds_text(ns_of(allow().grace)) +
                      " before.",
              .evidence = {quoted(event)}});
-    } else if (way.times > allow().asks) {
+    } else if (asked.times > allow().asks) {
       blame({.at = event.at,
-             .what = "The same was asked for " + std::to_string(way.times) + " times, from " +
+             .what = "The same was asked for " + std::to_string(asked.times) + " times, from " +
                      std::to_string(first) + " on, and nothing of it came in between.",
              .evidence = {quoted(event)}});
     }

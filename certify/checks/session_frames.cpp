@@ -15,6 +15,7 @@ class FramesCheck : public Check {
   explicit FramesCheck(const char* name) : Check(name) {}
 
   void on_event(const Event& event) override {
+    if (over_) return;
     if (const WireMessage* message = sent_by_client(event)) {
       seen();
       if (!message->flaws().empty()) blame_frame(event, *message);
@@ -23,7 +24,7 @@ class FramesCheck : public Check {
     } else if (const auto* ended = std::get_if<FixEnded>(&event.what)) {
       on_ended(*ended);
     } else if (std::holds_alternative<Closing>(event.what)) {
-      closing_ = true;
+      over_ = true;  // a client on its way out may be killed in the middle of a word
     }
   }
 
@@ -50,8 +51,7 @@ class FramesCheck : public Check {
 
   void on_ended(const FixEnded& ended) {
     const bool mine = cut_.connection == ended.connection && ended.by == Party::CLIENT;
-    // A client that is killed on its way out may be in the middle of a word.
-    if (mine && !ended.by_link && !closing_ && !was_left(ended.connection)) {
+    if (mine && !ended.by_link && !was_left(ended.connection)) {
       seen();
       blame({.at = cut_.event.at,
              .what = "The client ended its connection in the middle of a message.",
@@ -74,7 +74,7 @@ class FramesCheck : public Check {
     Event event;
   } cut_;
   std::vector<uint32_t> left_;
-  bool closing_ = false;
+  bool over_ = false;
 };
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <deque>
 #include <limits>
 #include <map>
+#include <set>
 
 #include "certify/checks/session.h"
 #include "certify/checks/session_check.h"
@@ -19,12 +20,12 @@ class GapAskedCheck : public SessionCheck {
     std::string comp_id;
     NumberRange range;
     std::string line;  // the message that showed it
-    TimeNs moved = 0;  // when something of it came
+    TimeNs moved = 0;  // when something of it came, or what lies ahead was asked for or answered
   };
   struct Way {
-    NumberRanges unasked;     // missing, and not asked for since that could be seen
-    TimeNs moved = 0;         // when an answer came, or the client asked or could speak again
-    uint32_t connection = 0;  // on which it can ask; 0: none
+    NumberRanges unasked;   // missing, and not asked for since that could be seen
+    TimeNs moved = 0;       // when the client could speak again, or said what may be a request
+    std::set<uint32_t> up;  // connections on which it can ask
   };
 
   void on_time(TimeNs now) override {
@@ -42,8 +43,8 @@ class GapAskedCheck : public SessionCheck {
       return;
     }
     const TimeNs again = std::max(way.moved, hole.moved) + ns_of(allow().answer);
-    if (way.connection == 0 || again >= now) {
-      hole.due = way.connection == 0 ? now + ns_of(allow().answer) : again;
+    if (way.up.empty() || again >= now) {
+      hole.due = way.up.empty() ? now + ns_of(allow().answer) : again;
       put_off_.push_back(std::move(hole));
       return;
     }
@@ -61,13 +62,10 @@ class GapAskedCheck : public SessionCheck {
     put_off_.clear();
     if (noted.connection == nullptr || noted.session == nullptr) return;
     Way& way = ways_[noted.session->comp_id];
-    const bool could_speak = way.connection == noted.connection->number;
-    const bool can_speak = noted.connection->up() && noted.connection->logout_sent == 0;
-    if (can_speak && !could_speak) {
-      way.connection = noted.connection->number;
+    if (!can_speak(event, *noted.connection)) {
+      way.up.erase(noted.connection->number);
+    } else if (way.up.insert(noted.connection->number).second) {
       way.moved = event.at;
-    } else if (!can_speak && could_speak) {
-      way.connection = 0;
     }
     const WireMessage* heard = sent_by_exchange(event);
     if (heard != nullptr) on_heard(event, *heard, noted, way);
@@ -75,11 +73,36 @@ class GapAskedCheck : public SessionCheck {
     if (sent != nullptr) on_sent(event, *sent, noted, way);
   }
 
+  /// A silence may have taken the answer to the Logon. Whoever then talks on though nothing but the
+  /// rest has come takes the session for one that is up.
+  bool can_speak(const Event& event, const FixConnection& connection) {
+    const bool over =
+        connection.logout_sent != 0 || connection.logout_heard != 0 || connection.ended();
+    if (over || connection.logged_on != 0) {
+      talks_on_.erase(connection.number);
+      return !over;
+    }
+    if (sent_by_exchange(event) != nullptr) talks_on_.try_emplace(connection.number, false);
+    const auto talks = talks_on_.find(connection.number);
+    const WireMessage* sent = sent_by_client(event);
+    if (talks == talks_on_.end()) return false;
+    if (sent != nullptr) talks->second = sent->type() != "A";
+    return talks->second;
+  }
+
+  /// Whoever waits for these numbers may leave for later what lies behind them, not ahead of them.
+  void give_time(const std::string& comp_id, uint64_t from, TimeNs at) {
+    for (Hole& hole : holes_) {
+      if (hole.comp_id == comp_id && from <= hole.range.last) hole.moved = at;
+    }
+  }
+
   void on_heard(const Event& event, const WireMessage& message, const Noted& noted, Way& way) {
     if (noted.session->missing.empty()) way.unasked.clear();  // all has come, or a reset
     way.unasked.remove(noted.stands_for);
-    if (noted.filled && message.is(43, "Y")) {
-      way.moved = event.at;  // an answer, which one may wait out before one asks for more
+    if (message.is(43, "Y")) {
+      // An answer, which one may wait out before one asks for more, known already or not.
+      give_time(noted.session->comp_id, noted.stands_for.first, event.at);
     } else if (noted.filled) {
       // Only overtaken. That happens all the time, and is no reason to leave other holes alone.
       for (Hole& hole : holes_) {
@@ -93,23 +116,24 @@ class GapAskedCheck : public SessionCheck {
         {event.at + ns_of(allow().answer), noted.session->comp_id, *noted.hole, quoted(event)});
   }
 
-  static void on_sent(const Event& event, const WireMessage& message, const Noted& noted,
-                      Way& way) {
+  void on_sent(const Event& event, const WireMessage& message, const Noted& noted, Way& way) {
     if (!message.flaws().empty()) {
       way.moved = event.at;  // it may have been the request
     } else if (message.type() == "A" && message.is(141, "Y") && noted.number == 1) {
       way.unasked.clear();
     } else if (message.type() == "2") {
       const uint64_t last = message.number(16).value_or(0);
-      way.unasked.remove(
-          {message.number(7).value_or(0), last == 0 ? std::numeric_limits<uint64_t>::max() : last});
-      way.moved = event.at;
+      const uint64_t first = message.number(7).value_or(0);
+      way.unasked.remove({first, last == 0 ? std::numeric_limits<uint64_t>::max() : last});
+      give_time(noted.session->comp_id, first, event.at);
     }
   }
 
   std::deque<Hole> holes_;    // about in order of time
   std::deque<Hole> put_off_;  // to be looked at again
   std::map<std::string, Way> ways_;
+  std::map<uint32_t, bool>
+      talks_on_;  // by connection whose Logon has no answer, but that was heard
 };
 
 }  // namespace

@@ -46,6 +46,8 @@ class HeaderCheck : public Check {
   explicit HeaderCheck(const char* name) : Check(name) {}
 
   void on_event(const Event& event) override {
+    if (std::holds_alternative<Closing>(event.what)) over_ = true;
+    if (over_) return;
     if (const auto* opened = std::get_if<FixOpened>(&event.what)) {
       senders_.erase(opened->connection);
     } else if (const auto* ended = std::get_if<FixEnded>(&event.what)) {
@@ -77,6 +79,7 @@ class HeaderCheck : public Check {
   static constexpr size_t LONGEST_FRAME = 400;  // shown
 
   std::map<uint32_t, std::string> senders_;  // by connection
+  bool over_ = false;
 };
 
 }  // namespace

@@ -50,8 +50,10 @@ class LogonCheck : public SessionCheck {
  private:
   void judge(const Event& event, const Noted& noted) override {
     if (noted.connection == nullptr) return;
-    note_wait(event, *noted.connection);
-    if (std::holds_alternative<FixEnded>(event.what)) on_ended(event, noted);
+    if (std::holds_alternative<FixEnded>(event.what)) {
+      on_ended(event, noted);
+      note_wait(event.at, *noted.connection);
+    }
     const WireMessage* message = sent_by_client(event);
     if (message == nullptr) return;
     // What is no good frame is session.frames' to blame, and a Logon may hide in it.
@@ -149,33 +151,29 @@ class LogonCheck : public SessionCheck {
 
   // --- A client that connects and never says a word ---
 
-  void note_wait(const Event& event, const FixConnection& connection) {
-    if (connection.last_sent != 0) spoken_ = true;  // garbage is session.frames' to blame
-    if (const auto* opened = std::get_if<FixOpened>(&event.what)) {
-      if (opened->reached && silent_ == 0) silent_ = opened->connection;
-    }
-    if (connection.number == silent_) {
-      waited_ = std::max(waited_, event.at - connection.opened);
-      if (std::holds_alternative<FixEnded>(event.what)) silent_ = 0;
+  void on_last(TimeNs at) override {
+    for (const auto& [number, connection] : view().connections()) {
+      if (!connection.ended()) note_wait(at, connection);
     }
   }
 
-  void on_last(TimeNs at) override {
-    if (const FixConnection* connection = view().connection(silent_)) {
-      waited_ = std::max(waited_, at - connection->opened);
+  /// The connection has ended, as the first side of it has, or the run has.
+  void note_wait(TimeNs at, const FixConnection& connection) {
+    if (connection.last_sent != 0) return;  // garbage is session.frames' to blame
+    for (const TimeNs ended : {connection.client_ended, connection.exchange_ended}) {
+      if (ended != 0 && ended < at) return;
     }
-    if (spoken_ || waited_ <= ns_of(allow().answer)) return;
+    const TimeNs waited = at - connection.opened;
+    if (waited <= ns_of(allow().answer)) return;
     seen();
     blame({.at = at,
-           .what = "The client connected, waited for " + seconds_text(waited_) +
+           .what = "The client connected, waited for " + seconds_text(waited) +
                    " and never sent a Logon.",
-           .evidence = {}});
+           .evidence = {time_text(connection.opened) + "  FIX " +
+                        std::to_string(connection.number) + " was opened"}});
   }
 
   std::map<std::string, OnItsWay> ways_;  // by SenderCompID
-  bool spoken_ = false;
-  uint32_t silent_ = 0;  // a connection on which nothing has been said; 0: none
-  TimeNs waited_ = 0;    // the longest on such a one
 };
 
 }  // namespace

@@ -39,7 +39,6 @@ class LogoutCheck : public SessionCheck {
       on_ended(event, *ended, connection);
     }
     const bool answered = sent != nullptr && sent->type() == "5";
-    if (std::holds_alternative<FixOpened>(event.what)) left_.clear();
     if (answered || connection.ended()) {
       std::erase_if(left_, [&](const Left& left) { return left.connection == connection.number; });
     }

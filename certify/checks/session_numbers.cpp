@@ -34,15 +34,24 @@ class NumbersCheck : public SessionCheck {
     return other != nullptr && !other->ended();
   }
 
+  static std::string left_out(const Noted& noted) {
+    const uint64_t next = noted.before.next;
+    return "leaves out " + text_of(NumberRange{next, noted.number - 1}) + ": the next number is " +
+           std::to_string(next);
+  }
+
   static std::string flaw_of(const WireMessage& message, const Noted& noted) {
     const uint64_t next = noted.before.next;
     const std::string due = std::to_string(next);
     switch (noted.sent) {
       case SentKind::NEW:
+        if (noted.number > next) return left_out(noted);
+        if (!message.possible_duplicate()) return {};
+        return "says 43=Y, and no message of that number was sent before";
       case SentKind::FILL:
-        if (noted.number <= next) return {};
-        return "leaves out " + text_of(NumberRange{next, noted.number - 1}) +
-               ": the next number is " + due;
+        if (noted.number > next) return left_out(noted);
+        if (noted.number == next || noted.asked) return {};
+        return "fills numbers that were used, and no ResendRequest had asked for them";
       case SentKind::REPEAT:
         return "takes a number again: the next one is " + due +
                ", and it is no answer to a ResendRequest";

@@ -1,5 +1,5 @@
+#include <algorithm>
 #include <deque>
-#include <map>
 
 #include "certify/checks/session.h"
 #include "certify/checks/session_check.h"
@@ -16,6 +16,7 @@ class ResendAnsweredCheck : public SessionCheck {
     TimeNs due = 0;
     uint32_t connection = 0;
     NumberRange range;
+    NumberRanges owed;  // of it
     std::string line;
   };
 
@@ -24,17 +25,13 @@ class ResendAnsweredCheck : public SessionCheck {
   }
 
   void expire(const Asked& asked) {
-    const auto owed = owed_.find(asked.connection);
-    if (owed == owed_.end()) return;  // the connection ended, or the answer cannot be read
     seen();
-    const auto missing = owed->second.first_within(asked.range);
-    if (!missing) return;
     blame({.at = asked.due,
-           .what = "A ResendRequest for " + text_of(asked.range) + " was not answered in full: " +
-                   text_of(*missing) + " did not come again, by replay or by GapFill, within " +
+           .what = "A ResendRequest for " + text_of(asked.range) +
+                   " was not answered in full: " + text_of(*asked.owed.first()) +
+                   " did not come again, by replay or by GapFill, within " +
                    seconds_text(ns_of(allow().answer)) + ".",
            .evidence = {asked.line}});
-    owed->second.remove(asked.range);
   }
 
   void judge(const Event& event, const Noted& noted) override {
@@ -50,7 +47,9 @@ class ResendAnsweredCheck : public SessionCheck {
                             (sent != nullptr && !sent->flaws().empty());
     const bool reset = sent != nullptr && sent->type() == "A";
     if (unreadable || reset || connection.ended() || connection.logout_heard != 0) {
-      owed_.erase(connection.number);
+      // It went with the connection, or the answer cannot be read.
+      std::erase_if(asked_,
+                    [&](const Asked& asked) { return asked.connection == connection.number; });
     }
   }
 
@@ -60,9 +59,9 @@ class ResendAnsweredCheck : public SessionCheck {
     const NumberRange range{std::max<uint64_t>(request.number(7).value_or(0), 1),
                             last == 0 ? top : std::min(last, top)};
     if (range.last < range.first) return;
-    owed_[noted.connection->number].add(range);
     asked_.push_back(
-        {event.at + ns_of(allow().answer), noted.connection->number, range, quoted(event)});
+        {event.at + ns_of(allow().answer), noted.connection->number, range, {}, quoted(event)});
+    asked_.back().owed.add(range);
   }
 
   void on_sent(const Event& event, const WireMessage& message, const Noted& noted) {
@@ -88,8 +87,13 @@ class ResendAnsweredCheck : public SessionCheck {
              .what = name_in_text(message) + ", which answers a ResendRequest, " + flaw + ".",
              .evidence = {quoted(event)}});
     }
-    const auto owed = owed_.find(noted.connection->number);
-    if (owed != owed_.end()) owed->second.remove(covered);
+    // What is answered is not looked through again: some are asked with every message.
+    std::erase_if(asked_, [&](Asked& asked) {
+      if (asked.connection != noted.connection->number) return false;
+      asked.owed.remove(covered);
+      if (asked.owed.empty()) seen();
+      return asked.owed.empty();
+    });
   }
 
   static std::string flaw_of_replay(const WireMessage& message) {
@@ -101,8 +105,7 @@ class ResendAnsweredCheck : public SessionCheck {
     return {};
   }
 
-  std::deque<Asked> asked_;                // in order of time
-  std::map<uint32_t, NumberRanges> owed_;  // by connection: asked for and not yet answered
+  std::deque<Asked> asked_;  // in order of time
 };
 
 }  // namespace

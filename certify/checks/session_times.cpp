@@ -31,8 +31,9 @@ class TimesCheck : public Check {
     if (const auto* ended = std::get_if<FixEnded>(&event.what)) {
       if (ended->by == Party::CLIENT || ended->reset) latest_.erase(ended->connection);
     } else if (const WireMessage* message = sent_by_client(event)) {
-      // What the other two checks of form blame is theirs.
-      if (message->flaws().empty() && message->find(52) != nullptr) judge(event, *message);
+      // What the other two checks of form blame is theirs, and the way out is nobody's.
+      if (!link_.closing() && message->flaws().empty() && message->find(52) != nullptr)
+        judge(event, *message);
     }
   }
 
@@ -64,7 +65,10 @@ class TimesCheck : public Check {
       }
     }
     const UtcTime sent = *read_utc_time(message.value(52));
-    if (message.possible_duplicate()) return flaw_of_original(message, sent);
+    if (message.possible_duplicate()) {
+      std::string flaw = flaw_of_original(message, sent);
+      if (!flaw.empty()) return flaw;
+    }
     const std::string distance = flaw_of_distance(event, message, sent);
     return distance.empty() ? flaw_of_order(event, message, sent) : distance;
   }
@@ -100,7 +104,7 @@ class TimesCheck : public Check {
   }
 
   TimeNs grace_;
-  SessionView link_;                   // only to know whether it misbehaves
+  SessionView link_;                   // whether it misbehaves, and whether the run closes
   std::map<uint32_t, Latest> latest_;  // by connection
   std::vector<std::string> evidence_;
 };

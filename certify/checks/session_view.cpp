@@ -33,6 +33,10 @@ bool disturbs_fix(std::string_view what) {
          what.find("never reached") == std::string_view::npos;
 }
 
+constexpr TimeNs FOR_GOOD = std::numeric_limits<TimeNs>::max();
+// Behind the link's "plain again". What it has held up is read at once then.
+constexpr TimeNs SETTLES = 5 * SECOND;
+
 void forget_numbers_of_exchange(CompSession& session) {
   session.next_in = 1;
   session.missing.clear();
@@ -49,11 +53,15 @@ const Noted& SessionView::take(const Event& event) {
   if (gone_ != 0) connections_.erase(gone_);
   gone_ = 0;
   noted_ = {};
+  now_ = std::max(now_, event.at);  // decisions come late
   if (std::holds_alternative<Closing>(event.what)) closing_ = true;
   if (const auto* opened = std::get_if<FixOpened>(&event.what)) {
-    noted_.connection = &connection_of(opened->connection, event.at);
-    // Nobody took it: there is nothing to end.
-    if (!opened->reached) gone_ = opened->connection;
+    FixConnection& connection = connection_of(opened->connection, event.at);
+    noted_.connection = &connection;
+    if (!opened->reached) {  // nobody took it: there is nothing to end
+      connection.client_ended = connection.exchange_ended = event.at;
+      gone_ = connection.number;
+    }
   } else if (const auto* heard = std::get_if<FixHeard>(&event.what)) {
     heard->from == Party::CLIENT ? on_sent(*heard, event.at) : on_heard(*heard, event.at);
   } else if (const auto* garbage = std::get_if<FixGarbage>(&event.what)) {
@@ -61,7 +69,9 @@ const Noted& SessionView::take(const Event& event) {
   } else if (const auto* ended = std::get_if<FixEnded>(&event.what)) {
     on_ended(*ended, event.at);
   } else if (const auto* link = std::get_if<LinkSaid>(&event.what)) {
-    disturbed_ = disturbed_ || disturbs_fix(link->what);
+    if (disturbs_fix(link->what)) {
+      disturbed_until_ = link->what.ends_with("plain again") ? event.at + SETTLES : FOR_GOOD;
+    }
   }
   return noted_;
 }

@@ -107,8 +107,9 @@ class SessionView {
 
   /// Behind Closing: how the client leaves is not judged.
   bool closing() const { return closing_; }
-  /// The link has misbehaved on FIX: what the client sends may have been read late.
-  bool disturbed() const { return disturbed_; }
+  /// The link misbehaves on FIX, or did until a moment ago: what the client sends may have been
+  /// read late.
+  bool disturbed() const { return now_ < disturbed_until_; }
 
  private:
   FixConnection& connection_of(uint32_t number, TimeNs at);
@@ -131,7 +132,8 @@ class SessionView {
                                      // whether it was their first message
   uint32_t gone_ = 0;                // connection whose record is dropped at the next call
   bool closing_ = false;
-  bool disturbed_ = false;
+  TimeNs now_ = 0;
+  TimeNs disturbed_until_ = 0;
   Noted noted_;
 };
 

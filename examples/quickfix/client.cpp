@@ -280,11 +280,20 @@ class Client : public FIX::Application {
   }
 
   void fromAdmin(const FIX::Message& message,
-                 const FIX::SessionID&) throw(FIX::FieldNotFound, FIX::IncorrectDataFormat,
-                                              FIX::IncorrectTagValue, FIX::RejectLogon) override {
-    if (message.getHeader().getField(FIX::FIELD::MsgType) == FIX::MsgType_Logon) {
-      logon_number_ = std::stoi(message.getHeader().getField(FIX::FIELD::MsgSeqNum));
-    }
+                 const FIX::SessionID& id) throw(FIX::FieldNotFound, FIX::IncorrectDataFormat,
+                                                 FIX::IncorrectTagValue,
+                                                 FIX::RejectLogon) override {
+    const std::string type = message.getHeader().getField(FIX::FIELD::MsgType);
+    const int number = std::stoi(message.getHeader().getField(FIX::FIELD::MsgSeqNum));
+    if (type == FIX::MsgType_Logon) logon_number_ = number;
+    if (type == FIX::MsgType_Logout) keep_hole(*FIX::Session::lookupSession(id), number);
+  }
+
+  /// The engine counts a Logout whatever its number. That of a refused Logon can stand behind a
+  /// hole: each would make the engine take one report that it missed for one that came.
+  static void keep_hole(FIX::Session& session, int number) {
+    const int expected = session.getExpectedTargetNum();
+    if (number > expected) session.setNextTargetMsgSeqNum(expected - 1);
   }
 
   /// In the order of the numbers and each once, replays too: the engine sees to that.

@@ -106,6 +106,32 @@ TEST(BeliefPositions, what_the_client_was_never_told_is_not_its_belief_s_fault) 
   EXPECT_EQ(belief_of(talk, "belief.positions").remarks.size(), 1U);
 }
 
+TEST(BeliefPositions, what_reached_the_client_behind_the_file_is_not_in_it) {
+  OrderTalk talk;
+  talk.order("o1").accepts("o1").wait(2s).loses().fills("o1", 100).loses(false).wait(2s);
+  talk.believes("positions.csv", "o1,open,0,100,0\n").ends();
+  talk.replays(3).wait(2s).closing();
+  EXPECT_EQ(talk.failures(), Names{});
+  EXPECT_EQ(belief_of(talk, "belief.positions").remarks.size(), 1U);
+}
+
+TEST(BeliefPositions, a_replay_has_the_grace_like_any_other_message) {
+  for (const auto& [pause, fails] : {std::pair{990ms, false}, std::pair{1010ms, true}}) {
+    OrderTalk talk;
+    talk.order("o1").accepts("o1").wait(2s).loses().fills("o1", 100).loses(false).wait(2s);
+    talk.replays(3).wait(pause).believes("positions.csv", "o1,open,0,100,0\n").closing().ends();
+    EXPECT_EQ(talk.failures(), fails ? Names{"belief.positions"} : Names{}) << pause.count();
+  }
+}
+
+TEST(BeliefPositions, an_order_first_told_behind_the_file_is_not_in_it) {
+  OrderTalk talk;
+  talk.order("o1").loses().accepts("o1").fills("o1", 50).loses(false).wait(2s);
+  talk.believes("positions.csv", "").ends();
+  talk.replays(2).replays(3).wait(2s).closing();
+  EXPECT_EQ(talk.failures(), Names{});
+}
+
 TEST(BeliefPositions, an_order_that_the_exchange_never_had_is_pending_or_given_up) {
   for (const auto& [line, fails] :
        {std::pair{"o1,pending,0,100,0\n", false}, std::pair{"o1,cancelled,0,0,0\n", false},
@@ -163,6 +189,16 @@ TEST(BeliefEvents, what_is_decided_within_the_grace_may_be_missing) {
     OrderTalk talk;
     talk.order("o1").accepts("o1").fills("o1", 100).order("o2").accepts("o2").wait(pause);
     talk.believes("events.jsonl", EVENTS).ends();
+    EXPECT_EQ(talk.failures(), fails ? Names{"belief.events"} : Names{}) << pause.count();
+  }
+}
+
+TEST(BeliefEvents, what_reached_the_client_behind_the_file_is_not_in_it) {
+  for (const auto& [pause, fails] : {std::pair{990ms, false}, std::pair{1010ms, true}}) {
+    OrderTalk talk;
+    talk.order("o1").accepts("o1").loses().fills("o1", 100).loses(false).wait(2s);
+    const std::string accepted = std::string(EVENTS).substr(std::string(EVENTS).find('\n') + 1);
+    talk.believes("events.jsonl", accepted).ends().replays(3).wait(pause).ends().wait(2s);
     EXPECT_EQ(talk.failures(), fails ? Names{"belief.events"} : Names{}) << pause.count();
   }
 }

@@ -275,5 +275,44 @@ TEST(FeedRecoveredJoining, a_client_without_a_place_is_another_checks_matter) {
   EXPECT_THAT(run.verdict(), not_seen());
 }
 
+TEST(FeedRecoveredJoining, a_client_whose_first_request_is_never_answered_owes_what_it_asked_for) {
+  FeedRun run("feed.recovered");
+  run.hears(run.makes(40));
+  run.at(10).starts();
+  run.at(1000).loses(2);  // it may not have listened yet
+  run.at(1001).hears(run.makes(2));
+  const auto lost = run.at(3000).loses(2);
+  run.at(3001).hears(run.makes(2));
+  run.at(3100).asks(lost);
+  run.runs_until(14'000);
+  run.closes();
+  EXPECT_THAT(run.verdict(), failed_with("The feed lost messages 44 to 45"));
+}
+
+TEST(FeedRecoveredJoining, a_client_that_listens_owes_nothing_of_what_it_may_not_have_heard_yet) {
+  FeedRun run("feed.recovered");
+  run.hears(run.makes(40));
+  run.at(10).starts();
+  run.at(500).loses(2);
+  run.at(501).hears(run.makes(2));
+  const auto lost = run.at(3000).loses(2);
+  run.at(3001).hears(run.makes(2));
+  run.at(3100).fetches(lost);
+  run.runs_until(20'000);
+  EXPECT_THAT(run.verdict(), passed());
+}
+
+TEST(FeedRecoveredJoining, a_question_for_the_status_asks_for_nothing) {
+  FeedRun run("feed.recovered");
+  run.hears(run.makes(40));
+  run.at(10).starts();
+  run.at(20).asks_status();
+  run.at(3000).loses(2);
+  run.at(3001).hears(run.makes(2));
+  run.runs_until(14'000);
+  run.closes();
+  EXPECT_THAT(run.verdict(), failed_with("The feed lost"));
+}
+
 }  // namespace
 }  // namespace certify::feed_test

@@ -369,5 +369,51 @@ TEST(OrderChecks, ten_thousand_orders_are_judged_in_seconds) {
   EXPECT_LT((std::clock() - begin) / CLOCKS_PER_SEC, 20);
 }
 
+// --- Several clients, drops, and the way out ---
+
+TEST(OrderChecks, an_order_of_another_client_tells_nothing_of_one_that_was_lost) {
+  OrderTalk talk;
+  talk.order("o1");
+  talk.dialogue.exchange_closes().closes().as("OTHER").logs_on();
+  talk.dialogue.client("35=D|34=2|11=o1|55=AAPL|54=1|38=100|40=2|44=185|18=i");
+  talk.accepts("o1");
+  talk.dialogue.as("TRADER");
+  talk.logs_on_again().order("o1").accepts("o1").closing();
+  EXPECT_EQ(talk.failures(), Names{});
+}
+
+TEST(OrderChecks, a_late_refusal_is_of_the_order_that_was_meant) {
+  OrderTalk talk;
+  talk.order("o1").accepts("o1").cancel("c1", "o1").fills("o1", 100);
+  talk.loses().refuses_cancel("c1", "o1", '0').loses(false);
+  talk.order("o1").accepts("o1").replays(4).wait(2s).cancel("c2", "o1").cancels("o1", "c2");
+  talk.wait(2s).closing();
+  EXPECT_EQ(talk.failures(), Names{});
+}
+
+TEST(OrderChecks, an_answer_behind_the_own_logout_is_no_order) {
+  OrderTalk talk;
+  talk.order("o1").says("35=5").answers("35=2|7=2|16=2");
+  talk.dialogue.client(
+      "35=D|34=2|43=Y|122=20261121-12:00:00|11=o1|55=AAPL|54=1|38=100|44=185|18=i");
+  EXPECT_EQ(talk.failures(), Names{});
+}
+
+TEST(OrderChecks, a_replace_is_above_what_is_filled_in_whatever_digits) {
+  OrderTalk talk;
+  talk.order("o1", 500).accepts("o1").fills("o1", 200).wait(2s);
+  talk.says("35=G|11=o2|41=o1|55=AAPL|54=1|38=150.0|44=185").closing();
+  EXPECT_EQ(talk.failures(), Names{"orders.replace_above_filled"});
+}
+
+TEST(OrderChecks, the_way_out_is_not_judged) {
+  OrderTalk talk;
+  talk.order("o1", 500).accepts("o1").fills("o1", 200).order("o2").accepts("o2");
+  talk.fills("o2", 100).order("o3").refuses("o3").order("o3").refuses("o3").wait(2s).closing();
+  talk.cancel("o1", "o2").cancel("c1", "o9").replace("r1", "o1", 100).order("o3");
+  talk.says("35=D|11=bad").says("35=5").order("o4").ends();
+  EXPECT_EQ(talk.failures(), Names{});
+}
+
 }  // namespace
 }  // namespace certify

@@ -164,6 +164,65 @@ TEST(RecoveryReports, order_events_that_do_not_fit_the_reports_say_nothing) {
   EXPECT_EQ(of(talk, "recovery.reports").remarks.size(), 1U);
 }
 
+TEST(RecoveryReports, asking_for_other_things_is_no_excuse) {
+  OrderTalk talk;
+  talk.order("o1").loses().accepts("o1").loses(false).answers("35=0").says("35=2|7=2|16=2");
+  for (uint64_t lost = 4; lost < 14; lost += 2) {
+    talk.wait(3s).loses().answers("35=0").loses(false).answers("35=0");
+    talk.says("35=2|7=" + std::to_string(lost) + "|16=" + std::to_string(lost));
+  }
+  talk.wait(2s).answers("35=0").wait(1500ms).closing();
+  EXPECT_EQ(talk.failures(), Names{"recovery.reports"});
+}
+
+TEST(RecoveryReports, what_is_asked_for_again_has_the_time_for_an_answer_again) {
+  OrderTalk talk;
+  talk.order("o1").loses().accepts("o1").loses(false).answers("35=0").says("35=2|7=2|16=2");
+  talk.wait(6s).answers("35=0").says("35=2|7=2|16=0").wait(2s).answers("35=0").wait(1500ms);
+  talk.closing();
+  EXPECT_EQ(talk.failures(), Names{});
+}
+
+TEST(RecoveryReports, who_leaves_before_it_can_have_asked_has_to_come_back) {
+  for (const bool logs_out : {false, true}) {
+    OrderTalk talk;
+    talk.order("o1").loses().accepts("o1").loses(false);
+    talk.dialogue.exchange_closes().closes();
+    talk.logs_on_again().wait(1s);
+    if (logs_out) talk.says("35=5").answers("35=5");
+    talk.dialogue.closes().exchange_closes();
+    talk.wait(20s).closing();
+    EXPECT_EQ(talk.failures(), Names{"recovery.reports"}) << logs_out;
+  }
+}
+
+TEST(RecoveryReports, who_leaves_when_it_should_have_asked_is_anothers_matter) {
+  OrderTalk talk;
+  talk.order("o1").loses().accepts("o1").loses(false);
+  talk.dialogue.exchange_closes().closes();
+  talk.logs_on_again().wait(4s).dialogue.closes().exchange_closes();
+  talk.wait(20s).closing();
+  EXPECT_EQ(talk.failures(), Names{});
+}
+
+TEST(RecoveryReports, the_way_out_is_no_excuse) {
+  OrderTalk talk;
+  talk.order("o1").loses().accepts("o1").loses(false).answers("35=0").says("35=2|7=2|16=0");
+  talk.wait(6s).answers("35=0").wait(6s).closing().dialogue.closes().exchange_closes();
+  EXPECT_EQ(talk.failures(), Names{"recovery.reports"});
+}
+
+TEST(RecoveryReports, of_two_clients_of_one_mind_about_names_each_has_its_own_orders) {
+  OrderTalk talk;
+  talk.order("o1").accepts("o1");
+  talk.dialogue.as("OTHER").logs_on();
+  talk.dialogue.client("35=D|34=2|11=o1|55=AAPL|54=1|38=100|40=2|44=185|18=i");
+  talk.loses().accepts("o1");
+  talk.dialogue.exchange_closes().closes();
+  talk.wait(20s).closing();
+  EXPECT_EQ(talk.failures(), Names{"recovery.reports"});
+}
+
 // --- recovery.lapse ---
 
 // With 108=2 and the grace of 1 s a TestRequest is due 4 s behind the last message, the end of the

@@ -56,7 +56,8 @@ TEST(SessionFaults, times_of_wrong_form_zone_or_order) {
 }
 
 TEST(SessionFaults, numbers_left_out_repeated_or_taken_back) {
-  for (const char* text : {"35=D|34=4", "35=D|34=2", "35=D|34=2|43=Y", "35=4|34=3|36=2"}) {
+  for (const char* text : {"35=D|34=4", "35=D|34=2", "35=D|34=2|43=Y", "35=4|34=3|36=2",
+                           "35=4|34=2|43=Y|123=Y|36=3", "35=D|34=3|43=Y|122=20261121-12:00:00"}) {
     Dialogue d;
     d.logs_on().client("35=D|34=2").client(text);
     expect_only("numbers", d);
@@ -118,6 +119,20 @@ TEST(SessionFaults, a_flood_of_heartbeats) {
     d.wait(1s).client(text);
   }
   expect_only("heartbeats", d);
+}
+
+TEST(SessionFaults, long_behind_a_bad_link_that_is_plain_again) {
+  Dialogue flood;
+  flood.logs_on().happens(LinkSaid{"FIX: delayed by 20 ms"}).wait(1s);
+  flood.happens(LinkSaid{"FIX: plain again"}).wait(10s);
+  for (const char* text : {"35=0|34=2", "35=0|34=3", "35=0|34=4", "35=0|34=5"}) {
+    flood.wait(1s).client(text);
+  }
+  expect_only("heartbeats", flood);
+  Dialogue late;
+  late.logs_on().happens(LinkSaid{"FIX: stalled for 1 s, to the exchange"}).wait(1s);
+  late.happens(LinkSaid{"FIX: plain again"}).wait(10s).client("35=D|34=2|52=" + late.fix_time(-8s));
+  expect_only("times", late);
 }
 
 TEST(SessionFaults, a_resend_request_answered_in_part_or_not_well) {
@@ -215,6 +230,100 @@ TEST(SessionFaults, coming_back_at_once_from_each_refusal) {
     d.exchange_closes().closes();
   }
   expect_only("reconnects", d);
+}
+
+TEST(SessionFaults, a_hole_not_asked_for_while_later_ones_are) {
+  Dialogue d;
+  d.logs_on().exchange("35=8|34=4");
+  for (const int number : {2, 3, 4}) {
+    const std::string hole = std::to_string(1 + 2 * number);
+    d.wait(2s).exchange("35=8|34=" + std::to_string(2 + 2 * number));
+    d.client("35=2|34=" + std::to_string(number) + "|7=" + hole + "|16=" + hole);
+    d.exchange("35=8|43=Y|34=" + hole);
+  }
+  expect_only("gap_asked", d);
+}
+
+TEST(SessionFaults, a_hole_not_asked_for_on_two_connections_in_turns) {
+  Dialogue d;
+  d.logs_on().logs_on(2, 2).exchange("35=8|34=5");
+  for (int number = 3; number < 9; ++number) {
+    d.on(static_cast<uint32_t>(1 + number % 2))
+        .wait(1s)
+        .client("35=D|34=" + std::to_string(number));
+  }
+  expect_only("gap_asked", d);
+}
+
+TEST(SessionFaults, a_hole_not_asked_for_where_a_silence_took_the_answer_to_the_logon) {
+  Dialogue d;
+  d.logs_on().client("35=D|34=2").exchange_closes().closes();
+  d.connects().client("35=A|34=3|98=0|108=30").wait(2s).exchange("35=0|34=5");
+  d.client("35=0|34=4").wait(2s).client("35=0|34=5").wait(2s).happens(ClientStarted{});
+  expect_only("gap_asked", d);
+}
+
+TEST(SessionFaults, asking_over_and_over_for_two_holes_in_turns) {
+  Dialogue d;
+  d.logs_on().exchange("35=8|34=4").exchange("35=8|34=7");
+  for (int number = 2; number < 10; ++number) {
+    d.client("35=2|34=" + std::to_string(number) + (number % 2 == 0 ? "|7=2|16=3" : "|7=5|16=6"));
+  }
+  const SessionVerdicts verdicts(d);
+  EXPECT_EQ(verdicts.failed(), std::set<std::string>{"asked_once"}) << verdicts.text();
+  EXPECT_EQ(verdicts.faults("asked_once"), 2U);
+}
+
+TEST(SessionFaults, a_client_that_comes_back_and_never_says_a_word) {
+  Dialogue d;
+  d.logs_on().exchange_closes().closes().connects().wait(4s).closes();
+  expect_only("logon", d);
+  Dialogue waits;
+  waits.logs_on().exchange_closes().closes().connects().wait(4s).happens(Closing{"done"});
+  expect_only("logon", waits);
+  Dialogue beside;
+  beside.connects().connects().closes().on(1).wait(4s).closes();
+  expect_only("logon", beside);
+}
+
+TEST(SessionFaults, what_is_sent_again_bears_the_time_of_long_ago) {
+  Dialogue d;
+  d.logs_on().client("35=D|34=2").wait(8s).exchange("35=2|34=2|7=2|16=2");
+  const std::string then = d.fix_time(-8s);
+  d.client("35=D|34=2|43=Y|52=" + then + "|122=" + then);
+  expect_only("times", d);
+}
+
+TEST(SessionFaults, a_logout_not_followed_though_another_connection_is_opened) {
+  Dialogue d;
+  d.logs_on().exchange("35=5|34=2").as("OTHER").logs_on().wait(4s);
+  expect_only("logout", d);
+}
+
+TEST(SessionFaults, a_storm_beside_connections_of_long_ago) {
+  Dialogue d;
+  for (int i = 0; i < 9; ++i) d.as("T" + std::to_string(i)).logs_on();
+  d.wait(11s);
+  for (int i = 0; i < 11; ++i) d.connects().closes();
+  expect_only("reconnects", d);
+}
+
+TEST(SessionFaults, two_that_come_back_at_once_from_each_refusal) {
+  Dialogue d;
+  Plan plan;
+  plan.allow.connects = 100;
+  for (int i = 1; i <= 5; ++i) {
+    for (const char* name : {"ONE", "TWO"}) {
+      d.as(name).connects().client("35=A|34=" + std::to_string(i) + "|98=0|108=30");
+    }
+    for (const char* name : {"ONE", "TWO"}) {
+      d.as(name).on(static_cast<uint32_t>(2 * i - (name[0] == 'O' ? 1 : 0)));
+      d.exchange("35=5|34=1|58=Logon rejected: MsgSeqNum too low, expecting 9 but received 1");
+      d.exchange_closes().closes();
+    }
+  }
+  const SessionVerdicts verdicts(d, plan);
+  EXPECT_EQ(verdicts.failed(), std::set<std::string>{"reconnects"}) << verdicts.text();
 }
 
 }  // namespace

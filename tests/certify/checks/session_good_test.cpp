@@ -116,6 +116,18 @@ TEST(SessionGood, boundaries_of_time) {
   EXPECT_EQ(expect_none(d).of("test_request"), Outcome::PASSED);
 }
 
+TEST(SessionGood, what_a_bad_link_has_held_up) {
+  for (const bool plain_again : {false, true}) {
+    Dialogue d;
+    d.logs_on().happens(LinkSaid{"FIX: stalled for 9 s, to the exchange"}).wait(9s);
+    if (plain_again) d.happens(LinkSaid{"FIX: plain again"});
+    for (const char* text : {"35=0|34=2", "35=0|34=3", "35=0|34=4", "35=0|34=5"}) {
+      d.client(text + ("|52=" + d.fix_time(-9s)));
+    }
+    expect_none(d);
+  }
+}
+
 TEST(SessionGood, the_way_out_is_not_judged) {
   Dialogue d;
   d.logs_on().exchange("35=8|34=4").happens(Closing{"done"}).client("35=5|34=2").closes();
@@ -132,6 +144,57 @@ TEST(SessionGood, ten_connections_in_ten_seconds_are_allowed) {
   Dialogue d;
   for (int i = 0; i < 10; ++i) d.connects().closes();
   EXPECT_EQ(expect_none(d).of("reconnects"), Outcome::PASSED);
+}
+
+TEST(SessionGood, what_is_asked_for_again_has_its_own_time) {
+  Dialogue d;
+  d.logs_on().client("35=D|34=2").client("35=D|34=3").exchange("35=2|34=2|7=2|16=3");
+  d.client("35=4|34=2|43=Y|123=Y|36=4").wait(2998ms).exchange("35=2|34=3|7=2|16=3").wait(100ms);
+  d.client("35=4|34=2|43=Y|123=Y|36=4").wait(5s);
+  EXPECT_EQ(expect_none(d.happens(ClientStarted{})).of("resend_answered"), Outcome::PASSED);
+}
+
+TEST(SessionGood, a_hole_shown_while_an_earlier_one_is_being_answered_may_wait) {
+  Dialogue d;
+  d.logs_on().exchange("35=8|34=5").client("35=2|34=2|7=2|16=0").exchange("35=8|34=9");
+  for (const char* number : {"2", "3", "4"}) {
+    d.wait(2s).exchange("35=8|43=Y|34=" + std::string(number));
+  }
+  d.client("35=2|34=3|7=6|16=0");
+  for (const char* number : {"6", "7", "8"}) d.exchange("35=8|43=Y|34=" + std::string(number));
+  EXPECT_EQ(expect_none(d.wait(5s).happens(ClientStarted{})).of("gap_asked"), Outcome::PASSED);
+}
+
+TEST(SessionGood, a_logon_answered_into_a_silence_is_waited_for_or_given_up) {
+  Dialogue d;
+  d.logs_on().client("35=D|34=2").exchange_closes().closes();
+  d.connects().client("35=A|34=3|98=0|108=30").wait(2s).exchange("35=0|34=5").wait(4s).closes();
+  expect_none(d.logs_on(4, 6).client("35=2|34=5|7=2|16=0").exchange("35=8|34=2|43=Y"));
+}
+
+TEST(SessionGood, bytes_on_the_way_out_are_not_judged_either) {
+  Dialogue d;
+  d.logs_on().happens(Closing{"done"}).client_frame("8=FIX.4.2|9=5|35=0|10=000|");
+  d.client("35=0|34=2|52=20261121").client("35=0|34=3|56=OTHER").client_garbage("bye");
+  expect_none(d.closes());
+}
+
+TEST(SessionGood, a_connection_that_nobody_took_has_nothing_to_wait_for) {
+  Dialogue d;
+  d.logs_on().exchange_closes().closes().connects(false).wait(10s);
+  expect_none(d);
+}
+
+TEST(SessionGood, an_answer_is_waited_out_though_all_of_it_had_come_by_itself) {
+  Dialogue d;
+  d.logs_on().exchange("35=8|34=5").client("35=2|34=2|7=2|16=0");
+  for (const char* number : {"2", "3", "4"}) d.exchange("35=8|34=" + std::string(number));
+  d.exchange("35=8|34=8");
+  for (const char* number : {"2", "3", "4", "5"}) {
+    d.wait(1s).exchange("35=8|43=Y|34=" + std::string(number));
+  }
+  d.client("35=2|34=3|7=6|16=7").exchange("35=4|34=6|43=Y|123=Y|36=8");
+  EXPECT_EQ(expect_none(d.wait(5s).happens(ClientStarted{})).of("gap_asked"), Outcome::PASSED);
 }
 
 }  // namespace
