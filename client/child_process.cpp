@@ -34,10 +34,10 @@ std::vector<char*> pointers_to(std::vector<std::string>& texts) {
 }
 
 // What is blocked or ignored outlives exec, and a program that knows nothing of it could not be
-// ended.
+// ended. The few numbers that take no action refuse it, which is as well.
 void stand_apart() {
   ::setpgid(0, 0);
-  for (int number = 1; number < NSIG; ++number) ::signal(number, SIG_DFL);  // refused for some
+  for (int number = 1; number < NSIG; ++number) ::signal(number, SIG_DFL);
   sigset_t none;
   ::sigemptyset(&none);
   ::sigprocmask(SIG_SETMASK, &none, nullptr);

@@ -208,8 +208,8 @@ std::vector<PositionTruth::State> PositionTruth::possible(const Order& order, Ti
   for (const State& state : order.states) {
     if (state.at > taken) break;
     if (told && !ledger_.reached(state.report, taken)) continue;
-    const bool old = told ? ledger_.reached(state.report, taken - grace_)  //
-                          : state.at <= taken - grace_;
+    const TimeNs long_ago = taken - grace_;
+    const bool old = told ? ledger_.reached(state.report, long_ago) : state.at <= long_ago;
     if (old) states.clear();
     fresh = fresh && !old;
     states.push_back(state);

@@ -132,8 +132,9 @@ class GapAskedCheck : public SessionCheck {
   std::deque<Hole> holes_;    // about in order of time
   std::deque<Hole> put_off_;  // to be looked at again
   std::map<std::string, Way> ways_;
-  std::map<uint32_t, bool>
-      talks_on_;  // by connection whose Logon has no answer, but that was heard
+  // Connections on which something was heard ahead of the Logon's answer, and whether the client
+  // has gone on to say more than a Logon.
+  std::map<uint32_t, bool> talks_on_;
 };
 
 }  // namespace
